@@ -1,0 +1,116 @@
+#include "ComPortAdapter.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace norva {
+
+namespace {
+
+/// The agent makes a missing queue itself, readable and writable by every user.
+constexpr int kQueueFlags = IPC_CREAT | 0666;
+
+struct QueueMsg {
+  long mtype;
+  std::uint8_t payload[ComPortAdapter::kMaxSend];
+};
+
+/// Writes "%02x " per byte, the whole payload in one call: it stands on the path of every request.
+void tracePayload(const std::uint8_t* payload, std::size_t size) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  static constexpr std::size_t kCharsPerByte = 3;
+  std::array<char, kCharsPerByte * ComPortAdapter::kMaxReceive> line;
+  char* out = line.data();
+  for (std::size_t i = 0; i < size; ++i) {
+    *out++ = kDigits[payload[i] >> 4];
+    *out++ = kDigits[payload[i] & 0xF];
+    *out++ = ' ';
+  }
+  std::fwrite(line.data(), 1, kCharsPerByte * size, stdout);
+}
+
+}  // namespace
+
+int ComPortAdapter::open() {
+  if (_isOpen) {
+    lookUpQueues();
+    removeQueues();
+    _isOpen = false;
+  }
+  lookUpQueues();
+  _isOpen = true;
+  return 0;
+}
+
+int ComPortAdapter::close() {
+  lookUpQueues();
+  removeQueues();
+  return 0;
+}
+
+void ComPortAdapter::lookUpQueues() {
+  _readQid = msgget(_readKey, kQueueFlags);
+  _writeQid = msgget(_writeKey, kQueueFlags);
+  _alarmQid = msgget(_alarmKey, kQueueFlags);
+}
+
+void ComPortAdapter::removeQueues() {
+  msgctl(_alarmQid, IPC_RMID, nullptr);
+  msgctl(_readQid, IPC_RMID, nullptr);
+  msgctl(_writeQid, IPC_RMID, nullptr);
+}
+
+void ComPortAdapter::flush() {
+  alignas(long) std::uint8_t discarded[kTypeSize + kMaxFlush];
+  _readQid = msgget(_readKey, kQueueFlags);
+  while (msgrcv(_readQid, discarded, kMaxFlush, 0, IPC_NOWAIT) != -1) {
+  }
+}
+
+int ComPortAdapter::read(std::uint8_t* buffer, std::size_t length) {
+  _readQid = msgget(_readKey, kQueueFlags);
+  return receive(_readQid, buffer, length);
+}
+
+int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length) {
+  _alarmQid = msgget(_alarmKey, kQueueFlags);
+  return receive(_alarmQid, buffer, length);
+}
+
+int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
+  const std::size_t size = std::min(length, kMaxReceive);
+  const ssize_t received = msgrcv(qid, buffer, size, 0, 0);
+  if (received == -1) {
+    const int error = errno;
+    std::printf("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
+    return -1;
+  }
+  // The message type was received in front of the payload. Bytes that the move leaves behind are
+  // cleared, so that a short message is followed by zeros and not by its own tail.
+  const auto payloadSize = static_cast<std::size_t>(received);
+  std::memmove(buffer, buffer + kTypeSize, payloadSize);
+  std::memset(buffer + payloadSize, 0, kTypeSize);
+  tracePayload(buffer, payloadSize);
+  return static_cast<int>(received);
+}
+
+int ComPortAdapter::write(const std::uint8_t* buffer, std::size_t length) {
+  const std::size_t size = std::min(length, kMaxSend);
+  QueueMsg message;
+  message.mtype = AGENT_MSG_TYPE;
+  std::memcpy(message.payload, buffer, size);
+  _writeQid = msgget(_writeKey, kQueueFlags);
+  if (msgsnd(_writeQid, &message, size, IPC_NOWAIT) < 0) {
+    std::puts("ComPortAdapter::write msg_queue error:");
+  }
+  tracePayload(message.payload, size);
+  return static_cast<int>(size);
+}
+
+}  // namespace norva

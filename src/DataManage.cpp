@@ -1,0 +1,181 @@
+#include "DataManage.h"
+
+#include <array>
+#include <cstdio>
+
+#include "ObjInfo.h"
+#include "ObjectProtocol.h"
+#include "SnmpDataBase.h"
+
+namespace norva {
+
+namespace {
+
+constexpr std::size_t kGetReplyLimit = 1024;
+constexpr std::size_t kSetReplyLimit = ComPortAdapter::kMaxReceive;
+
+/// A receive buffer, zeroed so that a short reply reads as zeros.
+template <std::size_t limit>
+struct alignas(long) ReceiveBuffer {
+  std::uint8_t bytes[ComPortAdapter::kTypeSize + limit] = {};
+};
+
+/// Widens the value of a 1- or 2-byte integer object to 32 bits. False for a length that is none of
+/// an integer.
+bool widenInteger(ObjValue& record) {
+  const bool isSigned = record.kind() == ValueKind::kSigned;
+  switch (record.objLen()) {
+    case kObjLenByte: {
+      const std::uint8_t byte = record.value()[0];
+      record.setInteger32(isSigned ? static_cast<std::uint32_t>(static_cast<std::int8_t>(byte))
+                                   : byte);
+      break;
+    }
+    case kObjLenShort: {
+      const std::uint16_t word = record.integer16();
+      record.setInteger32(isSigned ? static_cast<std::uint32_t>(static_cast<std::int16_t>(word))
+                                   : word);
+      break;
+    }
+    case kObjLenLong:
+      break;
+    default:
+      return false;
+  }
+  record.setObjLen(kObjLenLong);
+  return true;
+}
+
+/// Cuts the 32-bit integer to the width of the record's `objLen`. No range check: the low bytes
+/// are kept. False for a length that is none of an integer.
+bool narrowInteger(ObjValue& record) {
+  const std::uint32_t integer = record.integer32();
+  switch (record.objLen()) {
+    case kObjLenByte:
+      record.setInteger32((integer & 0xFF) << 24);
+      return true;
+    case kObjLenShort:
+      record.setInteger32((integer & 0xFFFF) << 16);
+      return true;
+    case kObjLenLong:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+DataManage* DataManage::getInstance() {
+  static DataManage* instance = nullptr;
+  if (instance == nullptr) instance = new DataManage;
+  return instance;
+}
+
+DataManage::DataManage() : _pConvertStrategy(std::make_unique<SnmpObjConvertStrategy>()) {
+  const std::lock_guard lock(_mutex);
+  _pComPortAdapter = std::make_unique<ComPortAdapter>();
+  _pComPortAdapter->open();
+  std::puts("_pComPortAdapter->open() end....");
+}
+
+DataManage::~DataManage() {
+  const std::lock_guard lock(_mutex);
+  _pComPortAdapter.reset();
+}
+
+int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
+  ReceiveBuffer<kGetReplyLimit> reply;
+  const std::lock_guard lock(_mutex);
+  const GetRequest request = encodeGetRequest(oid);
+  _pComPortAdapter->flush();
+  if (_pComPortAdapter->write(request.data(), request.size()) == -1) {
+    std::puts("DataManage::getObjValue  writeData error!");
+    return kFailed;
+  }
+  if (_pComPortAdapter->read(reply.bytes, kGetReplyLimit) == -1) {
+    std::puts("DataManage::getObjValue  readData error!");
+    return kFailed;
+  }
+
+  const GetReplyHeader header = decodeGetReplyHeader(reply.bytes);
+  if (header.command != kCommandGetReply) {
+    std::printf("ERR: DatabaseFacade::select:  error!  cmd=%x  oid=0x%04x\n", header.command,
+                header.oid);
+    return kFailed;
+  }
+  record.setObjLen(header.objLen);
+  record.setAttr(header.attr);
+  if (!decodeGetReplyValue(reply.bytes, record)) {
+    std::puts("ERR: DatabaseFacade::select: type unsupported!");
+    return kFailed;
+  }
+  return 0;
+}
+
+int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
+  ReceiveBuffer<kSetReplyLimit> reply;
+  SetRequest request;
+  const std::lock_guard lock(_mutex);
+  if (oid == kObjHeartBeatInterval) heartBeatIntervalChanged = true;
+  if (oid == kObjHeartBeatSwitch) heartBeatSwFlagChanged = true;
+
+  std::printf("cmd is %d, objLen is %d \n", kCommandSetRequest, record.objLen());
+  if (!isSetLength(record.objLen())) std::printf("\nDataManage::setObjValue error obj type!");
+  const std::size_t size = encodeSetRequest(oid, record, request);
+  _pComPortAdapter->flush();
+  _pComPortAdapter->write(request.data(), size);
+  if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) return kFailed;
+  return reply.bytes[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
+}
+
+int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {
+  return _pComPortAdapter->readAlarm(buffer, length);
+}
+
+int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
+  // Deliberate: getObjValue fails with 255, so a failed read goes on with the record as it is.
+  if (getObjValue(record.oid(), record) == -1) {
+    std::printf("select 0x%04x error!\n", record.oid());
+    return -1;
+  }
+  ObjInfo info;
+  if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
+
+  switch (record.kind()) {
+    case ValueKind::kText:
+      record.setObjLen(static_cast<std::uint8_t>(record.text().size() + kObjLenOverhead));
+      break;
+    case ValueKind::kUnsigned:
+    case ValueKind::kSigned:
+      if (!widenInteger(record)) return -1;
+      break;
+    case ValueKind::kOther:
+      break;
+  }
+  std::printf("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), info.covMethod);
+  return _pConvertStrategy->convertToSnmp(info.covMethod, record);
+}
+
+int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
+  ObjValue current;  // zeroed: an object that cannot be read is not writable
+  if (getObjValue(record.oid(), current) == -1) {
+    std::printf("setSnmpValue::select 0x%04x error!\n", record.oid());
+    return -1;
+  }
+  record.setObjLen(current.objLen());
+  if (!current.writable()) return -1;
+  ObjInfo info;
+  if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
+  record.setAttr(current.attr());  // the device knows whether the integer is signed
+  if (_pConvertStrategy->convertToObj(info.covMethod, record) == -1) return -1;
+
+  if (current.kind() == ValueKind::kText) {
+    if (static_cast<int>(record.text().size()) > current.objLen() - kObjLenOverhead) return -1;
+  } else if (!narrowInteger(record)) {
+    return -1;
+  }
+  return setObjValue(record.oid(), record);
+}
+
+}  // namespace norva

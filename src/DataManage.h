@@ -1,0 +1,85 @@
+// Access to the unit's device objects: the one way in which the rest of the agent reads or writes
+// them, raw (getObjValue, setObjValue) or as SNMP values (getSnmpValue, setSnmpValue).
+//
+// One mutex is held for a whole round trip (flush, send, blocking receive, decode), so at most one
+// device request is outstanding. There is no time-out: a silent control process blocks every caller
+// but readAlarm. The mutex is never held while the catalogue is asked, and a set takes it twice,
+// for its read and for its write; another thread's request may come in between.
+
+#ifndef NORVA_DATA_MANAGE_H_
+#define NORVA_DATA_MANAGE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+#include "ComPortAdapter.h"
+#include "ObjValue.h"
+#include "SnmpObjConvertStrategy.h"
+
+namespace norva {
+
+class SnmpDataBase;
+
+/// Device objects that the agent itself reads.
+enum AgentObject : std::uint16_t {
+  kObjOidPrefix = 0x80BA,            ///< text: root OID of the scalars, prefix of the tables
+  kObjNotificationVersion = 0x0611,  ///< first byte 0: SNMPv2c, else SNMPv3
+  kObjHeartBeatInterval = 0x0FFA,    ///< first byte: minutes between heartbeats
+  kObjHeartBeatSwitch = 0x0FFB,      ///< first byte: 0 off
+};
+
+class DataManage {
+ public:
+  /// Result of getObjValue and setObjValue on failure. Deliberate: not -1. Callers that test for -1
+  /// go on with the record as the failed call left it.
+  static constexpr int kFailed = 255;
+
+  /// The process-wide instance, made (with its queues) on the first call and never destroyed.
+  /// The first call belongs to start-up, before any other thread exists.
+  static DataManage* getInstance();
+
+  ~DataManage();
+  DataManage(const DataManage&) = delete;
+  DataManage& operator=(const DataManage&) = delete;
+
+  /// Reads object `oid`. Returns 0 with `objLen`, `attr` and value of `record` filled and its `oid`
+  /// left alone, or kFailed after printing why. The first reply that comes is taken as the answer:
+  /// its object id is not compared. Any thread.
+  int getObjValue(std::uint16_t oid, ObjValue& record);
+
+  /// Writes `record`'s value, of its `objLen`, to object `oid`. Returns 0 when the device
+  /// acknowledged, else kFailed. Main thread.
+  int setObjValue(std::uint16_t oid, const ObjValue& record);
+
+  /// Waits for one message of the alarm queue; as ComPortAdapter::readAlarm. Takes no lock: the
+  /// alarm thread never waits behind a device request.
+  int readAlarm(std::uint8_t* buffer, std::size_t length);
+
+  /// Reads the object named by `record.oid` and brings it into its SNMP presentation: an integer
+  /// widened to 32 bits (`objLen` 7) or a text. Returns 0, or -1 when the object is not mapped or
+  /// an integer has no usable length. Main thread.
+  int getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue);
+
+  /// Writes the SNMP value in `record` (a 32-bit integer or a text) to the object named by
+  /// `record.oid`; length and kind are the device's. Returns -1 when the write is refused: object
+  /// read-only, not mapped, text not convertible or longer than the device's field. Otherwise the
+  /// result of setObjValue, which callers take as success either way. Main thread.
+  int setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue);
+
+  /// Set once setObjValue has been asked to write the heartbeat objects. Main thread.
+  static inline bool heartBeatIntervalChanged = false;
+  static inline bool heartBeatSwFlagChanged = false;
+
+ private:
+  DataManage();
+
+  std::mutex _mutex;  // guards the channel's request and reply queues
+  std::unique_ptr<ComPortAdapter> _pComPortAdapter;
+  const std::unique_ptr<SnmpObjConvertStrategy> _pConvertStrategy;
+};
+
+}  // namespace norva
+
+#endif  // NORVA_DATA_MANAGE_H_

@@ -1,0 +1,108 @@
+#include "LibraryGate.h"
+
+#include <net-snmp/net-snmp-config.h>
+// The library's headers build on its configuration.
+#include <net-snmp/library/fd_event_manager.h>
+#include <net-snmp/net-snmp-includes.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+namespace norva {
+
+LibraryGate& LibraryGate::getInstance() {
+  static auto* const instance = new LibraryGate;
+  return *instance;
+}
+
+int LibraryGate::open() {
+  const std::lock_guard lock(_mutex);
+  _wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  if (_wakeFd < 0) {
+    std::printf("LibraryGate: no wake-up descriptor: %s\n", std::strerror(errno));
+    return -1;
+  }
+  register_readfd(
+      _wakeFd, [](int, void* gate) { static_cast<LibraryGate*>(gate)->lendOnce(); }, this);
+  if (_waiting > 0) wakeMainThread();
+  return 0;
+}
+
+void LibraryGate::wakeMainThread() {
+  if (_wakePending || _wakeFd < 0) return;
+  const std::uint64_t one = 1;
+  _wakePending = write(_wakeFd, &one, sizeof one) == sizeof one;
+}
+
+void LibraryGate::beginDeviceWait() {
+  const std::lock_guard lock(_mutex);
+  _deviceWait = true;
+  if (_waiting > 0) _lent.notify_all();
+}
+
+void LibraryGate::endDeviceWait() {
+  std::unique_lock lock(_mutex);
+  _deviceWait = false;
+  _returned.wait(lock, [this] { return !_borrowed; });
+  if (_waiting > 0) wakeMainThread();
+}
+
+void LibraryGate::lendOnce() {
+  std::unique_lock lock(_mutex);
+  std::uint64_t wakeUps = 0;
+  [[maybe_unused]] const ssize_t size = read(_wakeFd, &wakeUps, sizeof wakeUps);
+  _wakePending = false;
+  if (_waiting == 0) return;
+
+  _offered = true;
+  _lent.notify_all();
+  // A borrower whose limit runs out now leaves nobody waiting: the offer is withdrawn.
+  _returned.wait(lock, [this] { return !_borrowed && (!_offered || _waiting == 0); });
+  _offered = false;
+  if (_waiting > 0) wakeMainThread();
+}
+
+bool LibraryGate::canBorrow(Place place) const {
+  if (_borrowed) return false;
+  if (_offered) return true;
+  return place == Place::kAnywhere && _deviceWait && _loansLeft.load(std::memory_order_relaxed) > 0;
+}
+
+bool LibraryGate::borrow(Place place, std::chrono::milliseconds limit) {
+  std::unique_lock lock(_mutex);
+  ++_waiting;
+  if (!_deviceWait) wakeMainThread();
+  const auto granted = [this, place] { return canBorrow(place); };
+  bool held = true;
+  if (limit == std::chrono::milliseconds::zero()) {
+    _lent.wait(lock, granted);
+  } else {
+    held = _lent.wait_for(lock, limit, granted);
+  }
+  --_waiting;
+  if (!held) {
+    _returned.notify_one();
+    return false;
+  }
+  _borrowed = true;
+  if (_offered) {
+    _offered = false;
+  } else {
+    _loansLeft.fetch_sub(1, std::memory_order_relaxed);
+  }
+  return true;
+}
+
+void LibraryGate::giveBack() {
+  const std::lock_guard lock(_mutex);
+  _borrowed = false;
+  _returned.notify_one();
+  // While the main thread still waits for the device, the next borrower may go on.
+  if (_deviceWait && _waiting > 0) _lent.notify_all();
+}
+
+}  // namespace norva

@@ -1,0 +1,26 @@
+// How the list of scalars becomes entries of the agent library. Main thread, at start-up.
+
+#ifndef NORVA_SCALAR_REGISTRATION_H_
+#define NORVA_SCALAR_REGISTRATION_H_
+
+#include <net-snmp/net-snmp-config.h>
+// The library's headers build on its configuration.
+#include <net-snmp/net-snmp-includes.h>
+
+#include <vector>
+
+#include "ObjInfo.h"
+
+namespace norva {
+
+/// The OID under which the scalars stand: the text of the unit's prefix object, or the fixed root
+/// when the object cannot be read or its text is not a usable OID (which is printed).
+std::vector<oid> readScalarRoot();
+
+/// Registers `objects` with the library, giving each its 1-based position as magic. Served are the
+/// first 255 and, of several with one suffix, the first; every object left out is reported.
+void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>& root);
+
+}  // namespace norva
+
+#endif  // NORVA_SCALAR_REGISTRATION_H_

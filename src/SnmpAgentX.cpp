@@ -1,0 +1,142 @@
+#include "SnmpAgentX.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "DataManage.h"
+#include "LibraryGate.h"
+#include "ObjValue.h"
+#include "SnmpDataBase.h"
+
+namespace norva {
+
+namespace {
+
+/// `access` bit of a scalar that managers may write.
+constexpr std::uint16_t kAccessWrite = 2;
+
+/// What the handlers keep between calls.
+struct HandlerState {
+  std::vector<SnmpObjRecord> generalObjects;
+  const SnmpDataBase* catalogue = nullptr;
+  SnmpObjRecord writable;    // the writable object that was looked up last
+  ObjValue writeTemplate;    // zero but for object id and attribute word
+  std::uint8_t answer[128];  // handed to the library as the value of a GET
+};
+
+HandlerState& state() {
+  static HandlerState instance;
+  return instance;
+}
+
+/// Instance OID of a scalar: its registered name, then 0.
+struct InstanceOid {
+  oid name[MAX_OID_LEN + 1];
+  size_t length;
+
+  explicit InstanceOid(const struct variable& entry) : length(entry.namelen) {
+    std::copy_n(entry.name, length, name);
+    name[length++] = 0;
+  }
+};
+
+/// Brings the writable object to the scalar that `name` (root, suffix, 0) names. In a request with
+/// several scalars every one is looked up before the first is written.
+void selectWritable(const oid* name, size_t nameLen) {
+  if (nameLen < kOidSuffixLength + 1) return;
+  const oid* suffix = name + nameLen - (kOidSuffixLength + 1);
+  const auto& objects = state().generalObjects;
+  const auto named = std::find_if(objects.begin(), objects.end(), [suffix](const auto& object) {
+    return std::equal(object.oidSuffix.begin(), object.oidSuffix.end(), suffix);
+  });
+  if (named != objects.end() && (named->info.access & kAccessWrite) != 0) {
+    state().writable = *named;
+  }
+}
+
+}  // namespace
+
+std::vector<SnmpObjRecord>& SnmpAgentX::generalObjects() {
+  return state().generalObjects;
+}
+
+void SnmpAgentX::setCatalogue(const SnmpDataBase& catalogue) {
+  state().catalogue = &catalogue;
+}
+
+u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int exact,
+                             size_t* varLen, WriteMethod** writeMethod) {
+  const InstanceOid instance(*vp);
+  const int order = snmp_oid_compare(name, *length, instance.name, instance.length);
+  if (exact != 0 ? order != 0 : order >= 0) return nullptr;
+  if (exact == 0) std::copy_n(instance.name, instance.length, name);
+  *length = instance.length;
+  *writeMethod = nullptr;
+  *varLen = sizeof(std::int32_t);
+
+  const auto& objects = state().generalObjects;
+  if (vp->magic == 0 || vp->magic > objects.size()) return nullptr;
+  const SnmpObjRecord& object = objects[vp->magic - 1U];
+  if ((object.info.access & kAccessWrite) != 0) {
+    state().writable = object;
+    *writeMethod = writeObject;
+  }
+
+  ObjValue record;
+  record.setOid(object.objId);
+  int result = 0;
+  {
+    const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
+    result = DataManage::getInstance()->getSnmpValue(record, *state().catalogue);
+  }
+  if (result == -1) {
+    std::printf("SnmpAgentX::read_Var  getObjValue ERROR  oid = %X !!!!!!!!!!!\n", object.objId);
+    return nullptr;
+  }
+
+  auto& answer = state().answer;
+  std::memset(answer, 0, sizeof answer);
+  if (object.info.asnType == kAsnInteger) {
+    const auto integer = static_cast<std::int32_t>(record.integer32());
+    std::memcpy(answer, &integer, sizeof integer);
+  } else {
+    const std::string_view text = record.text();
+    std::memcpy(answer, text.data(), text.size());
+    *varLen = text.size();
+  }
+  return answer;
+}
+
+int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_t varValLen,
+                            u_char* /*statP*/, oid* name, size_t nameLen) {
+  selectWritable(name, nameLen);
+  ObjValue& writeTemplate = state().writeTemplate;
+  writeTemplate.setOid(state().writable.objId);
+  writeTemplate.setAttr(state().writable.info.covMethod);
+  if (action != ACTION) return SNMP_ERR_NOERROR;
+
+  ObjValue record = writeTemplate;
+  // The type in the request, not the object's, decides how the value is written.
+  if (varValType == ASN_INTEGER) {
+    long integer = 0;
+    std::memcpy(&integer, varVal, std::min(varValLen, sizeof integer));
+    record.setInteger32(static_cast<std::uint32_t>(integer));
+  } else {
+    const char* text = reinterpret_cast<const char*>(varVal);
+    const size_t size = strnlen(text, varValLen);
+    if (size > ObjValue::kValueSize) return SNMP_ERR_BADVALUE;
+    record.setText({text, size});
+  }
+  int result = 0;
+  {
+    const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
+    result = DataManage::getInstance()->setSnmpValue(record, *state().catalogue);
+  }
+  if (result == -1) return SNMP_ERR_BADVALUE;
+  std::printf("set 'ACTION'  oid = %x   set length = %d..\n", record.oid(),
+              static_cast<int>(varValLen));
+  return SNMP_ERR_NOERROR;
+}
+
+}  // namespace norva

@@ -1,0 +1,390 @@
+#include "SnmpDataBase.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+#include "DataBaseAdapter.h"
+#include "Sqlite3.h"
+
+namespace norva {
+
+namespace {
+
+constexpr char kScalarTable[] = "SNMP_GENERAL_OBJ_TABLE";
+constexpr char kCellTable[] = "SNMP_TABLE_OBJ_TABLE";
+constexpr char kSlotFreqTable[] = "TABLE_SLOT_FREQ_OBJ";
+constexpr char kGenusGroupTable[] = "TABLE_OBJ_GENUS_GROUP";
+
+/// Columns of the scalar table. Type and access are hexadecimal here and decimal in the cell table:
+/// deliberate, the databases in the field are written so.
+enum ScalarColumn {
+  kScalarObjId,
+  kScalarAuxByte,
+  kScalarMagic,
+  kScalarAsnType,
+  kScalarAccess,
+  kScalarSuffix,
+  kScalarCovMethod = kScalarSuffix + kOidSuffixLength,
+  kScalarSelectFlag,
+  kScalarName,
+  kScalarAuxWord,
+  kScalarColumns,
+};
+
+enum CellColumn {
+  kCellObjId,
+  kCellAuxByte,
+  kCellColumn,
+  kCellAsnType,
+  kCellAccess,
+  kCellAncestorNode,
+  kCellCovMethod,
+  kCellSelectFlag,
+  kCellName,
+  kCellRow,
+  kCellTableAttr,
+  kCellAuxWord,
+  kCellExtraWord,
+  kCellColumns,
+};
+
+/// A table read through an adapter, given back when the object goes.
+class ResultTable {
+ public:
+  explicit ResultTable(DataBaseAdapter& adapter) : _adapter(adapter) {}
+  ~ResultTable() { _adapter.freeTable(_result); }
+  ResultTable(const ResultTable&) = delete;
+  ResultTable& operator=(const ResultTable&) = delete;
+
+  int getTable(const char* name) { return _adapter.getTable(name, &_result, &_rows, &_columns); }
+  int query(const char* sql) { return _adapter.query(sql, &_result, &_rows, &_columns); }
+
+  int rows() const { return _rows; }
+  int columns() const { return _columns; }
+
+  /// Text of a cell, null for NULL. Rows count from 1, columns from 0.
+  const char* text(int row, int column) const { return _result[row * _columns + column]; }
+
+  /// Number of a cell; its low bits where the field is narrower, 0 where it does not parse.
+  template <typename Integer>
+  Integer number(int row, int column, int base) const {
+    return static_cast<Integer>(std::strtoull(text(row, column), nullptr, base));
+  }
+  template <typename Integer>
+  Integer hex(int row, int column) const {
+    return number<Integer>(row, column, 16);
+  }
+  template <typename Integer>
+  Integer dec(int row, int column) const {
+    return number<Integer>(row, column, 10);
+  }
+
+  /// True when the table has the columns the catalogue reads (an empty one has none at all);
+  /// otherwise printed.
+  bool hasColumns(const char* name, int wanted) const {
+    if (_rows == 0 || _columns >= wanted) return true;
+    std::printf("%s has %d columns, %d are needed\n", name, _columns, wanted);
+    return false;
+  }
+
+  /// True when every column but `optional` is filled; otherwise the row is reported.
+  bool isFilled(const char* name, int row, int wanted, int optional) const {
+    for (int column = 0; column < wanted; ++column) {
+      if (column == optional || text(row, column) != nullptr) continue;
+      std::printf("%s row %d: column %d is NULL, row not used\n", name, row, column);
+      return false;
+    }
+    return true;
+  }
+
+ private:
+  DataBaseAdapter& _adapter;
+  char** _result = nullptr;
+  int _rows = 0;
+  int _columns = 0;
+};
+
+/// Closes an open adapter when the object goes.
+class OpenDataBase {
+ public:
+  explicit OpenDataBase(DataBaseAdapter& adapter) : _adapter(adapter) {}
+  ~OpenDataBase() { _adapter.close(); }
+  OpenDataBase(const OpenDataBase&) = delete;
+  OpenDataBase& operator=(const OpenDataBase&) = delete;
+
+ private:
+  DataBaseAdapter& _adapter;
+};
+
+SnmpObjRecord scalarRecord(const ResultTable& table, int row, const std::string& name) {
+  SnmpObjRecord record;
+  record.objId = table.hex<std::uint16_t>(row, kScalarObjId);
+  record.info.auxByte = table.dec<std::uint8_t>(row, kScalarAuxByte);
+  record.magic = table.dec<std::uint8_t>(row, kScalarMagic);
+  record.info.asnType = table.hex<std::uint16_t>(row, kScalarAsnType);
+  record.info.access = table.hex<std::uint16_t>(row, kScalarAccess);
+  for (std::size_t i = 0; i < kOidSuffixLength; ++i) {
+    record.oidSuffix[i] = table.dec<std::uint32_t>(row, kScalarSuffix + static_cast<int>(i));
+  }
+  record.info.covMethod = table.hex<std::uint16_t>(row, kScalarCovMethod);
+  record.info.selectFlag = table.hex<std::uint8_t>(row, kScalarSelectFlag);
+  record.info.name = name;
+  record.info.auxWord = table.hex<std::uint16_t>(row, kScalarAuxWord);
+  return record;
+}
+
+SnmpTableObjRecord cellRecord(const ResultTable& table, int row, const std::string& name) {
+  SnmpTableObjRecord record;
+  record.objId = table.hex<std::uint16_t>(row, kCellObjId);
+  record.info.auxByte = table.dec<std::uint8_t>(row, kCellAuxByte);
+  record.column = table.dec<std::uint32_t>(row, kCellColumn);
+  record.info.asnType = table.dec<std::uint16_t>(row, kCellAsnType);
+  record.info.access = table.dec<std::uint16_t>(row, kCellAccess);
+  record.ancestorNode = table.text(row, kCellAncestorNode);
+  record.info.covMethod = table.hex<std::uint16_t>(row, kCellCovMethod);
+  record.info.selectFlag = table.hex<std::uint8_t>(row, kCellSelectFlag);
+  record.info.name = name;
+  record.row = table.dec<std::uint8_t>(row, kCellRow);
+  record.tableAttr = table.dec<std::uint8_t>(row, kCellTableAttr);
+  record.info.auxWord = table.hex<std::uint16_t>(row, kCellAuxWord);
+  record.extraWord = table.hex<std::uint16_t>(row, kCellExtraWord);
+  return record;
+}
+
+}  // namespace
+
+std::string tableKey(const std::string& ancestorNode, unsigned row, std::uint32_t column) {
+  char cell[16] = {};
+  std::snprintf(cell, sizeof cell, "%02x%08x", row & 0xFF, column);
+  return ancestorNode + cell;
+}
+
+SnmpDataBase::SnmpDataBase(const char* path) {
+  load(path);
+}
+
+void SnmpDataBase::load(const char* path) {
+  const std::lock_guard lock(_lock);
+  _objects.clear();
+  _tableObjects.clear();
+  _tableKeyByObjId.clear();
+  _slotFreqMap.clear();
+  _genusGroupMap.clear();
+  _ancestorNodes.clear();
+
+  Sqlite3 adapter(path);
+  initSnmpObjOid(adapter);
+  initSnmpTableOid(adapter);
+}
+
+int SnmpDataBase::initSnmpObjOid(DataBaseAdapter& adapter) {
+  if (adapter.open() != 0) {
+    std::printf("%s subsite %d db open error\n", "initSnmpObjOid", _subsite);
+    return -1;
+  }
+  const OpenDataBase closing(adapter);
+  ResultTable table(adapter);
+  if (table.getTable(kScalarTable) != 0) {
+    std::printf(" subsite %d get %s error\n", _subsite, kScalarTable);
+    return -1;
+  }
+  if (!table.hasColumns(kScalarTable, kScalarColumns)) return -1;
+
+  std::string name;  // deliberate: a NULL name repeats that of the row before
+  for (int row = 1; row <= table.rows(); ++row) {
+    if (const char* text = table.text(row, kScalarName)) name = text;
+    if (!table.isFilled(kScalarTable, row, kScalarColumns, kScalarName)) continue;
+    SnmpObjRecord record = scalarRecord(table, row, name);
+    _objects.try_emplace(record.objId, std::move(record));
+  }
+  return 0;
+}
+
+int SnmpDataBase::initSnmpTableOid(DataBaseAdapter& adapter) {
+  if (adapter.open() != 0) {
+    std::printf("%s subsite %d db open error\n", "initSnmpTableOid", _subsite);
+    return -1;
+  }
+  const OpenDataBase closing(adapter);
+  ResultTable table(adapter);
+  if (table.getTable(kCellTable) != 0) {
+    std::printf(" subsite %d get %s error\n", _subsite, kCellTable);
+    return -1;
+  }
+  if (!table.hasColumns(kCellTable, kCellColumns)) return -1;
+
+  std::string name;  // deliberate: as in initSnmpObjOid
+  for (int row = 1; row <= table.rows(); ++row) {
+    if (const char* text = table.text(row, kCellName)) name = text;
+    if (!table.isFilled(kCellTable, row, kCellColumns, kCellName)) continue;
+    insertCell(cellRecord(table, row, name));
+  }
+  return 0;
+}
+
+void SnmpDataBase::insertCell(SnmpTableObjRecord record) {
+  const std::string key = tableKey(record.ancestorNode, record.row, record.column);
+  // The first cell of an object id is kept even where its key was taken before.
+  _tableKeyByObjId.try_emplace(record.objId, key);
+  const auto known = std::find_if(_ancestorNodes.begin(), _ancestorNodes.end(),
+                                  [&record](const AncestorNodeEntry& entry) {
+                                    return entry.ancestorNode == record.ancestorNode;
+                                  });
+  if (known == _ancestorNodes.end()) {
+    _ancestorNodes.push_back({record.tableAttr, record.ancestorNode});
+  }
+  _tableObjects.try_emplace(key, std::move(record));
+}
+
+int SnmpDataBase::findObjInfo(std::uint16_t objId, ObjInfo& out) const {
+  const std::lock_guard lock(_lock);
+  if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
+    out = scalar->second.info;
+    return 0;
+  }
+  const auto key = _tableKeyByObjId.find(objId);
+  if (key == _tableKeyByObjId.end()) return -1;
+  const auto cell = _tableObjects.find(key->second);
+  if (cell == _tableObjects.end()) return -1;
+  out = cell->second.info;
+  return 0;
+}
+
+int SnmpDataBase::getObjName(std::uint16_t objId, std::string& out) const {
+  {
+    const std::lock_guard lock(_lock);
+    if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
+      out = scalar->second.info.name;
+      return 0;
+    }
+  }
+  std::printf("get name is %s\n", out.c_str());
+  return -1;
+}
+
+int SnmpDataBase::getSnmpTableOid(const std::string& ancestorNode, std::uint32_t column,
+                                  unsigned row, SnmpTableObjRecord& out) const {
+  const std::string key = tableKey(ancestorNode, _subsite != 0 ? 1 : row, column);
+  {
+    const std::lock_guard lock(_lock);
+    if (const auto cell = _tableObjects.find(key); cell != _tableObjects.end()) {
+      out = cell->second;
+      return 0;
+    }
+  }
+  std::printf(" %s %s\n ", "getSnmpTableOid", key.c_str());
+  return -1;
+}
+
+int SnmpDataBase::getTableColumns(const std::string& ancestorNode,
+                                  std::vector<SnmpTableObjRecord>& out) const {
+  const std::string lower = tableKey(ancestorNode, 1, 0);
+  const std::string upper = tableKey(ancestorNode, 1, 0xFFFFFFFFU);
+  const std::lock_guard lock(_lock);
+  const auto end = _tableObjects.lower_bound(upper);
+  for (auto cell = _tableObjects.upper_bound(lower); cell != end; ++cell) {
+    out.push_back(cell->second);
+  }
+  return 0;
+}
+
+int SnmpDataBase::getTableAncestorNodes(std::vector<AncestorNodeEntry>& out) const {
+  const std::lock_guard lock(_lock);
+  if (_ancestorNodes.empty()) return -1;
+  out = _ancestorNodes;
+  return 0;
+}
+
+int SnmpDataBase::getAllObjects(std::vector<SnmpObjRecord>& out) const {
+  const std::lock_guard lock(_lock);
+  for (const auto& [objId, record] : _objects) out.push_back(record);
+  return 0;
+}
+
+int SnmpDataBase::getObjRecord(std::uint16_t objId, SnmpObjRecord& out) const {
+  const std::lock_guard lock(_lock);
+  const auto scalar = _objects.find(objId);
+  if (scalar == _objects.end()) return -1;
+  out = scalar->second;
+  return 0;
+}
+
+int SnmpDataBase::listFlaggedObjects(std::vector<std::uint16_t>& out) const {
+  const std::lock_guard lock(_lock);
+  for (const auto& [objId, record] : _objects) {
+    if (record.info.selectFlag != 0) out.push_back(objId);
+  }
+  for (const auto& [key, record] : _tableObjects) {
+    if (record.info.selectFlag != 0) out.push_back(record.objId);
+  }
+  return 0;
+}
+
+int SnmpDataBase::countTableRows(const std::string& ancestorNode) const {
+  const std::string lower = tableKey(ancestorNode, 1, 2);
+  const std::string upper = tableKey(ancestorNode, 255, 2);
+  const std::lock_guard lock(_lock);
+  const auto first = _tableObjects.upper_bound(lower);
+  const auto end = _tableObjects.lower_bound(upper);
+  return static_cast<int>(std::distance(first, end));
+}
+
+int SnmpDataBase::loadSlotFreq(DataBaseAdapter& adapter) {
+  if (adapter.open() != 0) {
+    std::puts(" db open error");
+    return -1;
+  }
+  const OpenDataBase closing(adapter);
+  ResultTable table(adapter);
+  if (table.getTable(kSlotFreqTable) != 0) {
+    std::puts(" db get table error");
+    return -1;
+  }
+  constexpr int kLowKey = 0;
+  constexpr int kFrequency = 1;
+  constexpr int kHighKey = 2;
+  constexpr int kColumns = 3;
+  if (!table.hasColumns(kSlotFreqTable, kColumns)) return -1;
+  for (int row = 1; row <= table.rows(); ++row) {
+    if (!table.isFilled(kSlotFreqTable, row, kColumns, kColumns)) continue;
+    const auto key = static_cast<std::uint16_t>((table.hex<std::uint8_t>(row, kHighKey) << 8) |
+                                                table.hex<std::uint8_t>(row, kLowKey));
+    _slotFreqMap.try_emplace(key, table.hex<std::uint16_t>(row, kFrequency));
+  }
+  return 0;
+}
+
+int SnmpDataBase::loadGenusGroup(DataBaseAdapter& adapter, std::uint16_t objId,
+                                 std::uint8_t channelHigh) {
+  char sql[256] = {};
+  std::snprintf(sql, sizeof sql, "select objId,channelNum FROM %s where objId=\"%04X\"",
+                kGenusGroupTable, objId);
+  ResultTable table(adapter);
+  constexpr int kObjId = 0;
+  constexpr int kChannel = 1;
+  const bool found = table.query(sql) == 0 && table.columns() >= 2 && table.rows() >= 1 &&
+                     table.isFilled(kGenusGroupTable, 1, 2, 2);
+  if (!found) {
+    _genusGroupMap.try_emplace(objId, std::uint16_t{0});
+    return 0;
+  }
+  const auto channel =
+      static_cast<std::uint16_t>((channelHigh << 8) + table.hex<std::uint8_t>(1, kChannel));
+  _genusGroupMap.try_emplace(table.hex<std::uint16_t>(1, kObjId), channel);
+  return 0;
+}
+
+int SnmpDataBase::getSlotFreq(std::uint16_t objId, std::uint16_t& out) const {
+  out = 0;
+  const std::lock_guard lock(_lock);
+  const auto channel = _genusGroupMap.find(objId);
+  if (channel == _genusGroupMap.end()) return -1;
+  const auto frequency = _slotFreqMap.find(channel->second);
+  if (frequency == _slotFreqMap.end()) return -1;
+  out = frequency->second;
+  return 0;
+}
+
+}  // namespace norva

@@ -1,0 +1,57 @@
+#include "Sqlite3.h"
+
+#include <sqlite3.h>
+
+#include <cstdio>
+
+namespace norva {
+
+Sqlite3::Sqlite3(const char* path) : _path(path) {}
+
+Sqlite3::~Sqlite3() {
+  close();
+}
+
+int Sqlite3::open() {
+  if (_db != nullptr) return 0;
+  if (sqlite3_open(_path.c_str(), &_db) != SQLITE_OK) {
+    std::printf("ERROR: open file %s failed! \n", _path.c_str());
+    return -1;
+  }
+  return 0;
+}
+
+int Sqlite3::close() {
+  if (_db == nullptr) return 0;
+  if (sqlite3_close(_db) != SQLITE_OK) return -1;
+  _db = nullptr;
+  return 0;
+}
+
+int Sqlite3::getTable(const char* tableName, char*** result, int* rows, int* columns) {
+  char sql[256];
+  const int length = std::snprintf(sql, sizeof sql, "SELECT * FROM %s", tableName);
+  if (length < 0 || static_cast<std::size_t>(length) >= sizeof sql) return -1;
+  _errMsg = nullptr;
+  return sqlite3_get_table(_db, sql, result, rows, columns, &_errMsg) == SQLITE_OK ? 0 : -1;
+}
+
+void Sqlite3::freeTable(char** result) {
+  sqlite3_free_table(result);
+}
+
+int Sqlite3::query(const char* sql, char*** result, int* rows, int* columns) {
+  _errMsg = nullptr;
+  if (sqlite3_get_table(_db, sql, result, rows, columns, &_errMsg) != SQLITE_OK) {
+    std::printf("SQL ERROR  [%s] %s\n", sql, sqlite3_errmsg(_db));
+    return -1;
+  }
+  return 0;
+}
+
+int Sqlite3::exec(const char* sql) {
+  _errMsg = nullptr;
+  return sqlite3_exec(_db, sql, nullptr, nullptr, &_errMsg) == SQLITE_OK ? 0 : -1;
+}
+
+}  // namespace norva
