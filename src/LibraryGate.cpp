@@ -1,9 +1,5 @@
 #include "LibraryGate.h"
 
-#include <net-snmp/net-snmp-config.h>
-// The library's headers build on its configuration.
-#include <net-snmp/library/fd_event_manager.h>
-#include <net-snmp/net-snmp-includes.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -11,6 +7,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+
+#include "AgentLibrary.h"
 
 namespace norva {
 

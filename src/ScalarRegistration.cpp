@@ -1,7 +1,5 @@
 #include "ScalarRegistration.h"
 
-#include <net-snmp/agent/net-snmp-agent-includes.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -9,6 +7,7 @@
 #include <map>
 #include <string>
 
+#include "AgentLibrary.h"
 #include "DataManage.h"
 #include "ObjValue.h"
 #include "SnmpAgentX.h"

@@ -3,12 +3,9 @@
 #ifndef NORVA_SCALAR_REGISTRATION_H_
 #define NORVA_SCALAR_REGISTRATION_H_
 
-#include <net-snmp/net-snmp-config.h>
-// The library's headers build on its configuration.
-#include <net-snmp/net-snmp-includes.h>
-
 #include <vector>
 
+#include "AgentLibrary.h"
 #include "ObjInfo.h"
 
 namespace norva {

@@ -6,14 +6,9 @@
 #ifndef NORVA_SNMP_AGENT_X_H_
 #define NORVA_SNMP_AGENT_X_H_
 
-#include <net-snmp/net-snmp-config.h>
-// The library's headers build on its configuration.
-#include <net-snmp/net-snmp-includes.h>
-// The agent's headers build on the library's.
-#include <net-snmp/agent/net-snmp-agent-includes.h>
-
 #include <vector>
 
+#include "AgentLibrary.h"
 #include "ObjInfo.h"
 
 namespace norva {

@@ -1,9 +1,5 @@
 #include "Termination.h"
 
-#include <net-snmp/net-snmp-config.h>
-// The library's headers build on its configuration.
-#include <net-snmp/net-snmp-includes.h>
-
 #include <signal.h>
 #include <unistd.h>
 
@@ -12,6 +8,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "AgentLibrary.h"
 #include "LibraryGate.h"
 
 namespace norva {

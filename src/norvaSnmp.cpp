@@ -1,10 +1,5 @@
 // Entry of the agent: command line, then one of the two start-up sequences, then the request loop.
 
-#include <net-snmp/net-snmp-config.h>
-// The library's headers build on its configuration.
-#include <net-snmp/net-snmp-includes.h>
-// The agent's headers build on the library's.
-#include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <signal.h>
 #include <strings.h>
 #include <unistd.h>
@@ -13,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "AgentLibrary.h"
 #include "LibraryGate.h"
 #include "MasterAgent.h"
 #include "OutputFlusher.h"
