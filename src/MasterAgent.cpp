@@ -1,12 +1,23 @@
 #include "MasterAgent.h"
 
-#include <memory>
+#include <cstdint>
+#include <cstdio>
 
+#include "ObjInfo.h"
 #include "ScalarRegistration.h"
 #include "SnmpAgentX.h"
 #include "SnmpDataBase.h"
+#include "TableHandlerOne.h"
+#include "TableHandlerTwo.h"
 
 namespace norva {
+
+namespace {
+
+constexpr std::int32_t kTableFlag = 0;
+constexpr std::int32_t kFixDeviceNum = 32;  // rows of every table
+
+}  // namespace
 
 MasterAgent* MasterAgent::_instance = nullptr;
 SnmpDataBase* MasterAgent::_catalogue = nullptr;
@@ -35,6 +46,27 @@ void MasterAgent::initNormalObj() {
   if (_catalogue == nullptr || _catalogue->getAllObjects(objects) == -1) return;
   SnmpAgentX::setCatalogue(*_catalogue);
   registerScalars(objects, readScalarRoot());
+}
+
+int MasterAgent::initTableObj() {
+  _tableHandlers.push_back(new TableHandlerOne(_catalogue));
+  _tableHandlers.push_back(new TableHandlerTwo(_catalogue));
+
+  std::vector<AncestorNodeEntry> ancestorNodes;
+  _catalogue->getTableAncestorNodes(ancestorNodes);
+  int position = 0;
+  for (const auto& [tableAttr, ancestorNode] : ancestorNodes) {
+    if (_tableHandlers.empty()) break;
+    std::printf("initTableObj ancestorNode[%d].ancestorNode=%s\n", position++,
+                ancestorNode.c_str());
+    SnmpTableStrategy* handler = _tableHandlers.front();
+    _tableMap.try_emplace(ancestorNode, handler);
+    handler->init_table(kTableFlag, ancestorNode);
+    std::printf("getFixDeviceNum(ancestorNode[i].ancestorNode)=%d\n", kFixDeviceNum);
+    for (std::int32_t row = 1; row <= kFixDeviceNum; ++row) handler->addIndex(row);
+    _tableHandlers.erase(_tableHandlers.begin());
+  }
+  return 0;
 }
 
 }  // namespace norva

@@ -5,14 +5,14 @@
 #ifndef NORVA_MASTER_AGENT_H_
 #define NORVA_MASTER_AGENT_H_
 
-#include <cstdint>
+#include <map>
+#include <string>
 #include <vector>
-
-#include "ObjInfo.h"
 
 namespace norva {
 
 class SnmpDataBase;
+class SnmpTableStrategy;
 
 class MasterAgent {
  public:
@@ -35,8 +35,16 @@ class MasterAgent {
   /// its own. Between init_agent and init_snmp.
   void initNormalObj();
 
+  /// Registers the tables of the catalogue, the first with TableHandlerOne, the second with
+  /// TableHandlerTwo, each with rows 1 to 32; further ones are not served. Always 0. Once, between
+  /// init_agent and init_snmp. REQUIRES: a catalogue.
+  int initTableObj();
+
  private:
   MasterAgent() = default;
+
+  std::vector<SnmpTableStrategy*> _tableHandlers;       // not yet given a table; never freed
+  std::map<std::string, SnmpTableStrategy*> _tableMap;  // by ancestor node; not read back
 
   static MasterAgent* _instance;
   static SnmpDataBase* _catalogue;

@@ -7,6 +7,7 @@
 #include "DataManage.h"
 #include "LibraryGate.h"
 #include "ObjValue.h"
+#include "SetValue.h"
 #include "SnmpDataBase.h"
 
 namespace norva {
@@ -118,15 +119,13 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
 
   ObjValue record = writeTemplate;
   // The type in the request, not the object's, decides how the value is written.
+  const SetValue value(varValType, varVal, varValLen);
   if (varValType == ASN_INTEGER) {
-    long integer = 0;
-    std::memcpy(&integer, varVal, std::min(varValLen, sizeof integer));
-    record.setInteger32(static_cast<std::uint32_t>(integer));
+    record.setInteger32(value.integer());
   } else {
-    const char* text = reinterpret_cast<const char*>(varVal);
-    const size_t size = strnlen(text, varValLen);
-    if (size > ObjValue::kValueSize) return SNMP_ERR_BADVALUE;
-    record.setText({text, size});
+    const std::string_view text = value.text();
+    if (text.size() > ObjValue::kValueSize) return SNMP_ERR_BADVALUE;
+    record.setText(text);
   }
   int result = 0;
   {

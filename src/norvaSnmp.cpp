@@ -137,6 +137,7 @@ void configureSubagent(const char* transport) {
 
 void registerObjects() {
   MasterAgent::getInstance()->initNormalObj();
+  MasterAgent::getInstance()->initTableObj();
 }
 
 void installTerminationHandler() {

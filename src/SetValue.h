@@ -1,0 +1,35 @@
+// The value of a SET as the unit's processor would see it, on every host: the library hands an
+// integer as a `long` of the host, the unit knows four big-endian bytes.
+
+#ifndef NORVA_SET_VALUE_H_
+#define NORVA_SET_VALUE_H_
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace norva {
+
+class SetValue {
+ public:
+  /// `value` are the `length` bytes that the library holds for a variable of `asnType`. They must
+  /// outlive the object.
+  SetValue(std::uint8_t asnType, const void* value, std::size_t length);
+  SetValue(const SetValue&) = delete;
+  SetValue& operator=(const SetValue&) = delete;
+
+  /// The integer; of any other type the first four bytes as an integer, missing ones zero.
+  std::uint32_t integer() const;
+  /// The bytes up to the first NUL, never more than the library gave.
+  std::string_view text() const;
+
+ private:
+  std::array<std::uint8_t, 4> _integerBytes{};
+  const std::uint8_t* _bytes;
+  std::size_t _size;
+};
+
+}  // namespace norva
+
+#endif  // NORVA_SET_VALUE_H_

@@ -1,0 +1,201 @@
+#include "TableHandler.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include "DataManage.h"
+#include "LibraryGate.h"
+#include "SetValue.h"
+#include "SnmpDataBase.h"
+#include "SnmpObjConvertStrategy.h"
+#include "TableIterator.h"
+
+namespace norva {
+
+namespace {
+
+constexpr std::uint32_t kIndexColumn = 1;
+constexpr std::uint16_t kAccessReadWrite = 3;
+constexpr std::size_t kMaxNodeLength = 32;
+
+void answerInteger(netsnmp_variable_list* variable, std::int32_t integer) {
+  snmp_set_var_typed_value(variable, ASN_INTEGER, &integer, sizeof integer);
+}
+
+void answerCell(netsnmp_variable_list* variable, const ObjInfo& info, const ObjValue& record) {
+  if (info.asnType == kAsnInteger) {
+    answerInteger(variable, static_cast<std::int32_t>(record.integer32()));
+    return;
+  }
+  const std::string_view text = record.text();
+  snmp_set_var_typed_value(variable, static_cast<u_char>(info.asnType), text.data(), text.size());
+}
+
+/// Writes what `variable` holds. Returns an SNMP error status.
+int writeCell(const netsnmp_variable_list& variable, const ObjInfo& info, ObjValue record,
+              const SnmpDataBase& catalogue) {
+  const SetValue value(variable.type, variable.val.string, variable.val_len);
+  if (info.asnType == kAsnInteger) {
+    record.setInteger32(value.integer());
+  } else {
+    record.setText(value.text());
+  }
+  const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
+  if (DataManage::getInstance()->setSnmpValue(record, catalogue) == -1) {
+    std::puts("SNMP_ERR_BADVALUE");
+    return SNMP_ERR_BADVALUE;
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+/// Reads a cell's object into the class's buffer. What an earlier cell left there goes first, so
+/// that a failed read is never answered with another cell's value.
+int readCell(TableClassState& state, const SnmpTableObjRecord& cell) {
+  ObjValue& buffer = state.objectBuffer;
+  buffer.setObjLen(0);
+  buffer.clearValue();
+  buffer.setOid(cell.objId);
+  buffer.setAttr(cell.info.covMethod);
+  const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
+  return DataManage::getInstance()->getSnmpValue(buffer, *state.catalogue);
+}
+
+/// One request of a PDU. `first` is the first request of its list. Returns an SNMP error status.
+int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
+               const netsnmp_request_info& first) {
+  const auto* row = static_cast<const RowContext*>(netsnmp_extract_iterator_context(request));
+  const netsnmp_table_request_info* table = netsnmp_extract_table_info(request);
+  if (row == nullptr || table == nullptr) return SNMP_ERR_NOERROR;
+  if (table->colnum == kIndexColumn) {
+    answerInteger(request->requestvb, row->index);  // deliberate: in every mode
+    return SNMP_ERR_NOERROR;
+  }
+
+  SnmpTableObjRecord cell;
+  if (state.catalogue->getSnmpTableOid(state.ancestorNode, table->colnum,
+                                       static_cast<unsigned>(row->index) & 0xFF, cell) == -1) {
+    return SNMP_ERR_NOERROR;
+  }
+  // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
+  // its access is tested, and a SET on it succeeds without writing.
+  if (readCell(state, cell) == -1) {
+    std::puts(" get_ data is ERROR !!!!!!!!!!!!!!!!!!!");
+    return SNMP_ERR_NOERROR;
+  }
+
+  switch (mode) {
+    case MODE_GET:
+      answerCell(request->requestvb, cell.info, state.objectBuffer);
+      return SNMP_ERR_NOERROR;
+    case MODE_SET_RESERVE1:
+      if (cell.info.access == kAccessReadWrite) return SNMP_ERR_NOERROR;
+      std::printf(" %s SNMP_ERR_READONLY\n", state.traits.sourceName);
+      return SNMP_ERR_READONLY;
+    case MODE_SET_ACTION:
+      // Deliberate: the first request's value goes to every cell of the list.
+      return writeCell(*first.requestvb, cell.info, state.objectBuffer, *state.catalogue);
+    default:
+      return SNMP_ERR_NOERROR;
+  }
+}
+
+int handleRequest(netsnmp_mib_handler*, netsnmp_handler_registration* registration,
+                  netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
+  if (requests == nullptr) return SNMP_ERR_GENERR;
+  auto& state = *static_cast<TableClassState*>(registration->my_reg_void);
+  for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
+    const int error = handleCell(state, info->mode, request, *requests);
+    if (error != SNMP_ERR_NOERROR) {
+      // A bare return would reach the manager as genErr.
+      netsnmp_set_request_error(info, request, error);
+      return error;
+    }
+  }
+  return SNMP_ERR_NOERROR;
+}
+
+/// Registers the table with the library, which owns all that is allocated here from then on.
+void registerTable(TableClassState& state, const std::vector<oid>& node) {
+  netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
+      state.traits.registrationName, handleRequest, node.data(), node.size(), HANDLER_CAN_RWRITE);
+  if (registration == nullptr) {
+    std::puts("netsnmp_handler_registration* my_handler is NULL");
+    return;
+  }
+  registration->my_reg_void = &state;
+
+  auto* table = static_cast<netsnmp_table_registration_info*>(
+      std::calloc(1, sizeof(netsnmp_table_registration_info)));
+  netsnmp_iterator_info* iterator = makeRowIterator(state);
+  if (table == nullptr || iterator == nullptr) {
+    std::free(table);
+    std::free(iterator);
+    std::free(registration);
+    return;
+  }
+  netsnmp_table_helper_add_indexes(table, ASN_INTEGER, ASN_INTEGER, 0);
+  table->min_column = kIndexColumn;
+
+  std::vector<SnmpTableObjRecord> columns;
+  if (state.catalogue->getTableColumns(state.ancestorNode, columns) == -1) return;
+  table->max_column = static_cast<unsigned>(columns.size()) + 1;
+  iterator->table_reginfo = table;
+  netsnmp_register_table_iterator(registration, iterator);
+}
+
+}  // namespace
+
+TableHandler::TableHandler(TableClassState& state, const SnmpDataBase* catalogue) : _state(state) {
+  _state.catalogue = catalogue;
+}
+
+TableHandler::~TableHandler() {
+  // Leaves the class without rows; whoever holds the mutex is done by then.
+  TableHandler::clearIndexes();
+}
+
+void TableHandler::addIndex(std::int32_t index) {
+  const std::lock_guard lock(_state.mutex);
+  insertRow(index);
+  _state.rowListHead = rowList();
+}
+
+void TableHandler::removeIndex(std::int32_t index) {
+  const std::lock_guard lock(_state.mutex);
+  eraseRow(index);
+  _state.rowListHead = rowList();
+}
+
+void TableHandler::clearIndexes() {
+  const std::lock_guard lock(_state.mutex);
+  SnmpTableStrategy::clearIndexes();
+  _state.rowListHead = rowList();
+}
+
+void TableHandler::init_table(std::int32_t tableFlag, const std::string& ancestorNode) {
+  _state.ancestorNode = ancestorNode;
+  _state.tableFlag = tableFlag;
+
+  ObjValue record;
+  DataManage::getInstance()->getObjValue(kObjOidPrefix, record);
+  const std::string prefix(record.text());
+  const std::string node = prefix + ancestorNode;
+  // Deliberate: every class prints the first one's name.
+  if (_state.traits.printsPrefix) {
+    std::printf("TableHandlerOne::init_table ancestorNode=%s\n", ancestorNode.c_str());
+    std::printf("TableHandlerOne::init_table OId(0x80BA)=%s\n", prefix.c_str());
+  }
+  std::printf("TableHandlerOne::init_table node=%s\n", node.c_str());
+
+  std::uint32_t subIdentifiers[kMaxNodeLength] = {};
+  const std::uint32_t count = parseOidText(node.c_str(), subIdentifiers, kMaxNodeLength);
+  if (count == 0 || count > kMaxNodeLength) {
+    std::printf("%s: table node of %u sub-identifiers is not served, 1 to %zu are possible\n",
+                _state.traits.registrationName, count, kMaxNodeLength);
+    return;
+  }
+  registerTable(_state, {subIdentifiers, subIdentifiers + count});
+}
+
+}  // namespace norva

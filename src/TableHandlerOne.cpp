@@ -1,0 +1,11 @@
+#include "TableHandlerOne.h"
+
+namespace norva {
+
+TableClassState TableHandlerOne::_state({
+    .registrationName = "TableHandlerOne",
+    .sourceName = "../src/TableHandlerOne",
+    .printsPrefix = true,
+});
+
+}  // namespace norva

@@ -1,0 +1,11 @@
+#include "TableHandlerTwo.h"
+
+namespace norva {
+
+TableClassState TableHandlerTwo::_state({
+    .registrationName = "TableHandlerTwo",
+    .sourceName = "../src/TableHandlerTwo",
+    .printsPrefix = false,
+});
+
+}  // namespace norva

@@ -1,0 +1,41 @@
+// The walk of the library's table iterator over the rows of a table class. Main thread.
+
+#ifndef NORVA_TABLE_ITERATOR_H_
+#define NORVA_TABLE_ITERATOR_H_
+
+#include <cstdint>
+
+#include "AgentLibrary.h"
+#include "SnmpTableStrategy.h"
+
+namespace norva {
+
+struct TableClassState;
+
+/// A row as the library carries it, as loop context of a walk and as data context of a request.
+/// Allocated with calloc and released by the library with free.
+struct RowContext {
+  std::int32_t index;
+  RowNode* next;  ///< points into the live row list
+};
+
+/// Iterator information for the rows of `state`, whose callbacks are the functions below; null when
+/// there is no memory. The caller, then the library, owns it.
+netsnmp_iterator_info* makeRowIterator(TableClassState& state);
+
+// The callbacks, with the library's signatures. `info->myvoid` is the TableClassState. Only the
+// first of the two indexes is ever filled; the second takes what the request carries.
+
+/// The smallest row; null when there is none.
+netsnmp_variable_list* firstRow(void** loopContext, void** dataContext,
+                                netsnmp_variable_list* index, netsnmp_iterator_info* info);
+/// The row behind that of the loop context; null, the loop context unchanged, behind the last one.
+netsnmp_variable_list* nextRow(void** loopContext, void** dataContext, netsnmp_variable_list* index,
+                               netsnmp_iterator_info* info);
+/// A data context of its own for each request: the library frees one per request, so a shared one
+/// would be freed twice by a PDU with two cells.
+void* makeRowContext(void* loopContext, netsnmp_iterator_info* info);
+
+}  // namespace norva
+
+#endif  // NORVA_TABLE_ITERATOR_H_
