@@ -83,12 +83,19 @@ int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length) {
   return receive(_alarmQid, buffer, length);
 }
 
+void ComPortAdapter::dropAlarm() {
+  long mtype = 0;
+  _alarmQid = msgget(_alarmKey, kQueueFlags);
+  msgrcv(_alarmQid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR);
+}
+
 int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
   const std::size_t size = std::min(length, kMaxReceive);
   const ssize_t received = msgrcv(qid, buffer, size, 0, 0);
   if (received == -1) {
     const int error = errno;
     std::printf("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
+    errno = error;
     return -1;
   }
   // The message type was received in front of the payload. Bytes that the move leaves behind are

@@ -56,8 +56,10 @@ class ComPortAdapter {
   /// payload are zero.
   /// REQUIRES: `buffer` holds kTypeSize + min(length, kMaxReceive) bytes and is aligned to a long.
   int read(std::uint8_t* buffer, std::size_t length);
-  /// As read, on the alarm queue.
+  /// As read, on the alarm queue. After -1, errno tells why.
   int readAlarm(std::uint8_t* buffer, std::size_t length);
+  /// Takes the message at the head of the alarm queue off, whatever its size, without waiting.
+  void dropAlarm();
 
   /// Hands min(length, kMaxSend) bytes to the request queue without waiting and returns that
   /// number. Deliberate: also when the send failed (which is printed), so callers cannot tell.

@@ -133,6 +133,10 @@ int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {
   return _pComPortAdapter->readAlarm(buffer, length);
 }
 
+void DataManage::dropAlarm() {
+  _pComPortAdapter->dropAlarm();
+}
+
 int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
   // Deliberate: getObjValue fails with 255, so a failed read goes on with the record as it is.
   if (getObjValue(record.oid(), record) == -1) {

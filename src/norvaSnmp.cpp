@@ -12,7 +12,9 @@
 #include "LibraryGate.h"
 #include "MasterAgent.h"
 #include "OutputFlusher.h"
+#include "SnmpEventNotify.h"
 #include "Termination.h"
+#include "TrapAlarm.h"
 
 namespace norva {
 namespace {
@@ -140,6 +142,17 @@ void registerObjects() {
   MasterAgent::getInstance()->initTableObj();
 }
 
+/// The heartbeat sends through the alarm thread's object; both live until the process ends.
+void startNotifications() {
+  auto* alarmThread = new TrapAlarm("TrapAlarm");
+  alarmThread->init(*MasterAgent::catalogue());
+  alarmThread->start();
+  alarmThread->markRunning();
+  auto* heartbeatThread = new SnmpEventNotify("SnmpEventNotify ", alarmThread);
+  heartbeatThread->start();
+  heartbeatThread->markRunning();
+}
+
 void installTerminationHandler() {
   Termination::prepare();
   signal(SIGTERM, Termination::handler);
@@ -161,6 +174,7 @@ void startSubagent(const Options& options) {
   init_snmp(options.name);
   std::puts("init_snmp end....");
   LibraryGate::getInstance().open();
+  startNotifications();
   Termination::agentXName = options.name;
   installTerminationHandler();
 }

@@ -1,0 +1,109 @@
+#include "SnmpEventNotify.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string_view>
+#include <utility>
+
+#include "DataManage.h"
+#include "OutputFlusher.h"
+#include "TrapAlarm.h"
+
+namespace norva {
+
+namespace {
+
+constexpr std::uint16_t kObjDeviceId = 0x0102;
+constexpr std::uint16_t kObjText5 = 0x0004;
+constexpr std::uint16_t kObjText6 = 0x0005;
+constexpr std::uint16_t kObjText4 = 0x0600;
+
+/// Reads an object into `record`, which a failed read leaves as it was. Deliberate: the failure is
+/// told by -1, which getObjValue never returns.
+void readObject(std::uint16_t oid, ObjValue& record, const char* error) {
+  if (DataManage::getInstance()->getObjValue(oid, record) == -1) std::puts(error);
+}
+
+ObjValue readObject(std::uint16_t oid, const char* error) {
+  ObjValue record;
+  readObject(oid, record, error);
+  return record;
+}
+
+/// The value bytes that the object's length code counts.
+std::string_view valueBytes(const ObjValue& record) {
+  const int size = std::clamp<int>(record.objLen() - kObjLenOverhead, 0, ObjValue::kValueSize);
+  return {reinterpret_cast<const char*>(record.value()), static_cast<std::size_t>(size)};
+}
+
+/// Device id of a heartbeat from the first byte of the unit's device id object.
+std::uint8_t heartBeatDeviceId(std::uint8_t value) {
+  if (value == 0) return 0;
+  return static_cast<std::uint8_t>((value & 0x3F) - 1 + ((value >> 3) & 0x18));
+}
+
+}  // namespace
+
+SnmpEventNotify::SnmpEventNotify(std::string name, TrapAlarm* alarmTrap)
+    : Thread(kRunning, 0, 0), _name(std::move(name)), _alarmTrap(alarmTrap) {
+  DataManage::getInstance()->getObjValue(kObjHeartBeatInterval, _intervalObject);
+  _heartBeatInterval = _intervalObject.value()[0];
+  std::printf("Init _heartBeatInterval is %d \n", _heartBeatInterval);
+  initHeartBeatMsg(_heartMsg);
+}
+
+void SnmpEventNotify::initHeartBeatMsg(TrapMessage& heartMsg) {
+  // Deliberate: the error texts of the device id name other objects than the one that is read.
+  const ObjValue deviceId = readObject(kObjDeviceId, "setSnmpValue::select 0x8560 error!");
+  heartMsg.setDeviceId(heartBeatDeviceId(deviceId.value()[0]));
+  const ObjValue text5 = readObject(kObjText5, "setSnmpValue::select 0x0004 error!");
+  heartMsg.setText(TrapMessage::kText5, valueBytes(text5));
+  const ObjValue text6 = readObject(kObjText6, "setSnmpValue::select 0x0005 error!");
+  heartMsg.setText(TrapMessage::kText6, valueBytes(text6));
+  const ObjValue deviceRaw = readObject(kObjDeviceId, "setSnmpValue::select 0x0101 error!");
+  heartMsg.setDeviceRaw(deviceRaw.value()[0]);
+  const ObjValue text4 = readObject(kObjText4, "setSnmpValue::select 0x0600 error!");
+  std::printf("SnmpEventNotify::initHeartBeatMsg heartMsg.deviceId=%d\n", heartMsg.deviceId());
+  heartMsg.setText(TrapMessage::kText4, valueBytes(text4));
+}
+
+void SnmpEventNotify::readHeartBeatInterval() {
+  readObject(kObjHeartBeatInterval, _intervalObject, "setSnmpValue::select 0x0FFA error!");
+  _heartBeatInterval = _intervalObject.value()[0];
+  std::printf("_heartBeatInterval is changed to %d \n", _heartBeatInterval);
+}
+
+void SnmpEventNotify::readHeartBeatSwFlag() {
+  readObject(kObjHeartBeatSwitch, _switchObject, "setSnmpValue::select 0x0FFB error!");
+  _heartBeatSwFlag = _switchObject.value()[0];
+  std::printf("_heartBeatSwFlag is changed to %d \n", _heartBeatSwFlag);
+}
+
+void SnmpEventNotify::run() {
+  constexpr unsigned kSecondsPerMinute = 60;
+  constexpr unsigned kIdlePause = 2;
+  std::uint8_t heartBeats = 0;
+  for (;;) {
+    std::puts("SnmpEventNotify::run send heartbeat ");
+    readHeartBeatInterval();
+    OutputFlusher::getInstance().soon();
+    sleep(_heartBeatInterval * kSecondsPerMinute);
+    if (status() == kIdle) {
+      sleep(kIdlePause);
+      continue;
+    }
+    readHeartBeatSwFlag();
+    if (_heartBeatSwFlag != 0) {
+      _heartMsg.setMsgType(kMsgHeartbeat);
+      const char* value = (heartBeats & 1) != 0 ? "1" : "0";
+      ++heartBeats;
+      std::puts("_alarmTrap->sendTrap ");
+      _alarmTrap->sendTrap(_heartMsg, "heartbeat", value);
+    }
+    std::puts("send heartTrap end ");
+  }
+}
+
+}  // namespace norva

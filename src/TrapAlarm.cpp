@@ -1,0 +1,189 @@
+#include "TrapAlarm.h"
+
+#include <sys/ipc.h>
+#include <sys/msg.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <numeric>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+#include "DataManage.h"
+#include "ObjValue.h"
+#include "OutputFlusher.h"
+#include "SnmpDataBase.h"
+
+namespace norva {
+
+namespace {
+
+constexpr std::size_t kReceiveLimit = 1024;
+constexpr std::chrono::milliseconds kPauseAfterFailure{100};
+constexpr char kV3Context[] = "DAS_NORVA";
+
+constexpr oid kSnmpTrapOid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
+
+/// Last sub-identifier of the payload objects, in the order of the bindings.
+enum PayloadObject : oid {
+  kPayloadName = 1,
+  kPayloadValue = 2,
+  kPayloadDeviceId = 3,
+  kPayloadText4 = 4,
+  kPayloadText5 = 5,
+  kPayloadText6 = 6,
+  kPayloadSequence = 7,
+};
+
+constexpr NotificationOid notificationOid(oid last) {
+  return {1, 3, 6, 1, 4, 1, 53412, 8, 2, 2, 3, 3, 1, 1, 0, last};
+}
+
+constexpr std::pair<std::int32_t, NotificationOid> kNotifications[] = {
+    {kMsgAlarm, notificationOid(96)},
+    {kMsgRuChange, notificationOid(97)},
+    {kMsgGeneralEvent, notificationOid(98)},
+    {kMsgHeartbeat, notificationOid(99)},
+};
+
+/// The bindings of one notification, freed when the object goes.
+class Bindings {
+ public:
+  explicit Bindings(const NotificationOid& notification) {
+    snmp_varlist_add_variable(&_list, kSnmpTrapOid, std::size(kSnmpTrapOid), ASN_OBJECT_ID,
+                              notification.data(), sizeof notification);
+  }
+  ~Bindings() { snmp_free_varbind(_list); }
+  Bindings(const Bindings&) = delete;
+  Bindings& operator=(const Bindings&) = delete;
+
+  void add(PayloadObject object, std::string_view text) {
+    add(object, ASN_OCTET_STR, text.data(), text.size());
+  }
+  void add(PayloadObject object, std::uint32_t integer) {
+    add(object, ASN_INTEGER, &integer, sizeof integer);
+  }
+
+  netsnmp_variable_list* list() { return _list; }
+
+ private:
+  void add(PayloadObject object, u_char type, const void* value, std::size_t size) {
+    const NotificationOid name = notificationOid(object);
+    snmp_varlist_add_variable(&_list, name.data(), name.size(), type, value, size);
+  }
+
+  netsnmp_variable_list* _list = nullptr;
+};
+
+/// Name of a remote-unit change. Deliberate: as many characters of the text are skipped as the
+/// three bytes add up to; beyond the text the name is empty.
+std::string ruName(const std::uint8_t* ruBytes) {
+  constexpr std::string_view kText = "RU ";
+  const unsigned skipped = std::accumulate(ruBytes, ruBytes + TrapMessage::kRuByteCount, 0U);
+  return skipped < kText.size() ? std::string(kText.substr(skipped)) : std::string();
+}
+
+}  // namespace
+
+TrapAlarm::TrapAlarm(std::string label) : Thread(kRunning, 0, 0), _label(std::move(label)) {}
+
+void TrapAlarm::init(const SnmpDataBase& catalogue) {
+  _catalogue = &catalogue;
+  ObjValue version;
+  if (DataManage::getInstance()->getObjValue(kObjNotificationVersion, version) == -1) {
+    std::puts("setSnmpValue::select 0x0611 error!");
+  }
+  if (version.value()[0] != 0) {
+    _trapType = kSnmpV3;
+    _sender = [](const LibraryGate::Loan&, netsnmp_variable_list* list) {
+      send_v3trap(list, kV3Context);
+    };
+  } else {
+    _trapType = kSnmpV2c;
+    _sender = [](const LibraryGate::Loan&, netsnmp_variable_list* list) { send_v2trap(list); };
+  }
+  std::printf("Init _trapType is %d \n", _trapType);
+
+  _queueId = msgget(_queueKey, IPC_CREAT | 0666);
+  if (_queueId == -1) std::puts("Trap::Trap  create msg error");
+  _typeMap.insert(std::begin(kNotifications), std::end(kNotifications));
+}
+
+void TrapAlarm::run() {
+  for (;;) {
+    TrapMessage event;
+    while (receive(event) == 0) std::puts("not receive !!");
+    // Deliberate: an event of an object without a scalar mapping is dropped, whatever its type.
+    std::string name;
+    if (_catalogue->getObjName(event.objId(), name) != 0) continue;
+    dispatch(event, std::move(name), {});
+  }
+}
+
+int TrapAlarm::receive(TrapMessage& event) {
+  alignas(long) std::uint8_t buffer[ComPortAdapter::kTypeSize + kReceiveLimit] = {};
+  OutputFlusher::getInstance().soon();
+  const int length = DataManage::getInstance()->readAlarm(buffer, kReceiveLimit);
+  const int error = errno;
+  std::printf("receivebuf len is %d \n", length);
+  event = TrapMessage();
+  if (length != -1) {
+    event = TrapMessage(buffer, static_cast<std::size_t>(length));
+  } else if (error == E2BIG) {
+    DataManage::getInstance()->dropAlarm();
+    std::puts("alarm message too large to receive, taken off the queue");
+  } else {
+    std::this_thread::sleep_for(kPauseAfterFailure);
+  }
+  return length;
+}
+
+void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string value) {
+  switch (event.msgType()) {
+    case kMsgAlarm:
+      value = event.cleared() ? "Clear Alarm" : "New Alarm";
+      _catalogue->getObjName(event.objId(), name);
+      std::printf("val is %s, name is %s \n", value.c_str(), name.c_str());
+      break;
+    case kMsgRuChange:
+      value = event.cleared() ? "Remove RU" : "Add RU";
+      name = ruName(event.ruBytes());
+      break;
+    case kMsgGeneralEvent:
+      value = event.cleared() ? "Lose GeneralTrap" : "Report GeneralTrap";
+      name = "GeneralTrap";
+      break;
+    default:
+      break;
+  }
+  _lastMessage = event;
+  sendTrap(event, name, value);
+}
+
+void TrapAlarm::sendTrap(const TrapMessage& trapMessage, const std::string& name,
+                         const std::string& value) {
+  const auto notification = _typeMap.find(trapMessage.msgType());
+  if (notification == _typeMap.end()) {
+    std::printf("TrapAlarm::sendTrap no notification for msgType %d\n", trapMessage.msgType());
+    return;
+  }
+  const LibraryGate::Loan loan(LibraryGate::getInstance());
+  ++_trapSeq;
+  Bindings bindings(notification->second);
+  std::printf("TrapAlarm::sendTrap trapmsg.deviceId=%d\n", trapMessage.deviceId());
+  std::printf("string is %s \n", name.c_str());
+  bindings.add(kPayloadName, name);
+  std::printf("string is %s \n", value.c_str());
+  bindings.add(kPayloadValue, value);
+  bindings.add(kPayloadDeviceId, trapMessage.deviceId());
+  // Deliberate: the record keeps the sixth text before the fifth.
+  bindings.add(kPayloadText4, trapMessage.text(TrapMessage::kText4));
+  bindings.add(kPayloadText5, trapMessage.text(TrapMessage::kText5));
+  bindings.add(kPayloadText6, trapMessage.text(TrapMessage::kText6));
+  bindings.add(kPayloadSequence, _trapSeq);
+  _sender(loan, bindings.list());
+}
+
+}  // namespace norva
