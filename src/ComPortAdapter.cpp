@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "OutputFlusher.h"
+
 namespace norva {
 
 namespace {
@@ -91,6 +93,7 @@ void ComPortAdapter::dropAlarm() {
 
 int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
   const std::size_t size = std::min(length, kMaxReceive);
+  OutputFlusher::getInstance().soon();
   const ssize_t received = msgrcv(qid, buffer, size, 0, 0);
   if (received == -1) {
     const int error = errno;

@@ -13,7 +13,6 @@
 
 #include "DataManage.h"
 #include "ObjValue.h"
-#include "OutputFlusher.h"
 #include "SnmpDataBase.h"
 
 namespace norva {
@@ -124,7 +123,6 @@ void TrapAlarm::run() {
 
 int TrapAlarm::receive(TrapMessage& event) {
   alignas(long) std::uint8_t buffer[ComPortAdapter::kTypeSize + kReceiveLimit] = {};
-  OutputFlusher::getInstance().soon();
   const int length = DataManage::getInstance()->readAlarm(buffer, kReceiveLimit);
   const int error = errno;
   std::printf("receivebuf len is %d \n", length);

@@ -7,12 +7,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
+#include <string>
 
 #include "AgentLibrary.h"
 #include "LibraryGate.h"
 #include "MasterAgent.h"
 #include "OutputFlusher.h"
 #include "SnmpEventNotify.h"
+#include "SnmpdManager.h"
 #include "Termination.h"
 #include "TrapAlarm.h"
 
@@ -131,10 +134,37 @@ void validateOptions(const Options& options, const char* program) {
   if (isMissing(options.port, kNoPort)) refuse("\nerror: no snmp udp port.", program);
 }
 
+/// Keeps the library from parsing MIB text, which an agent does not need: start-up is faster and
+/// standard error quiet. Put back before anything else is launched with this environment.
+class WithoutMibText {
+ public:
+  WithoutMibText() {
+    if (const char* mibs = std::getenv("MIBS")) _mibs = mibs;
+    setenv("MIBS", "", 1);
+  }
+  ~WithoutMibText() {
+    if (_mibs) {
+      setenv("MIBS", _mibs->c_str(), 1);
+    } else {
+      unsetenv("MIBS");
+    }
+  }
+  WithoutMibText(const WithoutMibText&) = delete;
+  WithoutMibText& operator=(const WithoutMibText&) = delete;
+
+ private:
+  std::optional<std::string> _mibs;
+};
+
 /// In both modes the process is a subagent; the master is an snmpd.
 void configureSubagent(const char* transport) {
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, transport);
+}
+
+void pauseFor(unsigned seconds) {
+  OutputFlusher::getInstance().soon();
+  sleep(seconds);
 }
 
 void registerObjects() {
@@ -165,17 +195,39 @@ void startSubagent(const Options& options) {
   printOptions(options);
   std::puts("netsnmp_ds_set_boolean....");
   configureSubagent(options.transport);
+  const WithoutMibText withoutMibText;
   const int rc = init_agent(options.name);
   std::printf("init_agent rc=%d....\n", rc);
   MasterAgent::getInstance(options.database);
   registerObjects();
-  sleep(1);
+  pauseFor(1);
   std::printf("before initsnmp_subagent,agentXName=%s \n", options.name);
   init_snmp(options.name);
   std::puts("init_snmp end....");
   LibraryGate::getInstance().open();
   startNotifications();
   Termination::agentXName = options.name;
+  installTerminationHandler();
+}
+
+/// Start-up of the default mode: launch the master agent, then attach to it.
+void startWithMaster(const Options& options) {
+  constexpr char kAgentName[] = "snmpAgentX";
+  std::puts("startSnmpd....");
+  const MasterAgent* agent = MasterAgent::getInstance(options.database);
+  startSnmpd(agent, options.conf, options.port, options.transport);
+  std::puts("wating for snmpd");
+  pauseFor(5);
+  std::puts("netsnmp_ds_set_boolean in MASTER_AGENT....");
+  configureSubagent(options.transport);
+  const WithoutMibText withoutMibText;
+  init_agent(kAgentName);
+  registerObjects();
+  init_snmp(kAgentName);
+  std::puts("init_snmp end....");
+  LibraryGate::getInstance().open();
+  startNotifications();
+  // Deliberate: the termination handler shuts the library down without a name in this mode.
   installTerminationHandler();
 }
 
@@ -197,8 +249,10 @@ int main(int argc, char** argv) {
   // A reader of standard output that goes away must not end the agent, nor a master that closes
   // the session while something is sent to it.
   signal(SIGPIPE, SIG_IGN);
-  // An agent needs no MIB text; not parsing any keeps start-up fast and standard error quiet.
-  setenv("MIBS", "", 1);
-  norva::startSubagent(options);
+  if (options.launchMaster) {
+    norva::startWithMaster(options);
+  } else {
+    norva::startSubagent(options);
+  }
   norva::serveRequests();
 }
