@@ -98,6 +98,8 @@ ControlServer::ControlServer(std::string path, Execute execute)
 
 ControlServer::~ControlServer() {
   unlink(path_.c_str());
+  // Nobody waits for lines that have not come; answers still go out.
+  for (const Connection& connection : connections_) shutdown(connection.client.number(), SHUT_RD);
   connections_.clear();
 }
 

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "ByteOrder.h"
+#include "MessageQueue.h"
 #include "ObjectProtocol.h"
 
 namespace norva::dasunit {

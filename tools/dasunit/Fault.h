@@ -17,9 +17,6 @@
 
 namespace norva::dasunit {
 
-/// Longest payload the unit puts on a queue; below the system's usual limit of 8192.
-constexpr std::int64_t kMaxPayload = 8000;
-
 enum class FaultKind {
   kSilent,        ///< no reply; the request stays unanswered for good
   kDelay,         ///< the reply comes `number` milliseconds late

@@ -7,8 +7,6 @@
 #include <cstring>
 #include <string>
 
-#include "Fault.h"
-
 namespace norva::dasunit {
 
 namespace {
@@ -56,13 +54,13 @@ bool MessageQueue::send(std::span<const std::uint8_t> payload) {
 }
 
 std::optional<std::span<const std::uint8_t>> MessageQueue::receive() {
-  ssize_t size = 0;
-  do {
-    size = msgrcv(id_, &received_, sizeof received_.payload, 0, MSG_NOERROR);
-  } while (size < 0 && errno == EINTR);
+  const ssize_t size = msgrcv(id_, &received_, sizeof received_.payload, 0, MSG_NOERROR);
   if (size >= 0) return std::span(received_.payload).first(static_cast<std::size_t>(size));
-  if (!isRemoved(errno)) throw InputError(std::string("message queue: ") + std::strerror(errno));
-  id_ = lookUp();
+  if (isRemoved(errno)) {
+    id_ = lookUp();
+  } else if (errno != EINTR) {
+    throw InputError(std::string("message queue: ") + std::strerror(errno));
+  }
   return std::nullopt;
 }
 

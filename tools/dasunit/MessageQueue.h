@@ -16,6 +16,9 @@
 
 namespace norva::dasunit {
 
+/// Longest payload the unit puts on a queue; below the system's usual limit of 8192.
+constexpr std::int64_t kMaxPayload = 8000;
+
 class MessageQueue {
  public:
   /// Attaches to the queue, creating it if missing; what waits in it is kept. Throws InputError
@@ -27,8 +30,8 @@ class MessageQueue {
   /// Hands over one message without waiting. False when the queue is full.
   bool send(std::span<const std::uint8_t> payload);
 
-  /// Waits for the next message, whose payload is valid until the next call. Nothing when the queue
-  /// was removed meanwhile; the next call waits in its successor.
+  /// Waits for the next message, whose payload is valid until the next call. Nothing after a signal
+  /// and when the queue was removed meanwhile; the next call then waits in its successor.
   std::optional<std::span<const std::uint8_t>> receive();
 
   /// Removes the queue from the system, with all that waits in it.

@@ -1,5 +1,6 @@
 #include "Unit.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <condition_variable>
@@ -15,6 +16,9 @@ namespace norva::dasunit {
 namespace {
 
 constexpr std::chrono::microseconds kPostRetry{100};
+constexpr std::chrono::milliseconds kWakeUpRetry{1};
+/// Ends the wait for a request.
+constexpr int kWakeUpSignal = SIGUSR1;
 
 /// Waits, at most until `stopping` is requested.
 void pause(std::chrono::milliseconds duration, const std::stop_token& stopping) {
@@ -29,38 +33,44 @@ void pause(std::chrono::milliseconds duration, const std::stop_token& stopping) 
 Unit::Unit(const std::vector<DeviceObject>& objects, const std::string& recordPath)
     : recorder_(recordPath) {
   objects_.add(objects);
-  server_ = std::jthread([this](const std::stop_token& stopping) { serve(stopping); });
 }
 
 Unit::~Unit() {
   stop();
 }
 
-void Unit::stop() {
-  if (!server_.request_stop()) return;
-  try {
-    // An empty message ends the server where it waits. While the queue is full it is not waiting.
-    while (!requests_.send({})) std::this_thread::sleep_for(kPostRetry);
-  } catch (const InputError&) {
-    // The server met the same failure of its queue and has reported it.
-  }
+void Unit::start() {
+  struct sigaction wakeUp {};
+  wakeUp.sa_handler = [](int) {};
+  sigaction(kWakeUpSignal, &wakeUp, nullptr);
+  server_ = std::thread([this] { serve(); });
 }
 
-void Unit::serve(const std::stop_token& stopping) {
+void Unit::stop() {
+  if (!server_.joinable()) return;
+  stopping_.request_stop();
+  // Repeated, as a signal that comes just before the server waits for a request does not wake it.
+  while (!ended_) {
+    pthread_kill(server_.native_handle(), kWakeUpSignal);
+    std::this_thread::sleep_for(kWakeUpRetry);
+  }
+  server_.join();
+}
+
+void Unit::serve() {
   try {
-    while (true) {
-      const auto request = requests_.receive();
-      if (stopping.stop_requested() && (!request || request->empty())) return;
-      if (request) handle(*request, stopping);
+    while (!stopping_.stop_requested()) {
+      if (const auto request = requests_.receive()) handle(*request);
     }
   } catch (const InputError& error) {
     std::fprintf(stderr, "dasunit: %s\n", error.what());
     failed_ = true;
     kill(getpid(), SIGTERM);
   }
+  ended_ = true;
 }
 
-void Unit::handle(std::span<const std::uint8_t> request, const std::stop_token& stopping) {
+void Unit::handle(std::span<const std::uint8_t> request) {
   recorder_.record(Direction::kRequest, Recorder::now(), request);
   const std::uint8_t command = request.empty() ? std::uint8_t{0} : request[kFrameCommand];
   statistics_.add(Count::kRequests);
@@ -76,7 +86,7 @@ void Unit::handle(std::span<const std::uint8_t> request, const std::stop_token& 
     return;
   }
   statistics_.add(Count::kFaults);
-  if (fault->delay().count() > 0) pause(fault->delay(), stopping);
+  if (fault->delay().count() > 0) pause(fault->delay(), stopping_.get_token());
   for (const Bytes& frame : applyFault(*fault, std::move(reply))) sendReply(frame);
 }
 
@@ -94,7 +104,7 @@ void Unit::postAlarm(std::span<const std::uint8_t> message) {
   const auto deadline = std::chrono::steady_clock::now() + kPostPatience;
   timespec time = Recorder::now();
   while (!alarms_.send(message)) {
-    if (server_.get_stop_token().stop_requested()) throw InputError("the unit ends");
+    if (stopping_.stop_requested()) throw InputError("the unit ends");
     if (std::chrono::steady_clock::now() > deadline) throw InputError("the alarm queue is full");
     std::this_thread::sleep_for(kPostRetry);
     time = Recorder::now();

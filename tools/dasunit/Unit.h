@@ -1,5 +1,5 @@
 // The simulated unit: its objects behind the request and reply queues, served by a thread of its
-// own, and its alarm queue. Every public operation may be called from any thread.
+// own, and its alarm queue. Any thread may use it between start and stop.
 
 #ifndef NORVA_DASUNIT_UNIT_H_
 #define NORVA_DASUNIT_UNIT_H_
@@ -24,13 +24,20 @@ namespace norva::dasunit {
 
 class Unit {
  public:
-  /// Attaches to the queues and starts answering. Throws InputError when a queue or the record
-  /// file cannot be had.
+  /// Attaches to the queues. Throws InputError when a queue or the record file cannot be had.
   Unit(const std::vector<DeviceObject>& objects, const std::string& recordPath);
-  /// Stops answering. The queues stay in the system, as the agent may be waiting in them.
+  /// Stops. The queues stay in the system, as the agent may be waiting in them.
   ~Unit();
   Unit(const Unit&) = delete;
   Unit& operator=(const Unit&) = delete;
+
+  /// Starts answering requests. To be called once.
+  void start();
+  /// Stops answering, and ends the waits of postAlarm; the first step of the end. The thread that
+  /// called start calls it.
+  void stop();
+  /// True when the request queue failed, which ends the program by SIGTERM.
+  bool failed() const { return failed_; }
 
   ObjectStore& objects() { return objects_; }
   FaultPlan& faults() { return faults_; }
@@ -44,16 +51,12 @@ class Unit {
   void postAlarm(std::span<const std::uint8_t> message);
   /// Removes the queue called request, reply or alarm. Throws InputError for another name.
   void removeQueue(std::string_view name);
-  /// Ends waiting and serving for good; the first step of the end.
-  void stop();
-  /// True when the request queue failed, which ends the program by SIGTERM.
-  bool failed() const { return failed_; }
 
   static constexpr std::chrono::seconds kPostPatience{30};
 
  private:
-  void serve(const std::stop_token& stopping);
-  void handle(std::span<const std::uint8_t> request, const std::stop_token& stopping);
+  void serve();
+  void handle(std::span<const std::uint8_t> request);
 
   Recorder recorder_;
   ObjectStore objects_;
@@ -63,7 +66,9 @@ class Unit {
   MessageQueue replies_{kReplyQueueKey};
   MessageQueue alarms_{kAlarmQueueKey};
   std::atomic<bool> failed_{false};
-  std::jthread server_;  // last: uses all of the above
+  std::atomic<bool> ended_{false};
+  std::stop_source stopping_;
+  std::thread server_;  // last: uses all of the above
 };
 
 }  // namespace norva::dasunit

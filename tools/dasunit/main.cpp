@@ -44,6 +44,7 @@ int run(const Options& options) {
   Unit unit(objects, options.record);
   ControlServer control(options.control,
                         [&unit](std::string_view line) { return execute(unit, line); });
+  unit.start();
   std::printf("dasunit: ready, %zu objects, control socket %s\n", objects.size(),
               options.control.c_str());
   std::fflush(stdout);
@@ -74,19 +75,23 @@ int main(int argc, char** argv) {
       "The simulated unit: plays the control process of a DAS unit on its message queues.\n"
       "Runs in the foreground until SIGTERM, SIGINT or the command 'quit'.",
       "dasunit"};
-  app.add_option("--objects", options.objects, "Object file: the unit's objects (required)");
-  app.add_option("--record", options.record, "Record every frame in this file");
+  app.add_option("--objects", options.objects, "Object file: the unit's objects (required)")
+      ->type_name("FILE");
+  app.add_option("--record", options.record, "Record every frame in this file")->type_name("FILE");
   const auto addControl = [&options](CLI::App& to) {
     to.add_option("--control", options.control, "Path of the control socket")
+        ->type_name("PATH")
         ->envname("DASUNIT_CONTROL")
         ->capture_default_str();
   };
   addControl(app);
 
-  CLI::App* ctl = app.add_subcommand("ctl", "Send one command to a running unit");
+  CLI::App* ctl = app.add_subcommand(
+      "ctl", "Send one command to a running unit: dasunit ctl [OPTIONS] COMMAND...");
   addControl(*ctl);
   ctl->add_option("--wait", options.wait, "Seconds to wait for the unit to come up")
       ->check(CLI::Range(0.0, 3600.0))
+      ->type_name("SECONDS")
       ->capture_default_str();
   ctl->prefix_command();
   ctl->footer(kCommandHelp);
