@@ -85,16 +85,21 @@ int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length) {
   return receive(_alarmQid, buffer, length);
 }
 
-void ComPortAdapter::dropAlarm() {
+bool ComPortAdapter::dropAlarm() {
   long mtype = 0;
   _alarmQid = msgget(_alarmKey, kQueueFlags);
-  msgrcv(_alarmQid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR);
+  return msgrcv(_alarmQid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR) != -1;
 }
 
 int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
   const std::size_t size = std::min(length, kMaxReceive);
   OutputFlusher::getInstance().soon();
-  const ssize_t received = msgrcv(qid, buffer, size, 0, 0);
+  // A signal must not end the wait: the request in whose middle the process is asked to end would
+  // be answered as if the device had failed.
+  ssize_t received = -1;
+  do {
+    received = msgrcv(qid, buffer, size, 0, 0);
+  } while (received == -1 && errno == EINTR);
   if (received == -1) {
     const int error = errno;
     std::printf("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
@@ -114,7 +119,7 @@ int ComPortAdapter::write(const std::uint8_t* buffer, std::size_t length) {
   const std::size_t size = std::min(length, kMaxSend);
   QueueMsg message;
   message.mtype = AGENT_MSG_TYPE;
-  std::memcpy(message.payload, buffer, size);
+  std::copy_n(buffer, size, message.payload);
   _writeQid = msgget(_writeKey, kQueueFlags);
   if (msgsnd(_writeQid, &message, size, IPC_NOWAIT) < 0) {
     std::puts("ComPortAdapter::write msg_queue error:");

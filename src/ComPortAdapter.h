@@ -59,7 +59,8 @@ class ComPortAdapter {
   /// As read, on the alarm queue. After -1, errno tells why.
   int readAlarm(std::uint8_t* buffer, std::size_t length);
   /// Takes the message at the head of the alarm queue off, whatever its size, without waiting.
-  void dropAlarm();
+  /// False when there is none or the queue fails.
+  bool dropAlarm();
 
   /// Hands min(length, kMaxSend) bytes to the request queue without waiting and returns that
   /// number. Deliberate: also when the send failed (which is printed), so callers cannot tell.

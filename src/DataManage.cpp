@@ -5,6 +5,7 @@
 
 #include "ObjInfo.h"
 #include "ObjectProtocol.h"
+#include "OutputFlusher.h"
 #include "SnmpDataBase.h"
 
 namespace norva {
@@ -86,6 +87,7 @@ DataManage::~DataManage() {
 
 int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
   ReceiveBuffer<kGetReplyLimit> reply;
+  OutputFlusher::getInstance().soon();  // another thread's round trip may take its time
   const std::lock_guard lock(_mutex);
   const GetRequest request = encodeGetRequest(oid);
   _pComPortAdapter->flush();
@@ -116,6 +118,7 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
 int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
   ReceiveBuffer<kSetReplyLimit> reply;
   SetRequest request;
+  OutputFlusher::getInstance().soon();
   const std::lock_guard lock(_mutex);
   if (oid == kObjHeartBeatInterval) heartBeatIntervalChanged = true;
   if (oid == kObjHeartBeatSwitch) heartBeatSwFlagChanged = true;
@@ -133,8 +136,8 @@ int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {
   return _pComPortAdapter->readAlarm(buffer, length);
 }
 
-void DataManage::dropAlarm() {
-  _pComPortAdapter->dropAlarm();
+bool DataManage::dropAlarm() {
+  return _pComPortAdapter->dropAlarm();
 }
 
 int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {

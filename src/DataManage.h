@@ -57,7 +57,7 @@ class DataManage {
   /// alarm thread never waits behind a device request.
   int readAlarm(std::uint8_t* buffer, std::size_t length);
   /// Takes one message off the alarm queue unread; as ComPortAdapter::dropAlarm.
-  void dropAlarm();
+  bool dropAlarm();
 
   /// Reads the object named by `record.oid` and brings it into its SNMP presentation: an integer
   /// widened to 32 bits (`objLen` 7) or a text. Returns 0, or -1 when the object is not mapped or

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "AgentLibrary.h"
+#include "OutputFlusher.h"
 
 namespace norva {
 
@@ -24,8 +25,13 @@ int LibraryGate::open() {
     std::printf("LibraryGate: no wake-up descriptor: %s\n", std::strerror(errno));
     return -1;
   }
-  register_readfd(
-      _wakeFd, [](int, void* gate) { static_cast<LibraryGate*>(gate)->lendOnce(); }, this);
+  const auto wakeUp = [](int, void* gate) { static_cast<LibraryGate*>(gate)->lendOnce(); };
+  if (register_readfd(_wakeFd, wakeUp, this) != FD_REGISTERED_OK) {
+    std::puts("LibraryGate: the library takes no wake-up descriptor");
+    close(_wakeFd);
+    _wakeFd = -1;
+    return -1;
+  }
   if (_waiting > 0) wakeMainThread();
   return 0;
 }
@@ -71,6 +77,7 @@ bool LibraryGate::canBorrow(Place place) const {
 }
 
 bool LibraryGate::borrow(Place place, std::chrono::milliseconds limit) {
+  OutputFlusher::getInstance().soon();
   std::unique_lock lock(_mutex);
   ++_waiting;
   if (!_deviceWait) wakeMainThread();

@@ -46,7 +46,7 @@ class LibraryGate {
   void beginTurn() { _loansLeft.store(kLoansPerTurn, std::memory_order_relaxed); }
 
   /// Lends the gate out while the object lives. Main thread, inside a request handler, around
-  /// nothing but the device round trip.
+  /// nothing but a call of the facade, which never touches the library.
   class DeviceWait {
    public:
     explicit DeviceWait(LibraryGate& gate) : _gate(gate) { _gate.beginDeviceWait(); }

@@ -51,6 +51,7 @@ void MasterAgent::initNormalObj() {
 int MasterAgent::initTableObj() {
   _tableHandlers.push_back(new TableHandlerOne(_catalogue));
   _tableHandlers.push_back(new TableHandlerTwo(_catalogue));
+  if (_catalogue == nullptr) return 0;
 
   std::vector<AncestorNodeEntry> ancestorNodes;
   _catalogue->getTableAncestorNodes(ancestorNodes);

@@ -37,7 +37,7 @@ class MasterAgent {
 
   /// Registers the tables of the catalogue, the first with TableHandlerOne, the second with
   /// TableHandlerTwo, each with rows 1 to 32; further ones are not served. Always 0. Once, between
-  /// init_agent and init_snmp. REQUIRES: a catalogue.
+  /// init_agent and init_snmp.
   int initTableObj();
 
  private:

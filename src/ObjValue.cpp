@@ -1,6 +1,5 @@
 #include "ObjValue.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "ByteOrder.h"
@@ -41,7 +40,7 @@ std::string_view ObjValue::text() const {
 
 void ObjValue::setText(std::string_view text) {
   clearValue();
-  std::memcpy(value(), text.data(), std::min(text.size(), kValueSize));
+  text.copy(reinterpret_cast<char*>(value()), kValueSize);
 }
 
 void ObjValue::clearValue() {

@@ -2,8 +2,8 @@
 //
 // The agent traces every request, so standard output stays fully buffered into a pipe or a file:
 // line buffering would cost a write per line on the request path. Whoever is about to wait for work
-// calls `soon`, and what was printed leaves within kDelay, without a system call on the caller's
-// thread while output keeps coming, and without a wake-up while there is none.
+// calls `soon`, and what was printed leaves within kDelay: at the price of one system call per
+// kDelay while output keeps coming, and of none while there is none.
 
 #ifndef NORVA_OUTPUT_FLUSHER_H_
 #define NORVA_OUTPUT_FLUSHER_H_

@@ -3,27 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "AgentLibrary.h"
+#include "AnswerValue.h"
 #include "ByteOrder.h"
 
 namespace norva {
-
-namespace {
-
-bool isHeldAsLong(std::uint8_t asnType) {
-  switch (asnType) {
-    case ASN_INTEGER:
-    case ASN_COUNTER:
-    case ASN_GAUGE:  // Unsigned32 has the same tag
-    case ASN_TIMETICKS:
-    case ASN_UINTEGER:
-      return true;
-    default:
-      return false;
-  }
-}
-
-}  // namespace
 
 SetValue::SetValue(std::uint8_t asnType, const void* value, std::size_t length)
     : _bytes(static_cast<const std::uint8_t*>(value)), _size(length) {

@@ -1,5 +1,6 @@
-// The value of a SET as the unit's processor would see it, on every host: the library hands an
-// integer as a `long` of the host, the unit knows four big-endian bytes.
+// The value of a SET as the unit's processor would see it, on every host: the library hands a
+// number as a `long` of the host, the unit knows four big-endian bytes. Texts and addresses are
+// bytes anyway.
 
 #ifndef NORVA_SET_VALUE_H_
 #define NORVA_SET_VALUE_H_

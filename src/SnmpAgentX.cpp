@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "AnswerValue.h"
 #include "DataManage.h"
 #include "LibraryGate.h"
 #include "ObjValue.h"
@@ -21,9 +22,9 @@ constexpr std::uint16_t kAccessWrite = 2;
 struct HandlerState {
   std::vector<SnmpObjRecord> generalObjects;
   const SnmpDataBase* catalogue = nullptr;
-  SnmpObjRecord writable;    // the writable object that was looked up last
-  ObjValue writeTemplate;    // zero but for object id and attribute word
-  std::uint8_t answer[128];  // handed to the library as the value of a GET
+  SnmpObjRecord writable;  // the writable object that was looked up last
+  ObjValue writeTemplate;  // zero but for object id and attribute word
+  AnswerValue answer;      // handed to the library as the value of a GET
 };
 
 HandlerState& state() {
@@ -91,22 +92,14 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
     const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
     result = DataManage::getInstance()->getSnmpValue(record, *state().catalogue);
   }
-  if (result == -1) {
+  AnswerValue& answer = state().answer;
+  answer = result == -1 ? AnswerValue() : AnswerValue(object.info.asnType, record);
+  if (!answer.valid()) {
     std::printf("SnmpAgentX::read_Var  getObjValue ERROR  oid = %X !!!!!!!!!!!\n", object.objId);
     return nullptr;
   }
-
-  auto& answer = state().answer;
-  std::memset(answer, 0, sizeof answer);
-  if (object.info.asnType == kAsnInteger) {
-    const auto integer = static_cast<std::int32_t>(record.integer32());
-    std::memcpy(answer, &integer, sizeof integer);
-  } else {
-    const std::string_view text = record.text();
-    std::memcpy(answer, text.data(), text.size());
-    *varLen = text.size();
-  }
-  return answer;
+  *varLen = answer.size();
+  return answer.data();
 }
 
 int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_t varValLen,

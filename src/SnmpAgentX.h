@@ -25,8 +25,7 @@ class SnmpAgentX {
 
   /// Answers GET and GET-NEXT: the value bytes, a 4-byte integer or a text of `*varLen` bytes,
   /// valid until the next call; null when the request is not for this object or it cannot be read.
-  /// Sets
-  /// `*writeMethod` to writeObject for an object that the mapping lets managers write.
+  /// Sets `*writeMethod` to writeObject for an object that the mapping lets managers write.
   static u_char* read_Var(struct variable* vp, oid* name, size_t* length, int exact, size_t* varLen,
                           WriteMethod** writeMethod);
 

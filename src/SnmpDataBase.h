@@ -2,7 +2,8 @@
 // object. Loaded once from the mapping database by the constructor, unchanged afterwards.
 //
 // Any thread. One mutex guards the maps; every lookup takes it for its whole search and copy and
-// returns copies. It is the innermost lock: nothing else is taken while it is held.
+// returns copies; loading holds it throughout. It is an innermost lock: none of the agent's other
+// locks is taken while it is held.
 
 #ifndef NORVA_SNMP_DATA_BASE_H_
 #define NORVA_SNMP_DATA_BASE_H_
@@ -57,7 +58,7 @@ class SnmpDataBase {
   int getObjRecord(std::uint16_t objId, SnmpObjRecord& out) const;
   /// Object ids with a non-zero selectFlag: scalars by id, then cells by key; always 0.
   int listFlaggedObjects(std::vector<std::uint16_t>& out) const;
-  /// Number of cells of one table behind column 2 of row 1.
+  /// Number of cells of one table between column 2 of row 1 and column 2 of row 255, both excluded.
   int countTableRows(const std::string& ancestorNode) const;
   /// Fills the slot-to-frequency map. REQUIRES: no other thread uses the catalogue.
   int loadSlotFreq(DataBaseAdapter& adapter);

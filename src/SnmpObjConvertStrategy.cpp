@@ -1,5 +1,6 @@
 #include "SnmpObjConvertStrategy.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -49,6 +50,9 @@ std::uint32_t truncateToUnsigned32(double number) {
   return static_cast<std::uint32_t>(number);
 }
 
+/// A wider number reads as this one, as on the unit, where a long has 32 bits.
+constexpr unsigned long long kMaxSubIdentifier = 0xFFFFFFFFULL;
+
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }
@@ -96,12 +100,14 @@ int SnmpObjConvertStrategy::toIpText(ObjValue& record) const {
 
 int SnmpObjConvertStrategy::toTimeText(ObjValue& record) const {
   const std::time_t now = std::time(nullptr);
-  // localtime and not localtime_r: it follows a change of the unit's time zone.
-  const std::tm* local = std::localtime(&now);
+  // The library formats times of its own, so no shared result; a new time zone counts at once.
+  tzset();
+  std::tm local{};
+  localtime_r(&now, &local);
   char text[ObjValue::kValueSize] = {};
   const int length =
-      std::snprintf(text, sizeof text, "%d:%d:%d %d/%d/%d", local->tm_hour, local->tm_min,
-                    local->tm_sec, local->tm_mon + 1, local->tm_mday, local->tm_year + 1900);
+      std::snprintf(text, sizeof text, "%d:%d:%d %d/%d/%d", local.tm_hour, local.tm_min,
+                    local.tm_sec, local.tm_mon + 1, local.tm_mday, local.tm_year + 1900);
   record.setText(text);
   record.setObjLen(static_cast<std::uint8_t>(length + kObjLenOverhead));
   return 0;
@@ -180,9 +186,9 @@ std::uint32_t parseOidText(const char* text, std::uint32_t* oidOut, std::size_t 
   if (text == nullptr || oidOut == nullptr) return 0xFFFFFFFFU;
   std::uint32_t count = 0;
   for (const char* dot = std::strchr(text, '.'); dot != nullptr; dot = std::strchr(dot + 1, '.')) {
-    // strtoull, so that a number too wide for a sub-identifier keeps its low bits on every host.
     if (count < capacity) {
-      oidOut[count] = static_cast<std::uint32_t>(std::strtoull(dot + 1, nullptr, 10));
+      const unsigned long long number = std::strtoull(dot + 1, nullptr, 10);
+      oidOut[count] = static_cast<std::uint32_t>(std::min(number, kMaxSubIdentifier));
     }
     ++count;
   }

@@ -1,8 +1,7 @@
 // Conversion between a device object's value and its SNMP presentation, in place on the record.
 // Which conversion applies is fixed per object by the mapping's method code.
 //
-// No state; any thread, except method 3, whose local-time breakdown is shared by the process (its
-// only caller is the main thread). Nothing is printed.
+// No state; any thread. Nothing is printed.
 
 #ifndef NORVA_SNMP_OBJ_CONVERT_STRATEGY_H_
 #define NORVA_SNMP_OBJ_CONVERT_STRATEGY_H_

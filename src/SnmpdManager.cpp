@@ -25,6 +25,7 @@ constexpr unsigned kPassInterval = 10;  // seconds
 
 /// Failures show in snmpd's own log or in its absence.
 void runInShell(const std::string& command) {
+  OutputFlusher::getInstance().soon();
   [[maybe_unused]] const int status = std::system(command.c_str());
 }
 

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include "AnswerValue.h"
 #include "DataManage.h"
 #include "LibraryGate.h"
 #include "SetValue.h"
@@ -23,15 +24,6 @@ void answerInteger(netsnmp_variable_list* variable, std::int32_t integer) {
   snmp_set_var_typed_value(variable, ASN_INTEGER, &integer, sizeof integer);
 }
 
-void answerCell(netsnmp_variable_list* variable, const ObjInfo& info, const ObjValue& record) {
-  if (info.asnType == kAsnInteger) {
-    answerInteger(variable, static_cast<std::int32_t>(record.integer32()));
-    return;
-  }
-  const std::string_view text = record.text();
-  snmp_set_var_typed_value(variable, static_cast<u_char>(info.asnType), text.data(), text.size());
-}
-
 /// Writes what `variable` holds. Returns an SNMP error status.
 int writeCell(const netsnmp_variable_list& variable, const ObjInfo& info, ObjValue record,
               const SnmpDataBase& catalogue) {
@@ -41,22 +33,22 @@ int writeCell(const netsnmp_variable_list& variable, const ObjInfo& info, ObjVal
   } else {
     record.setText(value.text());
   }
-  const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-  if (DataManage::getInstance()->setSnmpValue(record, catalogue) == -1) {
-    std::puts("SNMP_ERR_BADVALUE");
-    return SNMP_ERR_BADVALUE;
+  int result = 0;
+  {
+    const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
+    result = DataManage::getInstance()->setSnmpValue(record, catalogue);
   }
-  return SNMP_ERR_NOERROR;
+  if (result != -1) return SNMP_ERR_NOERROR;
+  std::puts("SNMP_ERR_BADVALUE");
+  return SNMP_ERR_BADVALUE;
 }
 
 /// Reads a cell's object into the class's buffer. What an earlier cell left there goes first, so
 /// that a failed read is never answered with another cell's value.
 int readCell(TableClassState& state, const SnmpTableObjRecord& cell) {
   ObjValue& buffer = state.objectBuffer;
-  buffer.setObjLen(0);
-  buffer.clearValue();
+  buffer = ObjValue();
   buffer.setOid(cell.objId);
-  buffer.setAttr(cell.info.covMethod);
   const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
   return DataManage::getInstance()->getSnmpValue(buffer, *state.catalogue);
 }
@@ -79,14 +71,16 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
   }
   // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
   // its access is tested, and a SET on it succeeds without writing.
-  if (readCell(state, cell) == -1) {
+  AnswerValue answer;
+  if (readCell(state, cell) != -1) answer = AnswerValue(cell.info.asnType, state.objectBuffer);
+  if (!answer.valid()) {
     std::puts(" get_ data is ERROR !!!!!!!!!!!!!!!!!!!");
     return SNMP_ERR_NOERROR;
   }
 
   switch (mode) {
     case MODE_GET:
-      answerCell(request->requestvb, cell.info, state.objectBuffer);
+      snmp_set_var_typed_value(request->requestvb, answer.type(), answer.data(), answer.size());
       return SNMP_ERR_NOERROR;
     case MODE_SET_RESERVE1:
       if (cell.info.access == kAccessReadWrite) return SNMP_ERR_NOERROR;
@@ -100,10 +94,10 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
   }
 }
 
-int handleRequest(netsnmp_mib_handler*, netsnmp_handler_registration* registration,
+int handleRequest(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
   if (requests == nullptr) return SNMP_ERR_GENERR;
-  auto& state = *static_cast<TableClassState*>(registration->my_reg_void);
+  auto& state = *static_cast<TableClassState*>(handler->myvoid);
   for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
     const int error = handleCell(state, info->mode, request, *requests);
     if (error != SNMP_ERR_NOERROR) {
@@ -115,7 +109,7 @@ int handleRequest(netsnmp_mib_handler*, netsnmp_handler_registration* registrati
   return SNMP_ERR_NOERROR;
 }
 
-/// Registers the table with the library, which owns all that is allocated here from then on.
+/// Registers the table with the library. What is allocated here lives until the process ends.
 void registerTable(TableClassState& state, const std::vector<oid>& node) {
   netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
       state.traits.registrationName, handleRequest, node.data(), node.size(), HANDLER_CAN_RWRITE);
@@ -123,7 +117,9 @@ void registerTable(TableClassState& state, const std::vector<oid>& node) {
     std::puts("netsnmp_handler_registration* my_handler is NULL");
     return;
   }
-  registration->my_reg_void = &state;
+  // With the handler and not with the registration: when the library splits the table around
+  // another object's registration, it copies the handler's pointer only.
+  registration->handler->myvoid = &state;
 
   auto* table = static_cast<netsnmp_table_registration_info*>(
       std::calloc(1, sizeof(netsnmp_table_registration_info)));
@@ -151,7 +147,7 @@ TableHandler::TableHandler(TableClassState& state, const SnmpDataBase* catalogue
 }
 
 TableHandler::~TableHandler() {
-  // Leaves the class without rows; whoever holds the mutex is done by then.
+  // Under the mutex, and so after a walk's first step that is under way.
   TableHandler::clearIndexes();
 }
 

@@ -37,10 +37,12 @@ netsnmp_variable_list* firstRow(void** loopContext, void** dataContext,
                                 netsnmp_variable_list* index, netsnmp_iterator_info* info) {
   auto& state = *static_cast<TableClassState*>(info->myvoid);
   const std::lock_guard lock(state.mutex);
+  // The library puts a hint of its own there, which it would free behind an empty table.
+  *loopContext = nullptr;
+  *dataContext = nullptr;
   if (state.rowListHead == nullptr) return nullptr;
   const RowContext first{state.rowListHead->index, state.rowListHead->next};
   *loopContext = makeRowContext(const_cast<RowContext*>(&first), info);
-  *dataContext = nullptr;
   setRowIndex(index, first.index);
   return index;
 }

@@ -20,7 +20,7 @@ struct RowContext {
 };
 
 /// Iterator information for the rows of `state`, whose callbacks are the functions below; null when
-/// there is no memory. The caller, then the library, owns it.
+/// there is no memory. Allocated with calloc; the library uses it until the process ends.
 netsnmp_iterator_info* makeRowIterator(TableClassState& state);
 
 // The callbacks, with the library's signatures. `info->myvoid` is the TableClassState. Only the

@@ -50,12 +50,12 @@ Termination::Termination() : Thread(kRunning, 0, 0) {
   sem_init(&_requested, 0, 0);
 }
 
-void Termination::prepare() {
+bool Termination::prepare() {
   _instance = new Termination;
-  _instance->_watchdog.start();
+  if (_instance->_watchdog.start() != 0 || _instance->start() != 0) return false;
   _instance->_watchdog.markRunning();
-  _instance->start();
   _instance->markRunning();
+  return true;
 }
 
 void Termination::handler(int signalNumber) {

@@ -4,9 +4,10 @@
 // The signal handler itself only wakes this thread: shutting the library down inside a handler that
 // interrupted the library hangs, and takes the master agent with it. The thread takes the library
 // gate with a bounded wait and leaves the shutdown out when a request is in the middle of a device
-// round trip. A second thread, the watchdog, runs the killall in any case after kLimit, whatever
-// the first one waits for, be it a reader of standard output who reads no more. Signals are not
-// blocked for this: programs started through the shell would inherit the mask.
+// round trip that does not end in that time. A second thread, the watchdog, runs the killall in any
+// case after kLimit, whatever the first one waits for, be it a reader of standard output who reads
+// no more. Signals are not blocked for this: programs started through the shell would inherit the
+// mask.
 
 #ifndef NORVA_TERMINATION_H_
 #define NORVA_TERMINATION_H_
@@ -24,12 +25,13 @@ class Termination : public Thread {
   static constexpr std::chrono::milliseconds kGateLimit{1000};
   static constexpr std::chrono::seconds kLimit{3};
 
-  /// Name that the library's shutdown is given. Null unless the agent only attaches (-X):
-  /// deliberate, the persistent data of the default mode is kept under no name.
+  /// Name under which the library's shutdown keeps its persistent data. Null unless the agent only
+  /// attaches (-X): deliberate, what the default mode leaves is not read at its next start.
   static inline const char* agentXName = nullptr;
 
-  /// Starts the two threads. Main thread, once, before `handler` is installed.
-  static void prepare();
+  /// Starts the two threads. False when the system refuses them; `handler` is not to be installed
+  /// then. Main thread, once.
+  static bool prepare();
 
   /// For signal(): wakes the termination thread for SIGTERM, SIGINT and SIGKILL, ignores others.
   /// Async-signal-safe; any thread.

@@ -19,7 +19,9 @@ void Thread::run() {
 
 int Thread::start() {
   _status = kRunning;
+  _alive = true;
   if (pthread_create(&_thread, nullptr, entry, this) != 0) {
+    _alive = false;
     std::puts("Create thread fail!");
     return -1;
   }
@@ -34,14 +36,16 @@ void* Thread::entry(void* object) {
   if (thread == nullptr) return nullptr;
   [[maybe_unused]] const int niceness = nice(thread->_priority);
   thread->run();
+  thread->_alive = false;
   return object;
 }
 
 int Thread::stop() {
   _status = kStopped;
   onStop();
-  pthread_detach(_thread);
-  if (pthread_cancel(_thread) != 0) {
+  const bool alive = _alive.exchange(false);
+  if (alive) pthread_detach(_thread);
+  if (!alive || pthread_cancel(_thread) != 0) {
     std::puts("Delete thread error");
     return -1;
   }

@@ -1,7 +1,7 @@
 // Base of every background activity of the process: one POSIX thread whose body is `run`.
 //
-// Objects are made with new by the main thread, started, and live until the process ends. Fields
-// are plain per-thread values without a lock, the status excepted, which the thread itself reads.
+// Objects are made by the main thread, started, and live until the process ends. Fields are plain
+// per-thread values without a lock, the status excepted, which the thread itself reads.
 
 #ifndef NORVA_THREAD_H_
 #define NORVA_THREAD_H_
@@ -34,7 +34,7 @@ class Thread {
   virtual int start();
 
   /// Calls onStop, then detaches and cancels the thread at its next cancellation point. 0 with flag
-  /// and words cleared, or -1 after printing when there is no thread to cancel. REQUIRES: started.
+  /// and words cleared, or -1 after printing when there is no thread, or no longer.
   virtual int stop();
 
   virtual std::string getName() const { return _name; }
@@ -55,6 +55,7 @@ class Thread {
   static void* entry(void* object);
 
   std::atomic<std::int32_t> _status;
+  std::atomic<bool> _alive = false;  // the handle may be used: cancelling tells nothing of that
   bool _flag = false;
   std::string _name;
   std::int32_t _wordA = 0;

@@ -13,6 +13,7 @@
 
 #include "DataManage.h"
 #include "ObjValue.h"
+#include "OutputFlusher.h"
 #include "SnmpDataBase.h"
 
 namespace norva {
@@ -129,10 +130,10 @@ int TrapAlarm::receive(TrapMessage& event) {
   event = TrapMessage();
   if (length != -1) {
     event = TrapMessage(buffer, static_cast<std::size_t>(length));
-  } else if (error == E2BIG) {
-    DataManage::getInstance()->dropAlarm();
+  } else if (error == E2BIG && DataManage::getInstance()->dropAlarm()) {
     std::puts("alarm message too large to receive, taken off the queue");
   } else {
+    OutputFlusher::getInstance().soon();
     std::this_thread::sleep_for(kPauseAfterFailure);
   }
   return length;

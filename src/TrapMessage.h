@@ -59,8 +59,8 @@ class TrapMessage {
   void setDeviceId(std::uint8_t deviceId) { bytes_[kDeviceIdOffset] = deviceId; }
   void setDeviceRaw(std::uint8_t deviceRaw) { bytes_[kDeviceRawOffset] = deviceRaw; }
 
-  /// The field up to its first NUL. Deliberate: a field without a NUL runs into the next one, as
-  /// its producer must terminate it; never past the end of the record.
+  /// The field up to its first NUL, which its producer is to put there. Deliberate: a field without
+  /// one runs into the next; never past the end of the record.
   std::string_view text(TextField field) const {
     const char* start = reinterpret_cast<const char*>(bytes_.data() + field);
     return {start, strnlen(start, kSize - field)};
@@ -69,7 +69,7 @@ class TrapMessage {
   /// REQUIRES: limit <= kTextSize; kTextSize itself leaves a full field without a NUL.
   void setText(TextField field, std::string_view text, std::size_t limit = kTextSize - 1) {
     std::memset(bytes_.data() + field, 0, kTextSize);
-    std::memcpy(bytes_.data() + field, text.data(), std::min(text.size(), limit));
+    text.copy(reinterpret_cast<char*>(bytes_.data() + field), limit);
   }
 
   const std::uint8_t* data() const { return bytes_.data(); }

@@ -134,27 +134,20 @@ void validateOptions(const Options& options, const char* program) {
   if (isMissing(options.port, kNoPort)) refuse("\nerror: no snmp udp port.", program);
 }
 
-/// Keeps the library from parsing MIB text, which an agent does not need: start-up is faster and
-/// standard error quiet. Put back before anything else is launched with this environment.
-class WithoutMibText {
- public:
-  WithoutMibText() {
-    if (const char* mibs = std::getenv("MIBS")) _mibs = mibs;
-    setenv("MIBS", "", 1);
+/// Lets the library set up its MIB tree without any MIB text, which an agent does not need:
+/// start-up is faster and standard error quiet. The environment is put back, as the master agent
+/// may be launched with it. Before any other thread exists.
+void initMibWithoutText() {
+  const char* value = std::getenv("MIBS");
+  const std::optional<std::string> mibs = value ? std::optional<std::string>(value) : std::nullopt;
+  setenv("MIBS", "", 1);
+  netsnmp_init_mib();
+  if (mibs) {
+    setenv("MIBS", mibs->c_str(), 1);
+  } else {
+    unsetenv("MIBS");
   }
-  ~WithoutMibText() {
-    if (_mibs) {
-      setenv("MIBS", _mibs->c_str(), 1);
-    } else {
-      unsetenv("MIBS");
-    }
-  }
-  WithoutMibText(const WithoutMibText&) = delete;
-  WithoutMibText& operator=(const WithoutMibText&) = delete;
-
- private:
-  std::optional<std::string> _mibs;
-};
+}
 
 /// In both modes the process is a subagent; the master is an snmpd.
 void configureSubagent(const char* transport) {
@@ -184,7 +177,7 @@ void startNotifications() {
 }
 
 void installTerminationHandler() {
-  Termination::prepare();
+  if (!Termination::prepare()) return;  // the default action ends the process just as well
   signal(SIGTERM, Termination::handler);
   // Deliberate, although the system refuses it.
   signal(SIGKILL, Termination::handler);
@@ -195,13 +188,13 @@ void startSubagent(const Options& options) {
   printOptions(options);
   std::puts("netsnmp_ds_set_boolean....");
   configureSubagent(options.transport);
-  const WithoutMibText withoutMibText;
   const int rc = init_agent(options.name);
   std::printf("init_agent rc=%d....\n", rc);
   MasterAgent::getInstance(options.database);
   registerObjects();
   pauseFor(1);
   std::printf("before initsnmp_subagent,agentXName=%s \n", options.name);
+  OutputFlusher::getInstance().soon();
   init_snmp(options.name);
   std::puts("init_snmp end....");
   LibraryGate::getInstance().open();
@@ -220,7 +213,6 @@ void startWithMaster(const Options& options) {
   pauseFor(5);
   std::puts("netsnmp_ds_set_boolean in MASTER_AGENT....");
   configureSubagent(options.transport);
-  const WithoutMibText withoutMibText;
   init_agent(kAgentName);
   registerObjects();
   init_snmp(kAgentName);
@@ -249,6 +241,7 @@ int main(int argc, char** argv) {
   // A reader of standard output that goes away must not end the agent, nor a master that closes
   // the session while something is sent to it.
   signal(SIGPIPE, SIG_IGN);
+  norva::initMibWithoutText();
   if (options.launchMaster) {
     norva::startWithMaster(options);
   } else {
