@@ -10,6 +10,7 @@
 
 #include "AgentLibrary.h"
 #include "LibraryGate.h"
+#include "MasterSession.h"
 
 namespace norva {
 
@@ -28,7 +29,8 @@ void waitFor(sem_t& semaphore) {
   }
 }
 
-void shutDownLibrary(const LibraryGate::Loan&, const char* name) {
+void shutDownLibrary(const LibraryGate::Loan& loan, const char* name) {
+  MasterSession::cut(loan);
   snmp_shutdown(name);
 }
 

@@ -13,6 +13,7 @@
 #include "AgentLibrary.h"
 #include "LibraryGate.h"
 #include "MasterAgent.h"
+#include "MasterSession.h"
 #include "OutputFlusher.h"
 #include "SnmpEventNotify.h"
 #include "SnmpdManager.h"
@@ -153,6 +154,7 @@ void initMibWithoutText() {
 void configureSubagent(const char* transport) {
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, transport);
+  MasterSession::follow();
 }
 
 void pauseFor(unsigned seconds) {
