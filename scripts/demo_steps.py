@@ -1,0 +1,248 @@
+"""The steps of the demonstration; scripts/demo runs them. Ends with status 0 if every step had the
+expected result. A step is one function below: what it shows, then what must hold."""
+
+import re
+import signal
+import subprocess
+import sys
+from pathlib import Path
+
+SOURCE = Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(SOURCE / "tests/e2e"))
+sys.dont_write_bytecode = True
+
+from receiver import V2C_SINK, Receiver  # noqa: E402
+from world import ROOT, World, WorldError, wait_until  # noqa: E402
+
+UNITS = ROOT + ".10.1.1"
+PROGRAM = "/mnt/actflash/currsw/app/snmpd"
+LOG = "/home/snmpd.log"
+READ = ["-v2c", "-c", "public", "-On", "127.0.0.1:1161"]
+WRITE = ["-v2c", "-c", "private", "-On", "127.0.0.1:1161"]
+
+
+class Demo:
+    def __init__(self, world):
+        self.world = world
+        self.scalars = world.scalars()
+        self.failures = 0
+        self.number = 0
+
+    def oid(self, name):
+        return self.scalars[name][0]
+
+    def say(self, text):
+        self.number += 1
+        print(f"\n{self.number}. {text}", flush=True)
+
+    def show(self, *command):
+        """Runs a manager's command; shows it with its output, and returns the output."""
+        print("   $ " + " ".join(command))
+        result = self.world.run(*command)
+        output = result.stdout + result.stderr
+        for line in output.splitlines():
+            print("   " + line)
+        return output
+
+    def run_inside(self, script, **options):
+        result = self.world.run("sh", "-ec", script, **options)
+        self.expect(result.returncode == 0, result.stderr)
+
+    def masters(self):
+        """Process ids of every snmpd that runs."""
+        return self.world.run("pgrep", "-x", "--runstates", "D,R,S", "snmpd").stdout.split()
+
+    def expect(self, holds, what):
+        if not holds:
+            self.failures += 1
+            print(f"   NOT AS EXPECTED: {what}")
+
+
+def start(demo):
+    demo.say("The simulated unit, snmpd as AgentX master on a unix socket, and the agent start.")
+    world = demo.world
+    world.start_unit()
+    demo.receiver = Receiver(world)
+    world.start_master(V2C_SINK)
+    world.start_agent()
+    print("   $ norvaSnmp -X -d mapping.db -x master.sock -n demo")
+    demo.expect(world.agent.running(), "the agent runs")
+
+
+def walk(demo):
+    demo.say("A walk of the scalars. Each line is a device object, read from the unit just now.")
+    lines = demo.show("snmpwalk", *READ, ROOT + ".1").splitlines()
+    demo.expect(len(lines) == len(demo.scalars), f"{len(demo.scalars)} scalars, got {len(lines)}")
+    demo.expect(all(re.search(r' = (INTEGER: |STRING: |"")', line) for line in lines),
+                "every scalar is a number or a text")
+
+
+def get_each_kind(demo):
+    demo.say("One of each kind: text, unsigned and signed number, decimal fraction, address, "
+             "clock, the low half of a word.")
+    wanted = {
+        "Software Version": 'STRING: "NDAS 4.2.1"',
+        "Fan Speed": "INTEGER: 2850",
+        "Outdoor Temperature": "INTEGER: -12",
+        "Downlink Output Power": 'STRING: "36.50"',
+        "IP Address": 'STRING: "10.0.1.7"',
+        "Local Date And Time": r'STRING: "\d+:\d+:\d+ \d+/\d+/\d+"',
+        "Link Error Count": f"INTEGER: {0x5678}",
+    }
+    output = demo.show("snmpget", *READ, *map(demo.oid, wanted))
+    for name, value in wanted.items():
+        demo.expect(re.search(re.escape(demo.oid(name)) + " = " + value, output),
+                    f"{name} is {value}")
+
+
+def set_and_get(demo):
+    demo.say("A SET of the downlink attenuation to 14 dB and the GET after it; the unit holds it.")
+    oid = demo.oid("Downlink Attenuation")
+    demo.expect("INTEGER: 14" in demo.show("snmpset", *WRITE, oid, "i", "14"), "SET accepted")
+    demo.expect("INTEGER: 14" in demo.show("snmpget", *READ, oid), "GET answers 14")
+    demo.expect(demo.world.held(0x0502)[-1] == 14, "the unit holds 14")
+
+
+def frames(demo):
+    demo.say("What that GET sent to the unit and got from it, in the agent's own trace: get request"
+             " 02, length, object 0x0502; reply 12, length, attributes, object, value 14 (0e).")
+    trace = "02 07 02 05 00 00 00 00 12 04 10 00 02 05 0e "
+    demo.world.wait_output(trace)
+    print("   " + trace)
+
+
+def refused_set(demo):
+    demo.say("A SET on a read-only object is refused, and the unit does not hear of it.")
+    sets = demo.world.ctl("stats")
+    output = demo.show("snmpset", *WRITE, demo.oid("Board Temperature"), "i", "20")
+    demo.expect("notWritable" in output, "notWritable")
+    demo.expect(re.findall(r"^sets .*", sets, re.M) ==
+                re.findall(r"^sets .*", demo.world.ctl("stats"), re.M), "no set request")
+
+
+def table(demo):
+    demo.say("The table of remote units: its first three rows, each cell a device object.")
+    headings = ("Row", "Name", "State", "Temp.", "Atten.", "Power", "Address", "Label", "Switch")
+    widths = (5, 16, 7, 7, 8, 8, 14, 14, 7)
+    def line(values):
+        return "   " + "".join(f"{value:<{width}}" for value, width in zip(values, widths))
+    print(f"   $ snmpget {' '.join(READ)} {UNITS}.<column>.<row>.0 ...\n" + line(headings))
+    for row in (1, 2, 3):
+        cells = demo.world.get(*[f"{UNITS}.{column}.{row}.0" for column in range(1, 10)])
+        print(line([cell.value for cell in cells]))
+        held = [demo.world.held(0x1000 + 32 * (column - 2) + row - 1)[-1] for column in (2, 3, 4)]
+        demo.expect([cell.value for cell in cells[:4]] == [row, *held], f"row {row}")
+    lines = demo.world.bulkwalk(UNITS)
+    demo.expect(len(lines) == 9 * 32, f"a walk yields 9 columns of 32 rows, got {len(lines)}")
+
+
+def set_cell(demo):
+    demo.say("A SET on a cell: the label of remote unit 2, and what the unit got of it.")
+    cell = f"{UNITS}.8.2.0"
+    demo.expect('STRING: "Gate B7"' in demo.show("snmpset", *WRITE, cell, "s", "Gate B7"),
+                "SET accepted")
+    print("   $ dasunit ctl get 0x10c1\n   " + demo.world.ctl("get", "0x10c1").strip())
+    demo.expect(demo.world.held(0x10c1)[-1] == "Gate B7", "the unit holds the label")
+
+
+def notification(demo):
+    demo.say("The unit raises an alarm and clears it; what a receiver (snmptrapd) gets.")
+    for number, action in enumerate(("raise", "clear"), 1):
+        words = ("alarm", action, "0x0403", "--device-id", "8", "--text4", "Harbour Terminal")
+        print("   $ dasunit ctl " + " ".join(words))
+        demo.world.ctl(*words)
+        event = demo.receiver.wait(number)[-1]
+        for field, value in event._asdict().items():
+            print(f"   {field:>10}: {value}")
+        demo.expect((event.kind, event.name, event.device, event.sequence) ==
+                    (96, "Over Temperature Alarm", 8, number), "an alarm with its number")
+        demo.expect(event.value == ("New Alarm", "Clear Alarm")[number - 1], action)
+
+
+def launch(demo):
+    demo.say("The simulated unit, and the agent in its default mode with the example configuration: "
+             "it launches snmpd itself and attaches to it after 5 s.")
+    world = demo.world
+    conf = world.directory / "unit.conf"
+    conf.write_text((SOURCE / "packaging/snmpd.conf").read_text())
+    agent_conf = SOURCE / "packaging/snmpAgentX.conf"
+    demo.run_inside(f"mkdir -p $(dirname {PROGRAM}) /etc/snmp; touch {PROGRAM}; "
+                    f"mount --bind $(command -v snmpd) {PROGRAM}; cat > /etc/snmp/snmpAgentX.conf",
+                    input=agent_conf.read_text())
+    world.start_unit()
+    world.start_agent(["-d", world.database, "-c", conf, "-p", "1161", "-x", "/var/agentx/master"],
+                      prefix=["env", "-u", "SNMPCONFPATH"])
+    print("   $ norvaSnmp -d mapping.db -c unit.conf -p 1161 -x /var/agentx/master")
+    world.wait_output("init_snmp end....")
+    print("   " + re.search("^cmd->.*", world.agent_output(), re.M)[0])
+    demo.expect(len(demo.masters()) == 1, "one snmpd")
+
+
+def read_as_shipped(demo):
+    demo.say("SNMPv2c from the unit itself, SNMPv3 from anywhere.")
+    v3 = ["-v3", "-u", "norva", "-l", "authPriv", "-a", "SHA", "-A", "change-this-auth-phrase",
+          "-x", "AES", "-X", "change-this-priv-phrase", "-On", "127.0.0.1:1161"]
+    for options in (READ, v3):
+        output = demo.show("snmpget", *options, demo.oid("Software Version"))
+        demo.expect("NDAS 4.2.1" in output, "the unit's software version")
+
+
+def restart(demo):
+    demo.say("A line 'duplicate registration' in snmpd's log: within 10 s the agent restarts snmpd, "
+             "and its objects come back without help.")
+    before = demo.masters()
+    demo.run_inside(f"echo 'duplicate registration' >> {LOG}")
+    wait_until(lambda: demo.masters() and not set(before) & set(demo.masters()), 20,
+               "another snmpd")
+    print(f"   snmpd was process {before[0]}, is {demo.masters()[0]}")
+    demo.world.wait_served()
+    demo.expect("NDAS" in demo.show("snmpget", *READ, demo.oid("Software Version")), "served again")
+
+
+def shell(demo):
+    oid = demo.oid("Downlink Attenuation")
+    print("\nA shell in this world; its end ends the world. For example:\n"
+          f"   snmpwalk $READ {ROOT}\n"
+          f"   snmpset $WRITE {oid} i 9\n"
+          "   dasunit ctl get 0x0502    dasunit ctl fault silent    tail -f agent.log", flush=True)
+    world = demo.world
+    script = 'export PS1="demo\\$ " PATH="$1" READ="$2" WRITE="$3"; exec bash --norc'
+    path = f"{world.build}/tools/dasunit:{world.environment['PATH']}"
+    subprocess.run([*world.enter, "sh", "-c", script, "sh", path, " ".join(READ), " ".join(WRITE)],
+                   env=world.environment, check=False)
+
+
+def end(demo):
+    demo.say("SIGTERM: the agent leaves the master and ends; the master stays.")
+    agent = demo.world.agent
+    agent.signal(signal.SIGTERM)
+    demo.expect(agent.wait(10) == -signal.SIGKILL, "ended by its own killall")
+    demo.expect("get SIGNUM!\n" in agent.output(), "'get SIGNUM!' printed")
+    output = demo.show("snmpget", *READ, demo.oid("Software Version"))
+    demo.expect("No Such" in output, "the scalars are gone")
+    demo.expect(demo.world.master_answers(), "snmpd answers")
+
+
+STEPS = [start, walk, get_each_kind, set_and_get, frames, refused_set, table, set_cell, notification]
+MASTER_STEPS = [launch, read_as_shipped, restart]
+
+
+def main(arguments):
+    with_master = "--master" in arguments
+    steps = MASTER_STEPS if with_master else STEPS
+    cover = ("/etc", "/home", "/mnt", "/var") if with_master else ()
+    try:
+        with World(SOURCE / "build/release", cover) as world:
+            demo = Demo(world)
+            for step in [*steps, *([shell] if "--shell" in arguments else []), end]:
+                step(demo)
+    except WorldError as error:
+        print(f"scripts/demo: {error}", file=sys.stderr)
+        return 1
+    print(f"\n{demo.failures} results were not as expected." if demo.failures else
+          "\nEvery step had the expected result.")
+    return 1 if demo.failures else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

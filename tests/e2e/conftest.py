@@ -1,0 +1,28 @@
+"""Fixtures. The worlds' logs are shown with a failed test."""
+
+import pytest
+
+from world import World, WorldError
+
+
+def _make_world(**options):
+    try:
+        return World(**options)
+    except WorldError as error:
+        pytest.fail(str(error), pytrace=False)
+
+
+@pytest.fixture
+def world():
+    """A world of the test's own, nothing started."""
+    with _make_world() as made:
+        yield made
+        made.show_logs()
+
+
+@pytest.fixture(scope="module")
+def shared_world():
+    """A world that the tests of a module share: what they change they put back."""
+    with _make_world() as made:
+        yield made
+        made.show_logs()

@@ -1,0 +1,69 @@
+"""Options, validation and exit statuses, with the exact texts."""
+
+import pytest
+
+USAGE = """
+Usage:  {program} [OPTIONS] [LISTENING ADDRESSES]
+  -c FILE[,...]\t\tif master agent,read FILE(s) as snmpd \n\t\t\t  configuration file(s),snmpd.conf.
+  -d FILE[,...]\t\tRead FILE(s) as database configuration file(s)
+\t\t\t  the database contains the mapping relationship
+\t\t\t  between DLK3's OID and SNMP's OID.
+  -X\t\t\tRun as an AgentX subagent rather than as an
+\t\t\t  SNMP master agent.
+  -x ADDRESS\t\tUse ADDRESS as master agent listening address \n\t\t\t  or AgentX address.
+  -n NAME\t\tUse NAME as AgentX NAME,each subagent name
+\t\t\t  cannot be the same.
+  -p [PORT]\t\tif master agent,the snmp udp port.
+  -h, --help\t\tDisplay this usage message
+  --version\t\tShow norvaSnmp version.
+
+"""
+VERSION = "norvaSnmp version:  1.0.0\n"
+ERROR_OPTION = "{program}: error option\n" + USAGE
+NO_DATABASE = "\nerror: no database path.\n" + USAGE
+
+
+def default_mode(error, transport="null:port", name="null:name"):
+    """Without -X the values are printed before they are judged."""
+    return f"\ndbFath=a.db\ntransport={transport}\nagentXName={name}\n \nerror: {error}\n" + USAGE
+
+
+@pytest.mark.parametrize("args, status, text", [
+    ("", 1, NO_DATABASE),
+    ("-h", 1, USAGE),
+    ("--help", 1, USAGE),
+    ("--HELP", 1, USAGE),
+    ("--version", 0, VERSION),
+    ("--VERSION", 0, VERSION),
+    ("-d a.db --version", 0, VERSION),
+    ("--foo", 1, NO_DATABASE),
+    ("--foo --version", 0, VERSION),
+    ("-X -x address -n name", 1, NO_DATABASE),
+    ("-d null:path -X", 1, NO_DATABASE),
+    ("-L x", 1, ERROR_OPTION),
+    ("-q", 1, ERROR_OPTION),
+    ("-d", 1, ERROR_OPTION),
+    ("-X -d a.db -n", 1, ERROR_OPTION),
+    ("-d a.db -X -n null:port", 1, "\nerror: no AgentX address.\n" + USAGE),
+    ("-d a.db", 1, default_mode("no snmpd.conf path.")),
+    ("positional -d a.db -x here -n me", 1, default_mode("no snmpd.conf path.", "here", "me")),
+    ("-d a.db -p 161", 1, default_mode("no snmpd.conf path.")),
+    ("-d a.db -c snmpd.conf", 1, default_mode("no snmp udp port.")),
+    ("-d first.db -d a.db -c snmpd.conf", 1, default_mode("no snmp udp port.")),
+])
+def test_ends_with(shared_world, args, status, text):
+    program = shared_world.build / "norvaSnmp"
+    result = shared_world.run(program, *args.split())
+    assert result.stdout == text.replace("{program}", str(program))
+    assert result.returncode == status
+
+
+def test_omitted_name_and_address_are_accepted(world):
+    """The placeholders go on to the library, which finds no master; the agent stays."""
+    world.start_unit("")
+    world.start_agent(["-X", "-d", world.make_database(base=False)], wait=False)
+    world.wait_output("init_snmp end....")
+    assert ("\ntransport=null:port\nagentXName=null:name\n netsnmp_ds_set_boolean....\n"
+            "init_agent rc=0....\n") in world.agent_output()
+    assert "before initsnmp_subagent,agentXName=null:name \n" in world.agent_output()
+    assert world.agent.running()

@@ -1,0 +1,315 @@
+"""The default mode: the agent launches snmpd with the shipped configuration and watches it."""
+
+import os
+import re
+import shutil
+import signal
+from pathlib import Path
+
+import pytest
+
+from world import ROOT, SOURCE, SYS_UPTIME, SnmpError, World, parse_varbinds, wait_until
+
+PROGRAM = "/mnt/actflash/currsw/app/snmpd"
+MIB_SOURCE = "/mnt/actflash/currsw/mibs"
+MIB_DIRECTORY = "/home/snmp/share/snmp"
+LOG = "/home/snmpd.log"
+LOG_LIMIT = 102400
+TRANSPORT = "/var/agentx/master"
+KILL = "killall -9 snmpd"
+FINDING = "duplicate registration: MIB modules one and other\n"
+SHIPPED = SOURCE / "packaging"
+
+ELSEWHERE = "192.0.2.1"  # a manager whose address is not the unit's own 127.0.0.1
+SITE_NAME = f"{ROOT}.1.1.1.6.0"
+IN_PACKETS = ".1.3.6.1.2.1.11.1.0"
+ALARM = ".1.3.6.1.4.1.53412.8.2.2.3.3.1.1.0.96"
+SINKS = ("SNMP v2c, community public", "SNMP v3, user norva")
+V2C = ("-v2c", "-c", "public")
+V3 = ("-v3", "-u", "norva", "-a", "SHA", "-A", "change-this-auth-phrase", "-x", "AES",
+      "-X", "change-this-priv-phrase")
+PRIVATE = (*V3, "-l", "authPriv")
+
+
+class DefaultWorld(World):
+    """A unit as it leaves the factory, neither /etc/snmp nor anything in /home, with snmpd and its
+    MIB files in their places. The commands that the agent runs are recorded."""
+
+    def __init__(self):
+        super().__init__(cover=("/etc", "/home", "/mnt", "/var"))
+        self.conf = self.directory / "unit.conf"
+        shutil.copy(SHIPPED / "snmpd.conf", self.conf)
+        self.inside(f"mkdir -p {MIB_SOURCE} {os.path.dirname(PROGRAM)}")
+        self.inside(f"touch {MIB_SOURCE}/FIRST-MIB")
+        self.place_program()
+        self.start_unit()
+        self._commands = self.directory / "commands"
+        (self.directory / "bin").mkdir()
+        for name in ("cp", "killall", "mkdir", "rm", "sync"):
+            wrapper = self.directory / "bin" / name
+            wrapper.write_text(f'#!/bin/sh\necho "{name} $*" >> {self._commands}\n'
+                               f'exec {shutil.which(name)} "$@"\n')
+            wrapper.chmod(0o755)
+
+    def inside(self, script):
+        result = self.run("sh", "-ec", script)
+        assert result.returncode == 0, result.stderr
+        return result.stdout
+
+    def path(self, inside):
+        """A path in a covered directory, as it is reached from outside."""
+        return Path(f"/proc/{self.unit.pid()}/root{inside}")
+
+    def place_program(self):
+        self.inside(f"touch {PROGRAM}; mount --bind $(command -v snmpd) {PROGRAM}")
+
+    def take_program_away(self):
+        self.inside(f"umount {PROGRAM}; rm {PROGRAM}")
+
+    def launch(self, wait=True):
+        """Starts the agent, without what a world tells the library in the environment."""
+        self._commands.unlink(missing_ok=True)
+        self.start_agent(["-d", self.database, "-c", self.conf, "-p", "1161", "-x", TRANSPORT],
+                         prefix=["env", "-u", "MIBS", "-u", "SNMPCONFPATH",
+                                 "-u", "SNMP_PERSISTENT_DIR"], wait=wait,
+                         env={"PATH": f"{self.directory}/bin:{self.environment['PATH']}"})
+        if wait:
+            self.wait_started()
+
+    def wait_started(self):
+        """The agent answers already while it registers its objects; the handler of SIGTERM is
+        installed last."""
+        def handled():
+            caught = re.search(r"SigCgt:\s*(\w+)", status.read_text())[1]
+            return int(caught, 16) >> (signal.SIGTERM - 1) & 1
+        status = Path(f"/proc/{self.agent.pid()}/status")
+        wait_until(handled, what="the start-up done")
+
+    def commands(self):
+        """What the agent has run since its launch, snmpd excepted."""
+        return [line.rstrip() for line in self._commands.read_text().splitlines()]
+
+    def masters(self):
+        """Process ids, as seen inside, of every snmpd that runs."""
+        return self.run("pgrep", "-x", "--runstates", "D,R,S", "snmpd").stdout.split()
+
+    def wait_restarted(self, before):
+        """Waits until the masters `before` are gone and the agent's objects are back. Supervisors
+        look every 10 s, the agent every 5 s."""
+        wait_until(lambda: not set(before) & set(self.masters()), 15, "the master restarted")
+        self.wait_served()
+        assert len(self.masters()) == 1
+
+    def wait_pass(self):
+        """Waits until a supervisor reads the log; the time of that."""
+        log = self.path(LOG)
+        os.utime(log, (0, log.stat().st_mtime))
+        return wait_until(lambda: log.stat().st_atime, 15, "the log read")
+
+    def terminate(self):
+        """The agent ends, its master stays."""
+        masters = self.masters()
+        self.agent.signal(signal.SIGTERM)
+        assert self.agent.wait() == -signal.SIGKILL
+        assert "get SIGNUM!\n" in self.agent_output()
+        assert self.masters() == masters and len(masters) == 1
+        assert self.master_answers()
+
+    def manage(self, tool, *options, at="127.0.0.1"):
+        """A manager's command with any options; the last one is what it asks for."""
+        *options, objects = options
+        result = self.run(tool, *options, "-Onx", "-r0", "-t1", f"{at}:1161", *objects.split())
+        if result.returncode != 0:
+            raise SnmpError(result.stderr or result.stdout)
+        return parse_varbinds(result.stdout)
+
+
+@pytest.fixture(scope="module")
+def unit():
+    """Served in the default mode; a stale snmpd ran at its port before. With the receiver that the
+    shipped configuration sends to."""
+    with DefaultWorld() as world:
+        world.start_master()
+        world.launch()
+        world.inside(f"ip address add {ELSEWHERE}/32 dev lo")
+        receiver = world.directory / "receiver.conf"
+        receiver.write_text(
+            'createUser -e 0x80001f8804646173 norva SHA "change-this-auth-phrase"'
+            ' AES "change-this-priv-phrase"\nauthUser log norva priv\nauthCommunity log public\n')
+        world.receiver = world.spawn("receiver", [
+            "snmptrapd", "-f", "-X", "-Lo", "-On", "-C", "-c", receiver, "-F", "%P %v\\n",
+            "udp:127.0.0.1:162"])
+        wait_until(lambda: "NET-SNMP" in world.receiver.output(), what="the receiver")
+        yield world
+        world.show_logs()
+
+
+def assert_notified(world, text):
+    """An alarm arrives once at each sink of the shipped configuration."""
+    def lines():
+        return [line for line in world.receiver.output().splitlines() if text in line]
+    world.ctl("alarm", "raise", "0x0403", "--text4", text)
+    wait_until(lambda: len(lines()) >= len(SINKS), what="notifications")
+    assert [sum(sink in line and ALARM in line for line in lines()) for sink in SINKS] == [1, 1]
+
+
+def assert_environment_kept(world):
+    """MIBS, which the agent sets for itself, does not reach the master."""
+    [master] = world.masters()
+    environment = world.inside(f"tr '\\0' '\\n' < /proc/{master}/environ").splitlines()
+    names = [entry.partition("=")[0] for entry in environment]
+    assert "PATH" in names and "MIBS" not in names
+
+
+def test_first_start(unit):
+    """Directories, texts, command line; the stale master is gone."""
+    assert unit.master.wait() == -signal.SIGKILL
+    command = f"{PROGRAM} -x {TRANSPORT} -f -Le -c {unit.conf} UDP:1161 -Lf {LOG}"
+    unit.wait_output("\ninit_snmp end....\n")
+    output = unit.agent_output()
+    assert output.startswith(
+        f"\ndbFath={unit.database}\ntransport={TRANSPORT}\nagentXName=null:name\n startSnmpd....\n"
+        f"cmd->{command} &\nwating for snmpd\nnetsnmp_ds_set_boolean in MASTER_AGENT....\n")
+    assert output.index("\ninitTableObj ") < output.index("\ninit_snmp end....\n")
+    assert "init_agent rc" not in output and "before initsnmp_subagent" not in output
+    assert unit.commands() == [f"mkdir -p {MIB_DIRECTORY}", f"cp -r {MIB_SOURCE} {MIB_DIRECTORY}",
+                               "mkdir /etc/snmp", KILL]
+    assert unit.path(f"{MIB_DIRECTORY}/mibs/FIRST-MIB").exists()
+    assert unit.path("/etc/snmp").is_dir()
+    [master] = unit.masters()
+    assert unit.inside(f"tr '\\0' ' ' < /proc/{master}/cmdline") == command + " "
+    assert_environment_kept(unit)
+
+
+def test_agent_ends_and_its_master_stays(unit):
+    """Several times; the next start makes only what is missing. The last master is ended first."""
+    for between, made in [("rmdir /etc/snmp", ["mkdir /etc/snmp"]),
+                          (f"cp {SHIPPED}/snmpAgentX.conf /etc/snmp", []),
+                          ("kill $(pgrep -x --runstates D,R,S snmpd)", [])]:
+        unit.terminate()
+        [left] = unit.masters()
+        unit.inside(between)
+        if between.startswith("kill"):
+            wait_until(lambda: unit.masters() == [], what="end of the master on SIGTERM")
+        unit.launch()
+        assert unit.commands() == [*made, KILL]
+        assert len(unit.masters()) == 1 and left not in unit.masters()
+    assert unit.path("/etc/snmp/snmpAgentX.conf").exists()
+
+
+def test_managers(unit):
+    """SNMPv2c reads, from the unit itself; SNMPv3 with privacy reads and writes, from anywhere."""
+    assert len(unit.walk()) > 500
+    unit.manage("snmpset", *PRIVATE, f"{SITE_NAME} s Pier", at=ELSEWHERE)
+    assert unit.manage("snmpget", *PRIVATE, SITE_NAME, at=ELSEWHERE)[0].value == "Pier"
+    for reason, at, *command in [
+            ("noAccess", "127.0.0.1", "snmpset", *V2C, f"{SITE_NAME} s Quay"),
+            ("timeout", ELSEWHERE, "snmpget", *V2C, SITE_NAME),
+            ("authorizationError", ELSEWHERE, "snmpget", *V3, "-l", "authNoPriv", SITE_NAME),
+            ("authorizationError", ELSEWHERE, "snmpget", *V3, "-l", "noAuthNoPriv", SITE_NAME)]:
+        with pytest.raises(SnmpError) as refused:
+            unit.manage(*command, at=at)
+        assert refused.value.reason == reason
+    assert_notified(unit, "first")
+
+
+def test_10000_requests(unit):
+    """None unanswered: a manager's command does not try twice. None logged, so no restart later."""
+    def requests():
+        return int(unit.get(IN_PACKETS)[0].value)
+    master, log = unit.masters(), unit.path(LOG).read_text()
+    names = [varbind.oid for varbind in unit.walk()]
+    begin = requests()
+    for _ in range(10_000 // len(names) + 1):
+        assert [varbind.oid for varbind in unit.walk()] == names
+    assert requests() - begin > 10_000
+    assert unit.masters() == master
+    assert unit.path(LOG).read_text() == log
+    assert len(log) < 1000
+
+
+def test_finding_in_the_log(unit):
+    """Also behind a line of 255 characters. Served again, notifications too, without help."""
+    before, done = unit.masters(), len(unit.commands())
+    with open(unit.path(LOG), "a") as log:
+        log.write("x" * 255 + "\n" + FINDING)
+    unit.wait_restarted(before)
+    restart = [KILL, f"rm {LOG}", "sync"]
+    ran = unit.commands()[done:]
+    assert list(dict.fromkeys(ran)) == restart
+    assert sorted(ran) in (restart, sorted(2 * restart)), "once for each of the two supervisors"
+    assert FINDING not in unit.path(LOG).read_text()
+    assert_environment_kept(unit)
+    assert_notified(unit, "second")
+
+
+def test_size_of_the_log(unit):
+    """102400 bytes are not too many, and behind a line of 256 characters no finding is seen."""
+    before = unit.masters()
+    log = unit.path(LOG)
+    text = "x" * 256 + "\n" + FINDING
+    log.write_text(text + "\n" * (LOG_LIMIT - len(text)))
+    first = unit.wait_pass()
+    wait_until(lambda: unit.wait_pass() > first + 5, 20, "the next look at the log")
+    assert unit.masters() == before
+    assert log.stat().st_size == LOG_LIMIT
+    with open(log, "a") as more:
+        more.write("\n")
+    unit.wait_restarted(before)
+    assert log.stat().st_size < 1000
+
+
+def take_port(world):
+    world.holder = world.spawn("holder", ["snmptrapd", "-f", "-X", "-Lo", "-C", "udp:1161"])
+    wait_until(lambda: "NET-SNMP" in world.holder.output(), what="the port taken")
+
+
+REPORT = f"echo '{FINDING.strip()}' >> {LOG}"
+# Why the master cannot work: what does it, what undoes it, the command that makes the master go on
+# then, and what the user is told.
+CAUSES = {
+    "program missing": (DefaultWorld.take_program_away, DefaultWorld.place_program, REPORT,
+                        f"{PROGRAM}: not found"),
+    "port taken": (take_port, lambda world: world.holder.kill(), REPORT,
+                   'Error opening specified endpoint "UDP:1161"'),
+    "configuration missing": (lambda world: world.conf.rename(f"{world.conf}.away"),
+                              lambda world: Path(f"{world.conf}.away").rename(world.conf),
+                              "killall -HUP snmpd", "unit.conf: No such file or directory"),
+}
+
+
+@pytest.fixture(scope="module")
+def broken():
+    """A world for every cause, the agent started. Made together: each start takes 5 s."""
+    worlds = {}
+    try:
+        for cause, (happen, *_) in CAUSES.items():
+            world = worlds[cause] = DefaultWorld()
+            world.inside(f"mkdir /etc/snmp; cp {SHIPPED}/snmpAgentX.conf /etc/snmp")
+            happen(world)
+            world.launch(wait=False)
+        yield worlds
+    finally:
+        for world in worlds.values():
+            world.show_logs()
+            world.close()
+
+
+@pytest.mark.parametrize("cause", CAUSES)
+def test_master_cannot_work(broken, cause):
+    """The agent stays, its standard error explains, so does the log where there is one; and it
+    serves without a restart of its own once the master works."""
+    world = broken[cause]
+    _, undo, go_on, told = CAUSES[cause]
+    world.wait_output("init_snmp end....\n")
+    with pytest.raises(SnmpError):
+        world.get(SYS_UPTIME, timeout=1)
+    assert world.agent.running()
+    assert told in (world.directory / "agent-errors.log").read_text()
+    assert world.path(LOG).exists() == (cause != "program missing")
+    assert cause == "program missing" or told in world.path(LOG).read_text()
+    undo(world)
+    world.inside(go_on)
+    world.wait_served()
+    world.wait_started()
+    world.terminate()

@@ -1,0 +1,150 @@
+"""A unit that misbehaves: the agent stays, answers nothing wrong, and the next request is right."""
+
+import subprocess
+
+import pytest
+
+from world import ROOT, SnmpError, empty_schema, scalar_row, wait_until
+
+NUMBER, TEXT, NEIGHBOUR = (f"{ROOT}.1.1.1.{suffix}.0" for suffix in (1, 2, 3))
+NUMBER_ID, TEXT_ID, NEIGHBOUR_ID = "0x0101", "0x0102", "0x0103"
+RIGHT = {NUMBER: 0x1234, TEXT: "Tower 7", NEIGHBOUR: 0x77665544}
+ABSENT = None  # answered with noSuchInstance
+
+OBJECTS = f"""
+{NUMBER_ID} unsigned 2 rw {RIGHT[NUMBER]}
+{TEXT_ID} text 20 rw "{RIGHT[TEXT]}"
+{NEIGHBOUR_ID} unsigned 4 rw {RIGHT[NEIGHBOUR]}
+"""
+
+
+def start(world):
+    world.start_unit(OBJECTS)
+    world.start_master()
+    world.start_agent(database=world.make_database(
+        *empty_schema(), scalar_row(0x0101, 1), scalar_row(0x0102, 2, type=4),
+        scalar_row(0x0103, 3), base=False))
+    return world
+
+
+@pytest.fixture(scope="module")
+def served(shared_world):
+    return start(shared_world)
+
+
+def assert_all_right(world):
+    assert {varbind.oid: varbind.value for varbind in world.get(*RIGHT)} == RIGHT
+    assert world.agent.running()
+
+
+@pytest.mark.parametrize("oid, fault, answer, printed", [
+    (NUMBER, "delay 300", RIGHT[NUMBER], ""),
+    (NUMBER, "double", RIGHT[NUMBER], ""),
+    (NUMBER, f"wrong-id {NEIGHBOUR_ID}", RIGHT[NUMBER], ""),
+    (NUMBER, "wrong-command 0x11", ABSENT,
+     "ERR: DatabaseFacade::select:  error!  cmd=11  oid=0x0101\n"),
+    (NUMBER, "wrong-command 0", ABSENT,
+     "SnmpAgentX::read_Var  getObjValue ERROR  oid = 101 !!!!!!!!!!!\n"),
+    # A set acknowledgement that comes late takes the place of the reply.
+    (NUMBER, "stale 11 04 03 01", ABSENT,
+     "ERR: DatabaseFacade::select:  error!  cmd=11  oid=0x0000\n"),
+    (NUMBER, "wrong-length 6", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
+    (NUMBER, "wrong-length 0", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
+    (NUMBER, "wrong-length 255", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
+    (NUMBER, "wrong-length 4", 0x34, ""),
+    (NUMBER, "wrong-length 7", RIGHT[NUMBER], ""),  # what the reply lacks reads as zeros
+    (NUMBER, "truncate 0", ABSENT, "ERR: DatabaseFacade::select:  error!  cmd=0  oid=0x0000\n"),
+    (NUMBER, "truncate 1", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
+    (NUMBER, "truncate 6", 0, ""),
+    (NUMBER, "truncate 7", 0x34, ""),
+    (NUMBER, "oversize 101", RIGHT[NUMBER], ""),
+    (NUMBER, "oversize 1024", RIGHT[NUMBER], ""),
+    (TEXT, "wrong-length 255", RIGHT[TEXT], ""),
+    (TEXT, "wrong-length 2", "", ""),
+    (TEXT, "wrong-length 8", RIGHT[TEXT][:5], ""),
+    (TEXT, "truncate 10", RIGHT[TEXT][:4], ""),
+    (TEXT, "oversize 1024", RIGHT[TEXT], ""),
+])
+def test_reply_to_a_get(served, oid, fault, answer, printed):
+    before = len(served.agent_output())
+    served.ctl("fault", *fault.split(), "--count", "1", "--on", "get", "--object",
+               NUMBER_ID if oid == NUMBER else TEXT_ID)
+    [varbind] = served.get(oid)
+    assert (varbind.type, varbind.value) == (
+        ("noSuchInstance", None) if answer is ABSENT else
+        ("INTEGER" if oid == NUMBER else "STRING", answer))
+    served.wait_output(printed, after=before)
+    assert_all_right(served)
+
+
+@pytest.mark.parametrize("fault", [
+    "delay 300", "double", "wrong-command 0x12", "wrong-length 255", "truncate 0", "oversize 2048",
+    f"wrong-id {NEIGHBOUR_ID}",
+    "stale 12 05 10 00 01 01 ff ff",
+])
+def test_acknowledgement_of_a_set(served, fault):
+    """Whatever the unit answers, the manager is told that the value was set, and it was."""
+    served.ctl("fault", *fault.split(), "--count", "1", "--on", "set")
+    served.set(NUMBER, "i", 4321)
+    assert served.held(0x0101)[-1] == 4321
+    assert served.get(NUMBER)[0].value == 4321
+    served.ctl("set", NUMBER_ID, RIGHT[NUMBER])
+    assert_all_right(served)
+
+
+def test_unasked_reply_is_not_taken_for_an_answer(served):
+    served.ctl("reply", "12 05 10 00 01 01 ff ff")
+    served.ctl("reply", "12 07 10 00 03 01 ff ff ff ff")
+    assert_all_right(served)
+
+
+def test_reply_too_large_to_receive_blocks_until_the_queue_is_removed(world):
+    start(world)
+    world.ctl("fault", "oversize", "1025", "--count", "1", "--object", NUMBER_ID)
+    for oid in (NUMBER, TEXT):
+        assert world.get(oid)[0].type == "noSuchInstance"
+    world.wait_output("called, failed: errno: Argument list too long, error code:7\n"
+                      "DataManage::getObjValue  readData error!\n")
+    world.ctl("remove-queue", "reply")
+    assert_all_right(world)
+
+
+@pytest.mark.parametrize("queue", ["request", "reply", "alarm"])
+def test_queue_removed_between_requests(served, queue):
+    served.ctl("remove-queue", queue)
+    assert_all_right(served)
+
+
+def begin_silent_get(world):
+    """A GET that waits for the unit; its manager's process."""
+    world.ctl("stats", "reset")
+    world.ctl("fault", "silent", "--count", "1", "--object", NUMBER_ID)
+    manager = subprocess.Popen(
+        [*world.enter, "snmpget", "-v2c", "-c", "public", "-Onx", "-r0", "-t20",
+         "127.0.0.1:1161", NUMBER], stdout=subprocess.PIPE, encoding="latin-1")
+    wait_until(lambda: "faults 1\n" in world.ctl("stats"), what="a request to the silent unit")
+    return manager
+
+
+def test_reply_queue_removed_under_a_waiting_request(served):
+    before = len(served.agent_output())
+    manager = begin_silent_get(served)
+    served.ctl("remove-queue", "reply")
+    answer, _ = manager.communicate(timeout=20)
+    assert "No Such Instance" in answer
+    served.wait_output("called, failed: errno: Identifier removed, error code:43\n", after=before)
+    assert_all_right(served)
+
+
+def test_silent_unit_and_its_late_reply(world):
+    """The master gives the agent up; when the unit speaks again, the objects come back."""
+    start(world)
+    with pytest.raises(SnmpError) as failure:
+        world.ctl("fault", "silent", "--count", "1", "--object", NUMBER_ID)
+        world.get(NUMBER, timeout=20)
+    assert failure.value.reason == "genError"
+    assert world.master_answers()
+    assert world.agent.running()
+    world.ctl("reply", "12 05 10 00 01 01 34 12")
+    world.wait_served()
+    assert_all_right(world)

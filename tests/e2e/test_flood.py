@@ -1,0 +1,122 @@
+"""Floods of notifications while managers poll: nothing lost, nothing doubled, nobody stuck."""
+
+import re
+import subprocess
+import threading
+from pathlib import Path
+
+import pytest
+
+from polling import Polling
+from receiver import V2C_SINK, Receiver
+from world import ROOT, parse_varbinds, wait_until
+
+ALARM, HEARTBEAT = 96, 99
+ALARM_OBJECT = "0x0403"
+
+
+def start(world, master="", interval=255, switch=0):
+    world.start_unit()
+    world.ctl("set", "0x0ffa", interval)
+    world.ctl("set", "0x0ffb", switch)
+    receiver = Receiver(world)
+    world.start_master(V2C_SINK + master)
+    world.start_agent(stdout=subprocess.DEVNULL)
+    return receiver
+
+
+class Flood(threading.Thread):
+    """Posts alarms, numbered by text 4 from 1, as fast as the alarm queue takes them."""
+
+    def __init__(self, world, count):
+        super().__init__()
+        self._command = ["alarm", "raise", ALARM_OBJECT, "--count", count, "--numbered"]
+        self._world = world
+        self.start()
+
+    def run(self):
+        self._world.ctl(*self._command)
+
+
+def resident(process):
+    """Resident memory of a process in KiB."""
+    status = Path(f"/proc/{process.pid()}/status").read_text()
+    return int(re.search(r"VmRSS:\s*(\d+) kB", status)[1])
+
+
+def check_complete(received, alarms):
+    """Every notification once, in order; heartbeats in turn."""
+    assert [event.sequence for event in received] == list(range(1, len(received) + 1))
+    assert [int(event.text4) for event in received if event.kind == ALARM] == list(
+        range(1, alarms + 1))
+    heartbeats = [int(event.value) for event in received if event.kind == HEARTBEAT]
+    assert heartbeats == [number % 2 for number in range(len(heartbeats))]
+    assert len(received) == alarms + len(heartbeats)
+
+
+@pytest.mark.parametrize("count, heartbeats", [(20_000, False), (10_000, True)],
+                         ids=["alarms", "alarms and heartbeats"])
+def test_flood_under_polling(world, count, heartbeats):
+    receiver = start(world, interval=0 if heartbeats else 255, switch=int(heartbeats))
+    polling = Polling(world)
+    answers, memory = [polling.answers()], []
+    flood = Flood(world, count)
+    for part in (1, 2, 3, 4):
+        wait_until(lambda: len([event for event in receiver.received() if event.kind == ALARM])
+                   >= part * count // 4, 60, f"part {part} of the flood")
+        answers.append(polling.answers())
+        memory.append(resident(world.agent))
+    flood.join()
+    world.ctl("set", "0x0ffb", 0)
+    polling.stop()
+    check_complete(receiver.received(), count)
+    progress = [sum(after) - sum(before) for before, after in zip(answers, answers[1:])]
+    print("answers", answers, "KiB", memory)
+    assert min(progress) > 0
+    assert [after > before for before, after in zip(answers[0], answers[-1])] == [True] * 5
+    assert memory[-1] < memory[0] + 1024
+    assert world.agent.running() and world.master.running()
+
+
+def test_notifications_while_the_device_is_silent(world):
+    """A request that hangs in the device holds up no notification."""
+    hanging = f"{ROOT}.1.1.1.4.0"
+    receiver = start(world, "agentXTimeout 30\n")
+    (answer,) = world.get(hanging)
+    world.ctl("fault", "silent", "--object", "0x0007", "--count", 1)
+    asked = len(world.requests(0x0007))
+    manager = world.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-Onx", "-r0", "-t30",
+                                      "127.0.0.1:1161", hanging])
+    wait_until(lambda: len(world.requests(0x0007)) > asked, what="the request in the unit")
+    Flood(world, 60).join()
+    check_complete(receiver.wait(60), 60)
+    assert manager.running()
+    reply = b"\x12\x17\0\x02\x07\0" + answer.value.encode().ljust(20, b"\0")
+    world.ctl("reply", reply.hex())
+    assert manager.wait(10) == 0
+    assert parse_varbinds(manager.output()) == [answer]
+    Flood(world, 100).join()
+    assert [event.sequence for event in receiver.wait(160)] == list(range(1, 161))
+
+
+def test_master_restarted_in_a_flood(world):
+    """What is posted while there is no master is lost, not the agent."""
+    receiver = start(world)
+    floods = [Flood(world, 100_000)]
+    receiver.wait(2000)
+    world.master.kill()
+    at_the_kill = len(receiver.received())
+    world.start_master(V2C_SINK)
+    world.wait_served()
+    if not floods[0].is_alive():
+        floods.append(Flood(world, 5000))
+    for flood in floods:
+        flood.join()
+    posted = 100_000 + 5000 * (len(floods) - 1)
+    world.ctl("alarm", "clear", ALARM_OBJECT, "--text4", "last")
+    wait_until(lambda: receiver.received()[-1].text4 == "last", 30, "the last notification")
+    sequence = [event.sequence for event in receiver.received()]
+    print("received", at_the_kill, len(sequence), sequence[-1])
+    assert sequence == sorted(set(sequence))
+    assert sequence[-1] == posted + 1
+    assert world.agent.running() and world.walk(f"{ROOT}.1.2")

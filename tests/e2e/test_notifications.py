@@ -1,0 +1,192 @@
+"""Events of the unit and the heartbeat, as a real receiver gets them."""
+
+import re
+import struct
+
+import pytest
+
+from receiver import V2C, V2C_SINK, V3, V3_SINK, Notification, Receiver
+from world import ROOT, wait_until
+
+ALARM, RU_CHANGE, GENERAL, HEARTBEAT = range(96, 100)
+INTERVAL, SWITCH = "0x0ffa", "0x0ffb"
+
+
+def start(world, sinks, *commands):
+    """A receiver with the sample unit, changed by commands, and its agent."""
+    world.start_unit()
+    for command in [f"set {INTERVAL} 255", *commands]:
+        world.ctl(*command.split(None, 2 if command.startswith("set") else 1))
+    receiver = Receiver(world)
+    world.start_master(sinks)
+    world.start_agent()
+    return receiver
+
+
+@pytest.fixture(scope="module")
+def receiver(shared_world):
+    return start(shared_world, V2C_SINK)
+
+
+def post(receiver, *words):
+    """What a command to the unit makes arrive, in front of an event that is posted behind it."""
+    before = len(receiver.received())
+    receiver.world.ctl(*words)
+    receiver.world.ctl("event", "report", "0x0409", "--text4", "behind it")
+    wait_until(lambda: receiver.received()[before:] and receiver.received()[-1].text4 == "behind it",
+               what="the event behind it")
+    received = receiver.received()
+    assert [event.sequence for event in received] == list(range(1, len(received) + 1))
+    return [event._replace(sequence=None) for event in received[before:-1]]
+
+
+def notification(kind, name, value, device=0, text4="", text5="", text6="", via=V2C):
+    return Notification(via, kind, name, value, device, text4, text5, text6, None)
+
+
+@pytest.mark.parametrize("command, kind, name, value", [
+    ("alarm raise 0x0403", ALARM, "Over Temperature Alarm", "New Alarm"),
+    ("alarm clear 0x0403", ALARM, "Over Temperature Alarm", "Clear Alarm"),
+    ("ru add 0x0408", RU_CHANGE, "RU ", "Add RU"),
+    ("ru remove 0x0408", RU_CHANGE, "RU ", "Remove RU"),
+    ("ru add 0x0408 --ru 0,1,0", RU_CHANGE, "U ", "Add RU"),
+    ("ru add 0x0408 --ru 1,0,1", RU_CHANGE, " ", "Add RU"),
+    ("ru remove 0x0408 --ru 1,1,1", RU_CHANGE, "", "Remove RU"),
+    ("ru add 0x0408 --ru 2,1,1", RU_CHANGE, "", "Add RU"),
+    ("ru add 0x0408 --ru 255,255,2", RU_CHANGE, "", "Add RU"),
+    ("event report 0x0409", GENERAL, "GeneralTrap", "Report GeneralTrap"),
+    ("event lose 0x0409", GENERAL, "GeneralTrap", "Lose GeneralTrap"),
+    ("alarm raise 0x0403 --type 4", HEARTBEAT, "Over Temperature Alarm", ""),
+])
+def test_event(receiver, command, kind, name, value):
+    texts = {"text4": "four", "text5": "five", "text6": "six"}
+    options = [word for text, content in texts.items() for word in (f"--{text}", content)]
+    assert post(receiver, *command.split(), "--device-id", 200, *options) == [
+        notification(kind, name, value, 200, **texts)]
+
+
+@pytest.mark.parametrize("command, printed", [
+    ("alarm raise 0x1000", "get name is "),  # a table cell's object
+    ("ru add 0x7777", "get name is "),
+    ("event report 0x80ba", "get name is "),
+    ("alarm raise 0x0403 --type 0", "TrapAlarm::sendTrap no notification for msgType 0\n"),
+    ("alarm raise 0x0403 --type 5", "TrapAlarm::sendTrap no notification for msgType 5\n"),
+    ('post ""', "receivebuf len is 0 \nnot receive !!\n"),
+    ("post 000000010000000000", "receivebuf len is 9 \n"),  # too short for an object
+    ("post --size 1025", "alarm message too large to receive, taken off the queue\n"),
+    ("post --size 8000", "alarm message too large to receive, taken off the queue\n"),
+])
+def test_event_without_notification(receiver, command, printed):
+    """Nothing arrives and no sequence number is used."""
+    before = len(receiver.world.agent_output())
+    assert post(receiver, *[word.strip('"') for word in command.split()]) == []
+    receiver.world.wait_output(printed, after=before)
+
+
+def record(kind=1, object_id=0x0403, state=b"1", device=0, text4=b"", text6=b"", text5=b""):
+    return struct.pack(">i5xHc8xB64s64s64s", kind, object_id, state, device, text4, text6, text5)
+
+
+FULL = record(device=7, text4=b"4" * 63, text6=b"6" * 63, text5=b"5" * 63)
+OVERLONG = record(text4=b"4" * 64, text6=b"6" * 64, text5=b"5" * 64)
+
+
+@pytest.mark.parametrize("message, device, text4, text5, text6", [
+    (FULL, 7, "4" * 63, "5" * 63, "6" * 63),
+    (record(text4=b"4" * 64, text6=b"six"), 0, "4" * 64 + "six", "", "six"),
+    (OVERLONG, 0, "4" * 64 + "6" * 64 + "5" * 64, "5" * 64, "6" * 64 + "5" * 64),
+    (OVERLONG + b"!", 0, "4" * 64 + "6" * 64 + "5" * 64, "5" * 64, "6" * 64 + "5" * 64),
+    (record(text4=b"a\0b"), 0, "a", "", ""),
+    (record(text4=bytes(range(1, 64))), 0, "".join(map(chr, range(1, 64))), "", ""),
+    (record(text4=b"\xff\x80"), 0, "\xff\x80", "", ""),
+    (FULL.ljust(1024, b"!"), 7, "4" * 63, "5" * 63, "6" * 63),
+    (FULL[:100], 7, "4" * 63, "", "6" * 15),
+    (FULL[:30], 7, "4" * 9, "", ""),
+    (FULL[:11], 0, "", "", ""),
+], ids=lambda value: len(value) if isinstance(value, bytes) else "")
+def test_texts_and_lengths(receiver, message, device, text4, text5, text6):
+    """A text runs into the next one where its end is missing; what a message lacks is zero."""
+    assert post(receiver, "post", message.hex()) == [
+        notification(ALARM, "Over Temperature Alarm", "New Alarm", device, text4, text5, text6)]
+
+
+def wait_printed(world, text, after=0):
+    """Waits for lines, leaving out the frames traced in front of a line."""
+    wait_until(lambda: text in re.sub(r"^(?:[0-9a-f]{2} )+", "", world.agent_output()[after:],
+                                      flags=re.M), what=f"printed: {text}")
+
+
+def test_printed_lines_of_an_alarm(receiver):
+    before = len(receiver.world.agent_output())
+    post(receiver, "alarm", "clear", "0x0403", "--device-id", "8")
+    wait_printed(receiver.world, "receivebuf len is 213 \n"
+                                 "val is Clear Alarm, name is Over Temperature Alarm \n"
+                                 "TrapAlarm::sendTrap trapmsg.deviceId=8\n"
+                                 "string is Over Temperature Alarm \n"
+                                 "string is Clear Alarm \n"
+                                 "receivebuf len is 213 \n", before)
+
+
+@pytest.mark.parametrize("command, context, device_byte, device", [
+    ("set 0x0611 0", "", 0x41, 8),
+    ("set 0x0611 1", "DAS_NORVA", 0, 0),
+    ("delete 0x0611", "", 0xFF, 86),
+])
+def test_what_the_agent_reads_at_its_start(world, command, context, device_byte, device):
+    """The master's sinks decide the version on the wire, the unit only the context name."""
+    receiver = start(world, V2C_SINK + V3_SINK, command, f"set 0x0102 {device_byte}")
+    world.ctl("alarm", "raise", "0x0403", "--device-id", 8)
+    first = notification(ALARM, "Over Temperature Alarm", "New Alarm", 8)._replace(sequence=1)
+    v3 = V3.replace("DAS_NORVA", context)
+    assert sorted(receiver.wait(2)) == [first, first._replace(via=v3)]
+    wait_printed(world, f"Init _trapType is {2 if context else 1} \n"
+                        "Init _heartBeatInterval is 255 \n"
+                        f"SnmpEventNotify::initHeartBeatMsg heartMsg.deviceId={device}\n"
+                        "SnmpEventNotify::run send heartbeat \n"
+                        "_heartBeatInterval is changed to 255 \n")
+
+
+def test_heartbeat_without_a_pause(world):
+    """Switched by the unit and by a manager; its sequence numbers are shared with the alarms."""
+    receiver = start(world, V2C_SINK, f"set {INTERVAL} 0", f"set {SWITCH} 0",
+                     f'add 0x0005 text 64 ro "{"m" * 64}"')
+    world.ctl("set", "0x0600", "moved")  # the payload is read once, at the start
+
+    def wait_cycles():
+        def cycles():
+            return int(re.search(r"gets (\d+)", world.ctl("stats", SWITCH))[1])
+        end = cycles() + 3
+        wait_until(lambda: cycles() >= end, what="cycles of the heartbeat")
+
+    def alarm():
+        """Raises an alarm; its place in what is received."""
+        before = len(receiver.received())
+        world.ctl("alarm", "raise", "0x0403")
+        wait_until(lambda: ALARM in [event.kind for event in receiver.received()[before:]])
+        return [event.kind for event in receiver.received()].index(ALARM, before)
+
+    cycle = "SnmpEventNotify::run send heartbeat \n_heartBeatInterval is changed to 0 \n"
+    wait_cycles()
+    assert alarm() == 0
+    wait_printed(world, cycle + "_heartBeatSwFlag is changed to 0 \nsend heartTrap end \n" + cycle)
+
+    world.ctl("set", SWITCH, 1)
+    receiver.wait(20)
+    assert alarm() >= 20
+    world.set(f"{ROOT}.1.1.3.3.0", "i", 0)
+    wait_cycles()
+    last = alarm()
+    wait_cycles()
+    assert alarm() == last + 1
+    world.set(f"{ROOT}.1.1.3.3.0", "i", 7)
+    receiver.wait(last + 20)
+    wait_printed(world, cycle + "_heartBeatSwFlag is changed to 7 \n_alarmTrap->sendTrap \n"
+                 "TrapAlarm::sendTrap trapmsg.deviceId=8\nstring is heartbeat \nstring is 1 \n"
+                 "send heartTrap end \n" + cycle)
+
+    received = receiver.received()
+    assert [event.sequence for event in received] == list(range(1, len(received) + 1))
+    heartbeats = [event for event in received if event.kind != ALARM]
+    assert heartbeats == [
+        Notification(V2C, HEARTBEAT, "heartbeat", str(number % 2), 8, "Harbour Terminal",
+                     "NDAS 4.2.1", "m" * 63, beat.sequence) for number, beat in enumerate(heartbeats)]

@@ -1,0 +1,186 @@
+"""Scalars as a manager sees them, and what reaches the unit."""
+
+from collections import namedtuple
+
+import pytest
+
+from world import ROOT, SnmpError, Varbind, empty_schema, scalar_row
+
+# One scalar: its suffix is its position here. `unit` is the rest of its line in the object file,
+# `row` what differs from a writable INTEGER of method 0.
+Case = namedtuple("Case", "unit row type value", defaults=({}, "INTEGER", None))
+
+TEXT = {"type": 4}
+SCALARS = {
+    "unsigned 1": Case("unsigned 1 rw 200", value=200),
+    "signed 1": Case("signed 1 rw -2", value=-2),
+    "unsigned 2": Case("unsigned 2 rw 65534", value=65534),
+    "signed 2": Case("signed 2 rw -300", value=-300),
+    "unsigned 4": Case("unsigned 4 rw 2147483649", value=-2147483647),  # as an SNMP INTEGER
+    "signed 4": Case("signed 4 rw -123456", value=-123456),
+    "other 4": Case("other 4 rw 7", value=7),
+    "scaled": Case("unsigned 2 rw 25", {"method": 0x1000}, value=25),
+    "scaled signed": Case("signed 2 rw -7", {"method": 0x2000}, value=-7),
+    "low half": Case("unsigned 4 rw 0x12345678", {"method": 11}, value=0x5678),
+    "method 7": Case("unsigned 4 rw 0x12345678", {"method": 7}, value=0x12345678),
+    "method 12": Case("unsigned 4 rw 0x12345678", {"method": 0x300C}, value=0x12345678),
+    "text": Case('text 20 rw "Tower 7"', TEXT, "STRING", "Tower 7"),
+    "no text": Case('text 20 rw ""', TEXT, "STRING", ""),
+    "long text": Case(f'text 64 rw "{"0123456789abcdef" * 4}"', TEXT, "STRING",
+                      "0123456789abcdef" * 4),
+    "short field": Case('text 8 rw "east"', TEXT, "STRING", "east"),
+    "address": Case("unsigned 4 rw 0x0a000001", {**TEXT, "method": 1}, "STRING", "10.0.0.1"),
+    "address 2": Case("unsigned 4 rw 0xfffefdfc", {**TEXT, "method": 2}, "STRING",
+                      "255.254.253.252"),
+    "decimal": Case("unsigned 2 rw 1234", {**TEXT, "method": 0x2004}, "STRING", "12.34"),
+    "decimal signed": Case("signed 4 rw -100", {**TEXT, "method": 0x1004}, "STRING", "-10.00"),
+    "decimal loss": Case("unsigned 4 rw 123456789", {**TEXT, "method": 4}, "STRING",
+                         "123456792.00"),
+    "read-only": Case("unsigned 2 ro 99", {"access": 1}, value=99),
+    "read-only in the unit": Case("unsigned 2 ro 98", value=98),
+}
+FIRST_ID = 0x0101
+
+
+def id_of(name):
+    return FIRST_ID + list(SCALARS).index(name)
+
+
+def oid_of(name):
+    return f"{ROOT}.1.1.1.{id_of(name) - FIRST_ID + 1}.0"
+
+
+def expected(names):
+    return [Varbind(oid_of(name), SCALARS[name].type, SCALARS[name].value) for name in names]
+
+
+@pytest.fixture(scope="module")
+def served(shared_world):
+    shared_world.start_unit("".join(f"{id_of(name):#06x} {case.unit}\n"
+                                    for name, case in SCALARS.items()))
+    rows = [scalar_row(id_of(name), id_of(name) - FIRST_ID + 1, **case.row)
+            for name, case in SCALARS.items()]
+    shared_world.start_master()
+    database = shared_world.make_database(*empty_schema(), *rows, base=False)
+    shared_world.start_agent(database=database)
+    return shared_world
+
+
+@pytest.fixture
+def restored(served):
+    """The world, its objects put back after the test."""
+    yield served
+    for name, case in SCALARS.items():
+        served.ctl("add", f"{id_of(name):#06x} {case.unit}")
+
+
+@pytest.mark.parametrize("name", SCALARS)
+def test_get(served, name):
+    assert served.get(oid_of(name)) == expected([name])
+
+
+def test_walks_and_requests_of_several_varbinds_agree(served):
+    everything = expected(SCALARS)
+    assert served.walk() == everything
+    assert served.bulkwalk() == everything
+    assert served.get(*map(oid_of, SCALARS)) == everything
+    nodes = [oid_of(name).removesuffix(".0") for name in SCALARS]
+    assert served.getnext(*nodes) == everything
+    assert served.getnext(*[oid_of(name) for name in SCALARS][:-1]) == everything[1:]
+
+
+@pytest.mark.parametrize("wrong", [".1", "", ".0.0"])
+def test_only_instance_zero_exists(served, wrong):
+    oid = oid_of("unsigned 1").removesuffix(".0") + wrong
+    missing, right = served.get(oid, oid_of("text"))
+    assert (missing.oid, missing.type) == (oid, "noSuchInstance")
+    assert [right] == expected(["text"])
+
+
+def test_trace_of_a_get(served):
+    before = len(served.agent_output())
+    requests = len(served.requests(id_of("unsigned 2")))
+    served.get(oid_of("unsigned 2"))
+    request, reply = "02 07 03 01 00 00 00 00 ", "12 05 10 00 03 01 fe ff "
+    served.wait_output(
+        request + reply + "norvasnmp:getSnmpValue oid=0x103,covMethod=0\n", after=before)
+    assert served.requests(id_of("unsigned 2"))[requests:] == [bytes.fromhex(request)]
+
+
+@pytest.mark.parametrize("name, letter, given, frame, answer", [
+    ("unsigned 1", "i", 5, "01 04 01 01 05", 5),
+    ("unsigned 1", "i", 300, "01 04 01 01 2c", 44),
+    ("signed 1", "i", -3, "01 04 02 01 fd", -3),
+    ("unsigned 2", "i", 0x1234, "01 05 03 01 34 12", 0x1234),
+    ("signed 2", "i", -2, "01 05 04 01 fe ff", -2),
+    ("unsigned 4", "i", 0x01020304, "01 07 05 01 04 03 02 01", 0x01020304),
+    ("signed 4", "i", -5, "01 07 06 01 fb ff ff ff", -5),
+    ("other 4", "i", 8, "01 07 07 01 08 00 00 00", 8),
+    ("scaled", "i", 3, "01 05 08 01 1e 00", 30),
+    ("scaled signed", "i", -5, "01 05 09 01 0c fe", -500),
+    ("low half", "i", 0x10002, "01 07 0a 01 02 00 01 00", 2),
+    ("text", "s", "Hill", "01 17 0d 01 48 69 6c 6c" + " 00" * 16, "Hill"),
+    ("text", "s", "", "01 17 0d 01" + " 00" * 20, ""),
+    ("short field", "s", "12345678", "01 0b 10 01 31 32 33 34 35 36 37 38", "12345678"),
+    ("long text", "s", "x" * 64, "01 43 0f 01" + " 78" * 64, "x" * 64),
+    ("decimal", "s", "2.30", "01 05 13 01 e5 00", "2.29"),  # cut in single precision
+    ("decimal signed", "s", "12.5", "01 07 14 01 7d 00 00 00", "12.50"),
+])
+def test_set(restored, name, letter, given, frame, answer):
+    before = len(restored.requests(id_of(name)))
+    restored.set(oid_of(name), letter, given)
+    writes = [frame for frame in restored.requests(id_of(name))[before:] if frame[0] == 0x01]
+    assert writes == [bytes.fromhex(frame)]
+    assert restored.get(oid_of(name))[0].value == answer
+
+
+def test_several_scalars_in_one_set(restored):
+    restored.set(oid_of("unsigned 1"), "i", 11, oid_of("text"), "s", "both", oid_of("signed 4"),
+                 "i", -44, oid_of("unsigned 2"), "i", 22)
+    held = [restored.held(id_of(name))[-1] for name in
+            ("unsigned 1", "text", "signed 4", "unsigned 2")]
+    assert held == [11, "both", -44, 22]
+
+
+@pytest.mark.parametrize("name, letter, given, reason", [
+    ("read-only", "i", 5, "notWritable"),
+    ("read-only in the unit", "i", 5, "badValue"),
+    ("long text", "s", "x" * 65, "badValue"),
+    ("short field", "s", "123456789", "badValue"),
+    ("decimal", "s", "", "badValue"),
+    ("decimal", "s", "-3", "badValue"),
+    ("decimal", "s", "1e3", "badValue"),
+    ("decimal", "s", "12,5", "badValue"),
+])
+def test_refused_set_writes_nothing(served, name, letter, given, reason):
+    before = len(served.requests(id_of(name)))
+    with pytest.raises(SnmpError) as refusal:
+        served.set(oid_of(name), letter, given)
+    assert refusal.value.reason == reason
+    assert [frame for frame in served.requests(id_of(name))[before:] if frame[0] == 0x01] == []
+    assert served.get(oid_of(name)) == expected([name])
+
+
+FALLBACK = "object 0x80ba holds no usable OID, the fixed root is used\n"
+
+
+@pytest.mark.parametrize("text, root", [
+    (".1.3.6.1.4.1.53412.9.9", ".1.3.6.1.4.1.53412.9.9"),
+    ("ignored.1.3.6.1.4.1.53412", ".1.3.6.1.4.1.53412"),
+    (".1.3.6.1.4.1" + ".1" * 26, ".1.3.6.1.4.1" + ".1" * 26),  # fills the 64 bytes
+    ("no object identifier", ROOT),
+    ("", ROOT),
+    (None, ROOT),
+], ids=["other", "text in front", "long", "no dot", "empty", "unreadable"])
+def test_root(world, text, root):
+    prefix = "" if text is None else f'0x80ba text 64 ro "{text}"\n'
+    world.start_unit("0x0101 unsigned 1 rw 42\n" + prefix)
+    world.start_master()
+    world.start_agent(database=world.make_database(
+        *empty_schema(), scalar_row(0x0101, 9), base=False), wait=False)
+    world.wait_served(root)
+    assert world.get(f"{root}.1.1.1.9.0") == [(f"{root}.1.1.1.9.0", "INTEGER", 42)]
+    world.wait_output("init_snmp end....\n")
+    printed = f"MasterAgent::initNormalObj root_variables_oid={text}\n"
+    assert (printed in world.agent_output()) == (text is not None)
+    assert (FALLBACK in world.agent_output()) == (text is not None and root == ROOT)

@@ -1,0 +1,287 @@
+"""Both tables as a manager sees them, and what reaches the unit."""
+
+import re
+from collections import Counter
+
+import pytest
+
+from world import CELLS, ROOT, SnmpError, Varbind, empty_schema, scalar_row, wait_until
+
+# The sample's two tables: the first object id and, by column, what the cells of a row answer.
+FIRST_ID = {1: 0x1000, 2: 0x2000}
+COLUMNS = {
+    (1, 1): lambda row: row,
+    (1, 2): lambda row: f"RU {row}",
+    (1, 3): lambda row: 1,
+    (1, 4): lambda row: -7 + 2 * row,
+    (1, 5): lambda row: 5 * row - 5,
+    (1, 6): lambda row: f"{(247 + 3 * row) / 10:.2f}",
+    (1, 7): lambda row: f"10.0.20.{row}",
+    (1, 8): lambda row: f"Floor {row}",
+    (1, 9): lambda row: 1,
+    (2, 1): lambda row: row,
+    (2, 2): lambda row: f"Channel {row}",
+    (2, 3): lambda row: 1,
+    (2, 4): lambda row: 2112200 + 200 * row,
+    (2, 5): lambda row: f"{(1922200 + 200 * row) / 1000:.2f}",
+    (2, 6): lambda row: row - 9,
+    (2, 7): lambda row: f"{row / 2:.2f}",
+    (2, 8): lambda row: -40125 + 125 * row,
+}
+ROWS = range(1, 33)
+TABLES = ROOT + ".10"
+
+
+def oid_of(table, column, row):
+    return f"{TABLES}.{table}.1.{column}.{row}.0"
+
+
+def id_of(table, column, row):
+    return FIRST_ID[table] + 32 * (column - 2) + row - 1
+
+
+def expected(table, column, row):
+    value = COLUMNS[table, column](row)
+    return Varbind(oid_of(table, column, row), "STRING" if isinstance(value, str) else "INTEGER",
+                   value)
+
+
+def missing(*cell):
+    return Varbind(oid_of(*cell), "noSuchInstance", None)
+
+
+def start_agent(world, last=oid_of(2, 1, 32), database=None):
+    """The agent's objects come to the master one after the other: waits for the last one."""
+    world.start_agent(database=database)
+    wait_until(lambda: world.get(last)[0].type == "INTEGER", 30, "all tables")
+
+
+EVERYTHING = [expected(*column, row) for column in COLUMNS for row in ROWS]
+
+
+@pytest.fixture(scope="module")
+def served(shared_world):
+    shared_world.start_unit()
+    shared_world.start_master()
+    start_agent(shared_world)
+    return shared_world
+
+
+@pytest.fixture
+def restored(served):
+    """The world, its tables put back after the test."""
+    lines = [line for line in served.objects.read_text().splitlines() if line[:3] in ("0x1", "0x2")]
+    yield served
+    served.ctl("fault", "none")
+    for line in lines:
+        served.ctl("add", line)
+
+
+def frames_since(world, before):
+    """What the unit was asked for since: the frames to it, without the heartbeat's objects."""
+    return [frame.bytes for frame in world.frames()[before:]
+            if frame.direction == "rx" and frame.bytes[3] != 0x0F]
+
+
+@pytest.mark.parametrize("tool", [["snmpwalk"]] + [["snmpbulkwalk", f"-Cr{repetitions}"]
+                                                   for repetitions in (1, 7, 50, 1000)], ids=" ".join)
+def test_walk_of_both_tables(served, tool):
+    before = len(served.frames())
+    assert served.snmp(*tool, TABLES) == EVERYTHING
+    asked = Counter(int.from_bytes(frame[2:4], "little") for frame in frames_since(served, before))
+    assert asked == {id_of(*column, row): 1 for column in COLUMNS for row in ROWS if column[1] > 1}
+
+
+@pytest.mark.parametrize("cells", [
+    [(1, 2, 1)],
+    [(2, 8, 32)],
+    [(1, 1, 7)],
+    [(1, 5, 3), (1, 5, 4)],
+    [(2, 7, 9), (1, 6, 9)],
+    [(1, 2, 1), (1, 2, 1)],
+    [(1 + n % 2, 2 + n * 5 % 7, 32 - 3 * n) for n in range(10)],
+], ids=len)
+def test_get(served, cells):
+    before = len(served.frames())
+    assert served.get(*[oid_of(*cell) for cell in cells]) == [expected(*cell) for cell in cells]
+    assert len(frames_since(served, before)) == len([cell for cell in cells if cell[1] > 1])
+
+
+@pytest.mark.parametrize("suffix, type, value", [
+    ("2.3.5", "STRING", "RU 3"),  # the second index takes what the request carries
+    ("2.3", "noSuchInstance", None),
+    ("2.0.0", "noSuchInstance", None),
+    ("2.33.0", "noSuchInstance", None),
+    ("2.257.0", "noSuchInstance", None),
+    ("0.1.0", "noSuchObject", None),
+    ("10.1.0", "noSuchObject", None),
+])
+def test_get_beside_the_cells(served, suffix, type, value):
+    oid = f"{TABLES}.1.1.{suffix}"
+    assert served.get(oid) == [Varbind(oid, type, value)]
+
+
+# The write request, and what a manager reads afterwards.
+@pytest.mark.parametrize("cell, letter, given, frame, answer", [
+    ((1, 5, 3), "i", 7, "01 05 62 10 46 00", 70),
+    ((1, 8, 3), "s", "Roof", "01 17 c2 10 52 6f 6f 66" + " 00" * 16, "Roof"),
+    ((1, 8, 3), "s", "", "01 17 c2 10" + " 00" * 20, ""),
+    ((1, 9, 32), "s", "7abc", "01 04 ff 10 63", 0x63),  # the first four bytes as an integer
+    ((2, 3, 1), "i", 300, "01 04 20 20 2c", 44),
+    ((2, 4, 2), "i", 9, "01 07 41 20 09 00 00 00", 9),
+    ((2, 6, 1), "i", -3, "01 04 80 20 fd", -3),
+    ((2, 7, 1), "s", "1.5", "01 05 a0 20 0f 00", "1.50"),
+])
+def test_set_of_one_cell(restored, cell, letter, given, frame, answer):
+    before = len(restored.frames())
+    restored.set(oid_of(*cell), letter, given)
+    writes = [frame for frame in frames_since(restored, before) if frame[0] == 0x01]
+    assert writes == [bytes.fromhex(frame)]
+    assert restored.get(oid_of(*cell))[0].value == answer
+
+
+@pytest.mark.parametrize("length", [63, 64, 70])
+def test_set_of_a_long_text(restored, length):
+    """Cut to 64 bytes."""
+    cell = (1, 8, 5)
+    restored.ctl("add", f'{id_of(*cell):#06x} text 64 rw ""')
+    restored.set(oid_of(*cell), "s", "x" * length)
+    assert restored.get(oid_of(*cell))[0].value == "x" * min(length, 64)
+
+
+def test_set_of_several_cells(restored):
+    """The first value of a table goes into all of the table's cells."""
+    cells = [(1, 5, 3), (2, 4, 1), (1, 5, 4), (2, 4, 32)]
+    restored.set(*[word for number, cell in enumerate(cells)
+                   for word in (oid_of(*cell), "i", number + 1)])
+    assert [restored.held(id_of(*cell))[-1] for cell in cells] == [10, 2, 10, 2]
+
+
+@pytest.mark.parametrize("cells, letter, given, reason, printed", [
+    ([(1, 4, 3)], "i", 5, "readOnly", " ../src/TableHandlerOne SNMP_ERR_READONLY\n"),
+    ([(2, 8, 3)], "i", 5, "readOnly", " ../src/TableHandlerTwo SNMP_ERR_READONLY\n"),
+    ([(1, 9, 3), (1, 4, 3)], "i", 5, "readOnly", " ../src/TableHandlerOne SNMP_ERR_READONLY\n"),
+    ([(1, 8, 3)], "s", "x" * 21, "badValue", "SNMP_ERR_BADVALUE\n"),
+    ([(2, 7, 3)], "s", "1,5", "badValue", "SNMP_ERR_BADVALUE\n"),
+    ([(1, 9, 4)], "i", 5, "badValue", "SNMP_ERR_BADVALUE\n"),  # read-only in the unit
+])
+def test_refused_set_writes_nothing(restored, cells, letter, given, reason, printed):
+    restored.ctl("add", f"{id_of(1, 9, 4):#06x} unsigned 1 ro 1")
+    before, output = len(restored.frames()), len(restored.agent_output())
+    with pytest.raises(SnmpError) as refusal:
+        restored.set(*[word for cell in cells for word in (oid_of(*cell), letter, given)])
+    assert refusal.value.reason == reason
+    restored.wait_output(printed, after=output)
+    assert [frame for frame in frames_since(restored, before) if frame[0] == 0x01] == []
+    values = [varbind.value for varbind in restored.get(*[oid_of(*cell) for cell in cells])]
+    assert values == [COLUMNS[cell[:2]](cell[2]) for cell in cells]
+
+
+def test_set_of_the_row_index_reaches_nobody(served):
+    before = len(served.frames())
+    served.set(oid_of(1, 1, 3), "i", 77)
+    assert frames_since(served, before) == []
+    assert served.get(oid_of(1, 1, 3)) == [expected(1, 1, 3)]
+
+
+@pytest.mark.parametrize("cell", [(1, 9, 4), (1, 4, 4)], ids=["writable", "read-only"])
+def test_set_of_an_unreadable_cell_is_accepted_and_writes_nothing(restored, cell):
+    restored.ctl("delete", hex(id_of(*cell)))
+    before = len(restored.frames())
+    restored.set(oid_of(*cell), "i", 7)
+    assert {frame[0] for frame in frames_since(restored, before)} == {0x02}
+
+
+# What the cell answers: a missing one hides all behind it in its table from a walk.
+@pytest.mark.parametrize("fault, value", [
+    ("wrong-command 0x1f", None),
+    ("wrong-command 0x11", None),
+    ("wrong-length 9", None),
+    ("wrong-length 2", None),
+    ("truncate 0", None),
+    ("truncate 3", 0),
+    ("oversize 500", 5),
+    ("wrong-id 0x1046", 5),
+    ("delay 50", 5),
+])
+def test_wrong_reply_in_the_middle_of_a_walk(restored, fault, value):
+    cells = [(1, 4, 5), (1, 4, 6), (1, 4, 7), (2, 4, 6)]
+    struck = missing(*cells[1]) if value is None else Varbind(oid_of(*cells[1]), "INTEGER", value)
+    strike = ["fault", *fault.split(), "--object", hex(id_of(*cells[1])), "--count", 1]
+
+    restored.ctl(*strike)
+    output = len(restored.agent_output())
+    answers = [expected(*cell) for cell in cells]
+    assert restored.get(*[oid_of(*cell) for cell in cells]) == [answers[0], struck, *answers[2:]]
+    if value is None:
+        restored.wait_output(" get_ data is ERROR !!!!!!!!!!!!!!!!!!!\n", after=output)
+
+    restored.ctl(*strike)
+    place = EVERYTHING.index(answers[1])
+    behind = EVERYTHING[9 * len(ROWS):] if value is None else [struck, *EVERYTHING[place + 1:]]
+    assert restored.walk(TABLES) == EVERYTHING[:place] + behind
+    assert restored.walk(TABLES) == EVERYTHING
+
+
+def test_cell_that_is_not_mapped(world):
+    """Missing, hiding the rest of its table from a walk; a SET is accepted and reaches nobody."""
+    cell = (1, 4, 6)
+    world.start_unit()
+    world.start_master()
+    start_agent(world, database=world.make_database(
+        f"DELETE FROM {CELLS} WHERE objId = '{id_of(*cell):04X}'"))
+    before = len(world.frames())
+    assert world.get(oid_of(*cell), oid_of(2, 2, 6)) == [missing(*cell), expected(2, 2, 6)]
+    world.set(oid_of(*cell), "i", 7)
+    assert len(frames_since(world, before)) == 1
+    place = EVERYTHING.index(expected(*cell))
+    assert world.walk(TABLES) == EVERYTHING[:place] + EVERYTHING[9 * len(ROWS):]
+    assert world.get(oid_of(1, 4, 7), oid_of(1, 9, 32)) == [expected(1, 4, 7), expected(1, 9, 32)]
+
+
+def cell_rows(node, first_id):
+    """SQL for a table of one column of integers."""
+    return [f"INSERT INTO {CELLS} VALUES ('{first_id + row:04X}', '0', '2', '2', '3', '{node}', '0',"
+            f" '0', 'cell', '{row}', '1', '0', '0')" for row in ROWS]
+
+
+LONG = ".1" * 22  # with the root 33 sub-identifiers
+
+
+# `served` are those of `nodes` below which cells are found, `refusal` what tells why another is not.
+@pytest.mark.parametrize("nodes, served, refusal", [
+    ([], [], ""),
+    ([".10.5"], [".10.5"], ""),
+    ([".10.7", ".10.5"], [".10.5", ".10.7"], ""),
+    ([".10.1", ".10.2", ".10.3"], [".10.1", ".10.2"], ""),
+    ([".10.1", ".010.1"], [".10.1"], "duplicate registration: MIB modules TableHandlerOne and "
+                                     f"TableHandlerTwo (oid {ROOT}.10.1)."),
+    ([LONG, ".10.2"], [".10.2"], "TableHandlerOne: table node of 33 sub-identifiers is not served, "
+                                 "1 to 32 are possible\n"),
+], ids=["none", "one", "two", "three", "twice", "too long"])
+def test_tables_of_a_catalogue(world, nodes, served, refusal):
+    first_ids = {node: 0x1000 + 0x20 * number for number, node in enumerate(nodes)}
+    world.start_unit(f'0x80ba text 64 ro "{ROOT}"\n0x1000-0x1080 unsigned 1 rw 0 step 1\n')
+    world.start_master()
+    values = [(f"{ROOT}.1.1.1.1.0", 0)]
+    for node in served:
+        values += [(f"{ROOT}{node}.1.1.{row}.0", row) for row in ROWS]
+        values += [(f"{ROOT}{node}.1.2.{row}.0", first_ids[node] - 0x1000 + row) for row in ROWS]
+    start_agent(world, values[-1][0], world.make_database(
+        *empty_schema(), scalar_row(0x1000, 1), base=False,
+        *[row for node in nodes for row in cell_rows(node, first_ids[node])]))
+    assert world.walk() == [(oid, "INTEGER", value) for oid, value in values]
+
+    lines = ""
+    for number, node in enumerate(nodes[:2]):
+        lines += f"initTableObj ancestorNode[{number}].ancestorNode={node}\n"
+        if number == 0:
+            lines += (f"TableHandlerOne::init_table ancestorNode={node}\n"
+                      f"TableHandlerOne::init_table OId(0x80BA)={ROOT}\n")
+        lines += (f"TableHandlerOne::init_table node={ROOT}{node}\n"
+                  "getFixDeviceNum(ancestorNode[i].ancestorNode)=32\n")
+    world.wait_output("init_snmp end....\n")
+    printed = re.sub(r"^(?:[0-9a-f]{2} )+", "", world.agent_output(), flags=re.M)  # without frames
+    assert refusal in printed + (world.directory / "agent-errors.log").read_text()
+    printed = printed.replace(refusal, "")
+    assert lines in printed and printed.count("init_table") == lines.count("init_table")
