@@ -74,7 +74,7 @@ def test_flood_under_polling(world, count, heartbeats):
     print("answers", answers, "KiB", memory)
     assert min(progress) > 0
     assert [after > before for before, after in zip(answers[0], answers[-1])] == [True] * 5
-    assert memory[-1] < memory[0] + 1024
+    assert memory[-1] < memory[0] + 4096  # one lost notification is more than 1 KiB
     assert world.agent.running() and world.master.running()
 
 

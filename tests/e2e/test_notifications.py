@@ -33,7 +33,7 @@ def post(receiver, *words):
     before = len(receiver.received())
     receiver.world.ctl(*words)
     receiver.world.ctl("event", "report", "0x0409", "--text4", "behind it")
-    wait_until(lambda: receiver.received()[before:] and receiver.received()[-1].text4 == "behind it",
+    wait_until(lambda: "behind it" in [event.text4 for event in receiver.received()[before:]],
                what="the event behind it")
     received = receiver.received()
     assert [event.sequence for event in received] == list(range(1, len(received) + 1))
@@ -189,4 +189,5 @@ def test_heartbeat_without_a_pause(world):
     heartbeats = [event for event in received if event.kind != ALARM]
     assert heartbeats == [
         Notification(V2C, HEARTBEAT, "heartbeat", str(number % 2), 8, "Harbour Terminal",
-                     "NDAS 4.2.1", "m" * 63, beat.sequence) for number, beat in enumerate(heartbeats)]
+                     "NDAS 4.2.1", "m" * 63, beat.sequence)
+        for number, beat in enumerate(heartbeats)]

@@ -83,8 +83,8 @@ def frames_since(world, before):
             if frame.direction == "rx" and frame.bytes[3] != 0x0F]
 
 
-@pytest.mark.parametrize("tool", [["snmpwalk"]] + [["snmpbulkwalk", f"-Cr{repetitions}"]
-                                                   for repetitions in (1, 7, 50, 1000)], ids=" ".join)
+@pytest.mark.parametrize("tool", [["snmpwalk"]] + [
+    ["snmpbulkwalk", f"-Cr{repetitions}"] for repetitions in (1, 7, 50, 1000)], ids=" ".join)
 def test_walk_of_both_tables(served, tool):
     before = len(served.frames())
     assert served.snmp(*tool, TABLES) == EVERYTHING
@@ -241,14 +241,14 @@ def test_cell_that_is_not_mapped(world):
 
 def cell_rows(node, first_id):
     """SQL for a table of one column of integers."""
-    return [f"INSERT INTO {CELLS} VALUES ('{first_id + row:04X}', '0', '2', '2', '3', '{node}', '0',"
-            f" '0', 'cell', '{row}', '1', '0', '0')" for row in ROWS]
+    return [f"INSERT INTO {CELLS} VALUES ('{first_id + row:04X}', '0', '2', '2', '3', '{node}',"
+            f" '0', '0', 'cell', '{row}', '1', '0', '0')" for row in ROWS]
 
 
 LONG = ".1" * 22  # with the root 33 sub-identifiers
 
 
-# `served` are those of `nodes` below which cells are found, `refusal` what tells why another is not.
+# `served` are those of `nodes` below which cells are found, `refusal` what tells why one is not.
 @pytest.mark.parametrize("nodes, served, refusal", [
     ([], [], ""),
     ([".10.5"], [".10.5"], ""),
