@@ -153,6 +153,39 @@ SnmpTableObjRecord cellRecord(const ResultTable& table, int row, const std::stri
   return record;
 }
 
+/// One of the two tables that make up the mapping.
+struct MappingTable {
+  const char* loader;  ///< what a failed open names
+  const char* name;
+  int columns;     ///< at least so many
+  int nameColumn;  ///< the one that may be NULL
+};
+
+/// Hands every row to `useRow(table, row number, object name)`. 0, or -1 after printing what is
+/// missing.
+template <typename UseRow>
+int loadMapping(DataBaseAdapter& adapter, const MappingTable& mapping, int subsite, UseRow useRow) {
+  if (adapter.open() != 0) {
+    std::printf("%s subsite %d db open error\n", mapping.loader, subsite);
+    return -1;
+  }
+  const OpenDataBase closing(adapter);
+  ResultTable table(adapter);
+  if (table.getTable(mapping.name) != 0) {
+    std::printf(" subsite %d get %s error\n", subsite, mapping.name);
+    return -1;
+  }
+  if (!table.hasColumns(mapping.name, mapping.columns)) return -1;
+
+  std::string name;  // deliberate: a NULL name repeats that of the row before
+  for (int row = 1; row <= table.rows(); ++row) {
+    if (const char* text = table.text(row, mapping.nameColumn)) name = text;
+    if (!table.isFilled(mapping.name, row, mapping.columns, mapping.nameColumn)) continue;
+    useRow(table, row, name);
+  }
+  return 0;
+}
+
 }  // namespace
 
 std::string tableKey(const std::string& ancestorNode, unsigned row, std::uint32_t column) {
@@ -180,48 +213,20 @@ void SnmpDataBase::load(const char* path) {
 }
 
 int SnmpDataBase::initSnmpObjOid(DataBaseAdapter& adapter) {
-  if (adapter.open() != 0) {
-    std::printf("%s subsite %d db open error\n", "initSnmpObjOid", _subsite);
-    return -1;
-  }
-  const OpenDataBase closing(adapter);
-  ResultTable table(adapter);
-  if (table.getTable(kScalarTable) != 0) {
-    std::printf(" subsite %d get %s error\n", _subsite, kScalarTable);
-    return -1;
-  }
-  if (!table.hasColumns(kScalarTable, kScalarColumns)) return -1;
-
-  std::string name;  // deliberate: a NULL name repeats that of the row before
-  for (int row = 1; row <= table.rows(); ++row) {
-    if (const char* text = table.text(row, kScalarName)) name = text;
-    if (!table.isFilled(kScalarTable, row, kScalarColumns, kScalarName)) continue;
-    SnmpObjRecord record = scalarRecord(table, row, name);
-    _objects.try_emplace(record.objId, std::move(record));
-  }
-  return 0;
+  const MappingTable scalars{"initSnmpObjOid", kScalarTable, kScalarColumns, kScalarName};
+  return loadMapping(adapter, scalars, _subsite,
+                     [this](const ResultTable& table, int row, const std::string& name) {
+                       SnmpObjRecord record = scalarRecord(table, row, name);
+                       _objects.try_emplace(record.objId, std::move(record));
+                     });
 }
 
 int SnmpDataBase::initSnmpTableOid(DataBaseAdapter& adapter) {
-  if (adapter.open() != 0) {
-    std::printf("%s subsite %d db open error\n", "initSnmpTableOid", _subsite);
-    return -1;
-  }
-  const OpenDataBase closing(adapter);
-  ResultTable table(adapter);
-  if (table.getTable(kCellTable) != 0) {
-    std::printf(" subsite %d get %s error\n", _subsite, kCellTable);
-    return -1;
-  }
-  if (!table.hasColumns(kCellTable, kCellColumns)) return -1;
-
-  std::string name;  // deliberate: as in initSnmpObjOid
-  for (int row = 1; row <= table.rows(); ++row) {
-    if (const char* text = table.text(row, kCellName)) name = text;
-    if (!table.isFilled(kCellTable, row, kCellColumns, kCellName)) continue;
-    insertCell(cellRecord(table, row, name));
-  }
-  return 0;
+  const MappingTable cells{"initSnmpTableOid", kCellTable, kCellColumns, kCellName};
+  return loadMapping(adapter, cells, _subsite,
+                     [this](const ResultTable& table, int row, const std::string& name) {
+                       insertCell(cellRecord(table, row, name));
+                     });
 }
 
 void SnmpDataBase::insertCell(SnmpTableObjRecord record) {
