@@ -5,12 +5,8 @@
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
-#include <stdlib.h>
-#include <sys/ipc.h>
 #include <sys/msg.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <optional>
@@ -20,47 +16,44 @@
 
 #include "ComPortAdapter.h"
 
-#if defined(__SANITIZE_ADDRESS__)
-#define NORVA_TEST_LEAK_CHECKER
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define NORVA_TEST_LEAK_CHECKER
-#endif
-#endif
-#ifdef NORVA_TEST_LEAK_CHECKER
-#include <sanitizer/lsan_interface.h>
-#endif
-
 namespace norva::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// "01 ab" reads as the bytes 0x01, 0xAB.
-inline Bytes hex(const std::string& text) {
+/// Printed for a message that is longer than its receiver takes.
+constexpr char kTooLong[] = "called, failed: errno: Argument list too long, error code:7\n";
+
+/// "01 ab" reads as the bytes 0x01, 0xAB; bytes of `filler` follow up to `size`.
+inline Bytes hex(const std::string& text, std::size_t size = 0, std::uint8_t filler = 0) {
   std::istringstream in(text);
   Bytes bytes;
   for (unsigned byte = 0; in >> std::hex >> byte;) bytes.push_back(static_cast<std::uint8_t>(byte));
+  bytes.resize(std::max(size, bytes.size()), filler);
   return bytes;
 }
 
-/// `size` bytes that differ from their neighbours.
+/// `size` bytes that differ from their neighbours: 01 02 03 ...
 inline Bytes pattern(std::size_t size) {
-  Bytes bytes(size);
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<std::uint8_t>(i % 251 + 1);
+  Bytes bytes;
+  while (bytes.size() < size) bytes.push_back(static_cast<std::uint8_t>(bytes.size() % 251 + 1));
   return bytes;
 }
 
-template <typename Record>
-Bytes bytesOf(const Record& record) {
-  static_assert(std::is_trivially_copyable_v<Record>);
-  Bytes bytes(sizeof record);
-  std::memcpy(bytes.data(), &record, sizeof record);
-  return bytes;
+inline Bytes bytesOf(const auto& record) {
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(&record);
+  return {bytes, bytes + sizeof record};
 }
 
-/// What `action` writes to standard output. No assertions inside: their text would be swallowed.
-template <typename Action>
-std::string printed(const Action& action) {
+/// What the channel prints for a payload.
+inline std::string trace(const Bytes& payload) {
+  std::string text;
+  for (const int byte : payload)
+    text += {"0123456789abcdef"[byte / 16], "0123456789abcdef"[byte % 16], ' '};
+  return text;
+}
+
+/// What `action` writes to standard output. The text of an assertion inside shows as a difference.
+inline std::string printed(const auto& action) {
   testing::internal::CaptureStdout();
   action();
   return testing::internal::GetCapturedStdout();
@@ -76,12 +69,8 @@ class Queue {
  public:
   explicit Queue(key_t key) : _key(key) {}
 
-  void post(const Bytes& payload, long type = 1) const {
-    EXPECT_TRUE(tryPost(payload, type)) << std::strerror(errno);
-  }
-  bool tryPost(const Bytes& payload, long type = 1) const {
-    Raw raw;
-    raw.type = type;
+  bool post(const Bytes& payload, long type = 1) const {
+    Raw raw{type, {}};
     std::copy(payload.begin(), payload.end(), raw.payload);
     return msgsnd(id(), &raw, payload.size(), IPC_NOWAIT) == 0;
   }
@@ -92,12 +81,13 @@ class Queue {
     if (size < 0) return std::nullopt;
     return Message{raw.type, Bytes(raw.payload, raw.payload + size)};
   }
-  bool empty() const { return state().msg_qnum == 0; }
-  unsigned mode() const { return state().msg_perm.mode & 0777U; }
-  bool exists() const { return msgget(_key, 0) != -1; }
-  void remove() const {
-    if (exists()) msgctl(msgget(_key, 0), IPC_RMID, nullptr);
+  msqid_ds state() const {
+    msqid_ds state{};
+    EXPECT_EQ(msgctl(msgget(_key, 0), IPC_STAT, &state), 0);
+    return state;
   }
+  bool exists() const { return msgget(_key, 0) != -1; }
+  void remove() const { msgctl(id(), IPC_RMID, nullptr); }
 
  private:
   struct Raw {
@@ -105,12 +95,6 @@ class Queue {
     std::uint8_t payload[8192];
   };
   int id() const { return msgget(_key, IPC_CREAT | 0600); }
-  msqid_ds state() const {
-    msqid_ds state{};
-    EXPECT_EQ(msgctl(msgget(_key, 0), IPC_STAT, &state), 0);
-    return state;
-  }
-
   key_t _key;
 };
 
@@ -118,55 +102,34 @@ class Queue {
 class QueueTest : public testing::Test {
  protected:
   QueueTest() {
-    for (const Queue& queue : {requests, replies, alarms}) queue.remove();
+    for (const Queue& queue : queues) queue.remove();
   }
 
-  const Queue requests{kRequestQueueKey};
-  const Queue replies{kReplyQueueKey};
-  const Queue alarms{kAlarmQueueKey};
+  const Queue queues[3] = {Queue(kRequestQueueKey), Queue(kReplyQueueKey), Queue(kAlarmQueueKey)};
+  const Queue &requests = queues[0], &replies = queues[1], &alarms = queues[2];
 };
 
 /// A new directory, removed with its files.
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    std::string name = (std::filesystem::temp_directory_path() / "norva-unit-XXXXXX").string();
-    EXPECT_NE(mkdtemp(name.data()), nullptr);
-    _path = name;
-  }
-  ~TemporaryDirectory() { std::filesystem::remove_all(_path); }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+struct TemporaryDirectory {
+  TemporaryDirectory() { EXPECT_NE(mkdtemp(path.data()), nullptr); }
+  ~TemporaryDirectory() { std::filesystem::remove_all(path); }
 
-  std::string file(const std::string& name) const { return (_path / name).string(); }
-
- private:
-  std::filesystem::path _path;
+  std::string path = std::filesystem::temp_directory_path().string() + "/norva-unit-XXXXXX";
 };
 
 inline void runSql(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-      << sqlite3_errmsg(db);
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
   sqlite3_close(db);
 }
 
-constexpr char kMakeScalarTable[] =
+const std::string kMakeScalarTable =
     "CREATE TABLE SNMP_GENERAL_OBJ_TABLE"
     " (objId, aux, magic, type, access, s1, s2, s3, s4, method, flag, name, word);";
-constexpr char kMakeCellTable[] =
+const std::string kMakeCellTable =
     "CREATE TABLE SNMP_TABLE_OBJ_TABLE"
     " (objId, aux, col, type, access, node, method, flag, name, row, attr, word, extra);";
-
-/// While it lives, leaks are not reported: the text of a failing statement is kept on purpose.
-class StatementMayFail {
-#ifdef NORVA_TEST_LEAK_CHECKER
-  __lsan::ScopedDisabler _disabled;
-#endif
- public:
-  StatementMayFail() {}
-};
 
 }  // namespace norva::test
 

@@ -5,27 +5,14 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
-
-namespace {
-
-/// A test that blocks on a queue for ever is ended by this, however the program was started.
-constexpr unsigned kLongestRunSeconds = 240;
-
-bool enterPrivateIpcNamespace() {
-  return unshare(CLONE_NEWIPC) == 0 || unshare(CLONE_NEWUSER | CLONE_NEWIPC) == 0;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
-  if (!enterPrivateIpcNamespace()) {
-    std::fprintf(stderr, "norva_unit_tests: no private IPC namespace: %s\n", std::strerror(errno));
+  if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
+    std::perror("norva_unit_tests: no private IPC namespace");
     return 1;
   }
-  alarm(kLongestRunSeconds);
+  alarm(240);  // ends a test that blocks on a queue for ever, however the program was started
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }
