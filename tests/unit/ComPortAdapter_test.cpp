@@ -34,7 +34,7 @@ TEST_F(ComPortAdapterTest, OpenKeepsWhatWaitsAndASecondOpenStartsAnew) {
   for (const Queue& queue : queues) EXPECT_EQ(queue.state().msg_qnum, 1U);
   EXPECT_EQ(adapter.open(), 0);
   for (const Queue& queue : queues) EXPECT_EQ(queue.state().msg_qnum, 0U);
-  for (const Queue& queue : queues) EXPECT_EQ(queue.state().msg_perm.mode & 0777U, 0666U);
+  for (const Queue& queue : queues) EXPECT_EQ(queue.mode(), 0666U);
   EXPECT_EQ(adapter.close(), 0);
   for (const Queue& queue : queues) EXPECT_FALSE(queue.exists());
   { ComPortAdapter().open(); }
@@ -92,9 +92,9 @@ TEST_F(ComPortAdapterTest, ARemovedQueueIsMadeAgainOrPickedUp) {
   adapter.open();
   for (const Queue& queue : queues) queue.remove();
   adapter.flush();
-  EXPECT_EQ(replies.state().msg_perm.mode & 0777U, 0666U);
+  EXPECT_EQ(replies.mode(), 0666U);
   printed([&] { adapter.write(hex("05").data(), 1); });
-  EXPECT_EQ(requests.state().msg_perm.mode & 0777U, 0666U);
+  EXPECT_EQ(requests.mode(), 0666U);
   EXPECT_TRUE(requests.take());
   for (const auto& [operation, queue] : sources) {
     queue.remove();

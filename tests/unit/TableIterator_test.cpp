@@ -1,0 +1,68 @@
+#include "TableIterator.h"
+
+#include <cstdlib>
+
+#include "TableHandler.h"
+#include "TestSupport.h"
+
+namespace norva::test {
+namespace {
+
+using Indexes = std::vector<std::int32_t>;
+
+class Rows : public TableHandler {
+ public:
+  explicit Rows(TableClassState& state) : TableHandler(state, nullptr) {}
+};
+
+class TableIteratorTest : public testing::Test {
+ protected:
+  /// Walks as the library does, with a hint of its own in the contexts before.
+  Indexes walk() {
+    netsnmp_iterator_info info{};
+    info.myvoid = &state;
+    int hint = 0;
+    void* loop = &hint;
+    void* data = &hint;
+    netsnmp_variable_list index{};
+    snmp_set_var_typed_integer(&index, ASN_INTEGER, 0);
+    Indexes found;
+    auto* row = firstRow(&loop, &data, &index, &info);
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(loop == nullptr, row == nullptr);
+    for (; row != nullptr; row = nextRow(&loop, &data, &index, &info)) {
+      auto* context = static_cast<RowContext*>(makeRowContext(loop, &info));
+      EXPECT_NE(context, loop) << "each request has its own";
+      EXPECT_EQ(context->index, *row->val.integer);
+      found.push_back(context->index);
+      std::free(context);
+    }
+    std::free(loop);
+    snmp_reset_var_buffers(&index);
+    return found;
+  }
+
+  TableClassState state{TableTraits{"rows", "Rows", false}};
+  Rows rows{state};
+};
+
+TEST_F(TableIteratorTest, ATableWithoutRowsLeavesNoContext) {
+  EXPECT_EQ(walk(), Indexes{});
+  rows.addIndex(1);
+  rows.clearIndexes();
+  EXPECT_EQ(walk(), Indexes{});
+}
+
+TEST_F(TableIteratorTest, RowsWalkInOrderWithoutDoubles) {
+  for (const int index : {5, 3, 5, 9, 1}) rows.addIndex(index);
+  EXPECT_EQ(walk(), (Indexes{1, 3, 5, 9}));
+  const std::pair<int, Indexes> removals[] = {
+      {7, {1, 3, 5, 9}}, {1, {3, 5, 9}}, {5, {3, 9}}, {9, {3}}, {3, {}}};
+  for (const auto& [index, left] : removals) {
+    rows.removeIndex(index);
+    EXPECT_EQ(walk(), left) << "without " << index;
+  }
+}
+
+}  // namespace
+}  // namespace norva::test
