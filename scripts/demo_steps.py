@@ -8,7 +8,7 @@ import sys
 from pathlib import Path
 
 SOURCE = Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(SOURCE / "tests/e2e"))
+sys.path.insert(0, str(SOURCE / "tools/world"))
 sys.dont_write_bytecode = True
 
 from receiver import V2C_SINK, Receiver  # noqa: E402

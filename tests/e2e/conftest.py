@@ -1,8 +1,13 @@
 """Fixtures. The worlds' logs are shown with a failed test."""
 
+import sys
+from pathlib import Path
+
 import pytest
 
-from world import World, WorldError
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools/world"))
+
+from world import World, WorldError  # noqa: E402
 
 
 def _make_world(**options):
