@@ -71,9 +71,9 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
   }
   // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
   // its access is tested, and a SET on it succeeds without writing.
-  AnswerValue answer;
-  if (readCell(state, cell) != -1) answer = AnswerValue(cell.info.asnType, state.objectBuffer);
-  if (!answer.valid()) {
+  const bool isRead = readCell(state, cell) != -1;
+  const AnswerValue answer(cell.info.asnType, state.objectBuffer);
+  if (!isRead || (mode == MODE_GET && !answer.valid())) {
     std::puts(" get_ data is ERROR !!!!!!!!!!!!!!!!!!!");
     return SNMP_ERR_NOERROR;
   }
