@@ -3,6 +3,7 @@
 #include <fstream>
 #include <memory>
 
+#include "Sqlite3.h"
 #include "TestSupport.h"
 
 #ifdef __SANITIZE_ADDRESS__
@@ -178,6 +179,29 @@ TEST_F(SnmpDataBaseTest, RowsWithAHoleAndTablesWithTooFewColumnsAreReportedAndLe
          "INSERT INTO SNMP_GENERAL_OBJ_TABLE VALUES (2, 'n');");
   EXPECT_NE(loadFile(path).find("SNMP_GENERAL_OBJ_TABLE"), std::string::npos);
   EXPECT_EQ(nameOf(2) + nameOf(4), "not found4");
+}
+
+TEST_F(SnmpDataBaseTest, ToolsOfTheUnitFindChannelsFlagsAndRows) {
+  load(named("'0102'", "'a'") + cellAt("2001", ".1", 1, "2") + cellAt("2002", ".1", 1, "3") +
+       cellAt("2003", ".1", 2, "2") + cellAt("2004", ".1", 255, "2") +
+       "CREATE TABLE TABLE_SLOT_FREQ_OBJ (a, b, c);"
+       "INSERT INTO TABLE_SLOT_FREQ_OBJ VALUES ('34', '0A0B', '12');"
+       "CREATE TABLE TABLE_OBJ_GENUS_GROUP (objId, channelNum);"
+       "INSERT INTO TABLE_OBJ_GENUS_GROUP VALUES ('0102', '34');");
+  Sqlite3 adapter(path.c_str());
+  EXPECT_EQ(catalogue->loadSlotFreq(adapter), 0);
+  ASSERT_EQ(adapter.open(), 0);
+  catalogue->loadGenusGroup(adapter, 0x0102, 0x12);
+  catalogue->loadGenusGroup(adapter, 0x0999, 0x12);
+  std::uint16_t frequency = 1;
+  EXPECT_EQ(catalogue->getSlotFreq(0x0102, frequency), 0);
+  EXPECT_EQ(frequency, 0x0A0B);
+  EXPECT_EQ(catalogue->getSlotFreq(0x0999, frequency), -1);  // channel 0 has no frequency
+  EXPECT_EQ(frequency, 0);
+  std::vector<std::uint16_t> flagged;
+  catalogue->listFlaggedObjects(flagged);
+  EXPECT_EQ(flagged, (std::vector<std::uint16_t>{0x2001, 0x2002, 0x2003, 0x2004}));
+  EXPECT_EQ(catalogue->countTableRows(".1"), 2);  // neither the first cell nor those of row 255
 }
 
 }  // namespace
