@@ -217,12 +217,14 @@ class World:
         self._processes.append(process)
         return process
 
-    def start_unit(self, objects=None, *args):
-        """The simulated unit, ready. `objects` is text of an object file; default: the sample."""
+    def start_unit(self, objects=None, *args, record=True):
+        """The simulated unit, ready. `objects` is text of an object file; default: the sample.
+        Without `record` there are no frames(); it grows with every request."""
         if objects is not None:
             self.objects.write_text(_QUIET_HEARTBEAT + objects)
+        recording = ["--record", self.record] if record else []
         self.unit = self.spawn("unit", [self.build / "tools/dasunit/dasunit", "--objects",
-                                        self.objects, "--record", self.record, *args])
+                                        self.objects, *recording, *args])
         self.ctl("--wait", "10", "stats")
 
     def ctl(self, *words):
