@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "AgentLibrary.h"
+#include "MasterSession.h"
 #include "OutputFlusher.h"
 
 namespace norva {
@@ -36,6 +37,15 @@ int LibraryGate::open() {
   return 0;
 }
 
+void LibraryGate::beginTurn() {
+  const int loans = kMaxUnacknowledged - MasterSession::unacknowledged();
+  _loansLeft.store(loans, std::memory_order_relaxed);
+  if (!_deferred || loans <= 0) return;
+  _deferred = false;
+  const std::lock_guard lock(_mutex);
+  if (_waiting > 0) wakeMainThread();
+}
+
 void LibraryGate::wakeMainThread() {
   if (_wakePending || _wakeFd < 0) return;
   const std::uint64_t one = 1;
@@ -61,6 +71,10 @@ void LibraryGate::lendOnce() {
   [[maybe_unused]] const ssize_t size = read(_wakeFd, &wakeUps, sizeof wakeUps);
   _wakePending = false;
   if (_waiting == 0) return;
+  if (_waitingBetween == 0 && _loansLeft.load(std::memory_order_relaxed) <= 0) {
+    _deferred = true;
+    return;
+  }
 
   _offered = true;
   _lent.notify_all();
@@ -72,7 +86,7 @@ void LibraryGate::lendOnce() {
 
 bool LibraryGate::canBorrow(Place place) const {
   if (_borrowed) return false;
-  if (_offered) return true;
+  if (_offered) return place == Place::kBetweenRequests || _waitingBetween == 0;
   return place == Place::kAnywhere && _deviceWait && _loansLeft.load(std::memory_order_relaxed) > 0;
 }
 
@@ -80,6 +94,7 @@ bool LibraryGate::borrow(Place place, std::chrono::milliseconds limit) {
   OutputFlusher::getInstance().soon();
   std::unique_lock lock(_mutex);
   ++_waiting;
+  if (place == Place::kBetweenRequests) ++_waitingBetween;
   if (!_deviceWait) wakeMainThread();
   const auto granted = [this, place] { return canBorrow(place); };
   bool held = true;
@@ -89,16 +104,15 @@ bool LibraryGate::borrow(Place place, std::chrono::milliseconds limit) {
     held = _lent.wait_for(lock, limit, granted);
   }
   --_waiting;
+  if (place == Place::kBetweenRequests) --_waitingBetween;
   if (!held) {
+    _lent.notify_all();
     _returned.notify_one();
     return false;
   }
   _borrowed = true;
-  if (_offered) {
-    _offered = false;
-  } else {
-    _loansLeft.fetch_sub(1, std::memory_order_relaxed);
-  }
+  _offered = false;
+  _loansLeft.fetch_sub(1, std::memory_order_relaxed);
   return true;
 }
 

@@ -11,8 +11,9 @@
 // thread takes a `const Loan&`, so that it cannot be called without one.
 //
 // A borrower must not fill a socket that nobody reads, or agent and master block each other for
-// good: one loan is given in each turn of the main loop, and at most kLoansPerTurn while handlers
-// of that turn wait for the device; after that the borrower waits for the main thread's return.
+// good: one loan is given in each turn of the main loop, more only while a handler of that turn
+// waits for the device, and none while the master owes kMaxUnacknowledged answers to notifications.
+// So a flood also leaves the master time to serve managers.
 //
 // Lock order, outermost first: the gate, then the device mutex or the catalogue mutex. Nobody waits
 // for the gate while holding another lock. The request path pays two uncontended lock operations
@@ -30,7 +31,7 @@ namespace norva {
 
 class LibraryGate {
  public:
-  static constexpr int kLoansPerTurn = 64;
+  static constexpr int kMaxUnacknowledged = 64;
 
   static LibraryGate& getInstance();
 
@@ -43,7 +44,7 @@ class LibraryGate {
   int open();
 
   /// To be called by the main thread before each turn of its loop.
-  void beginTurn() { _loansLeft.store(kLoansPerTurn, std::memory_order_relaxed); }
+  void beginTurn();
 
   /// Lends the gate out while the object lives. Main thread, inside a request handler, around
   /// nothing but a call of the facade, which never touches the library.
@@ -97,13 +98,15 @@ class LibraryGate {
   /// Makes the wake-up descriptor readable unless it is already. REQUIRES: _mutex held.
   void wakeMainThread();
 
-  std::mutex _mutex;                  // guards everything below but _loansLeft
+  std::mutex _mutex;                  // guards everything below but _loansLeft and _deferred
   std::condition_variable _lent;      // borrowers wait for the gate
   std::condition_variable _returned;  // the main thread waits for its return
-  std::atomic<int> _loansLeft = kLoansPerTurn;
+  std::atomic<int> _loansLeft = kMaxUnacknowledged;  // in this turn
+  bool _deferred = false;  // main thread: somebody waits for the master's answers
   int _wakeFd = -1;
   bool _wakePending = false;  // the wake-up descriptor is readable
   int _waiting = 0;           // borrowers without the gate
+  int _waitingBetween = 0;    // those of them that want it between requests; they go first
   bool _deviceWait = false;   // the main thread waits for the device
   bool _offered = false;      // the main thread offers one loan between requests
   bool _borrowed = false;

@@ -10,8 +10,14 @@ namespace {
 
 netsnmp_session* session = nullptr;
 
+/// In microseconds. As long as the library waits with its own settings: 1 s, and 1 s after each of
+/// 5 repetitions.
+constexpr long kPatience = 6'000'000;
+
 int sessionStarted(int, int, void* started, void*) {
   session = static_cast<netsnmp_session*>(started);
+  session->retries = 0;
+  session->timeout = kPatience;
   return 0;
 }
 
@@ -27,6 +33,12 @@ void MasterSession::follow() {
                          nullptr);
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, sessionStopped,
                          nullptr);
+}
+
+int MasterSession::unacknowledged() {
+  if (session == nullptr || session->trap_stats == nullptr) return 0;
+  const netsnmp_trap_stats& sent = *session->trap_stats;
+  return static_cast<int>(sent.sent_count - sent.ack_count - sent.timeouts);
 }
 
 void MasterSession::cut(const LibraryGate::Loan&) {

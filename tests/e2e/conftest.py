@@ -1,5 +1,7 @@
-"""Fixtures. The worlds' logs are shown with a failed test."""
+"""Fixtures and what several modules need. The worlds' logs are shown with a failed test."""
 
+import re
+import signal
 import sys
 from pathlib import Path
 
@@ -7,7 +9,22 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools/world"))
 
-from world import World, WorldError  # noqa: E402
+from world import World, WorldError, wait_until  # noqa: E402
+
+
+def wait_started(world):
+    """The agent answers already while it registers its objects; the handler of SIGTERM is
+    installed last."""
+    def handled():
+        caught = re.search(r"SigCgt:\s*(\w+)", status.read_text())[1]
+        return int(caught, 16) >> (signal.SIGTERM - 1) & 1
+    status = Path(f"/proc/{world.agent.pid()}/status")
+    wait_until(handled, what="the start-up done")
+
+
+def printed(world, after=0):
+    """What the agent printed, without the frames traced in front of a line."""
+    return re.sub(r"^(?:[0-9a-f]{2} )+", "", world.agent_output()[after:], flags=re.M)
 
 
 def _make_world(**options):
@@ -31,3 +48,12 @@ def shared_world():
     with _make_world() as made:
         yield made
         made.show_logs()
+
+
+@pytest.fixture(scope="module")
+def sample_world(shared_world):
+    """The sample data, served."""
+    shared_world.start_unit()
+    shared_world.start_master()
+    shared_world.start_agent()
+    return shared_world

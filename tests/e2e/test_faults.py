@@ -1,7 +1,5 @@
 """A unit that misbehaves: the agent stays, answers nothing wrong, and the next request is right."""
 
-import subprocess
-
 import pytest
 
 from world import ROOT, SnmpError, empty_schema, scalar_row, wait_until
@@ -11,15 +9,11 @@ NUMBER_ID, TEXT_ID, NEIGHBOUR_ID = "0x0101", "0x0102", "0x0103"
 RIGHT = {NUMBER: 0x1234, TEXT: "Tower 7", NEIGHBOUR: 0x77665544}
 ABSENT = None  # answered with noSuchInstance
 
-OBJECTS = f"""
-{NUMBER_ID} unsigned 2 rw {RIGHT[NUMBER]}
-{TEXT_ID} text 20 rw "{RIGHT[TEXT]}"
-{NEIGHBOUR_ID} unsigned 4 rw {RIGHT[NEIGHBOUR]}
-"""
-
 
 def start(world):
-    world.start_unit(OBJECTS)
+    world.start_unit(f'{NUMBER_ID} unsigned 2 rw {RIGHT[NUMBER]}\n'
+                     f'{TEXT_ID} text 20 rw "{RIGHT[TEXT]}"\n'
+                     f'{NEIGHBOUR_ID} unsigned 4 rw {RIGHT[NEIGHBOUR]}\n')
     world.start_master()
     world.start_agent(database=world.make_database(
         *empty_schema(), scalar_row(0x0101, 1), scalar_row(0x0102, 2, type=4),
@@ -49,18 +43,10 @@ def assert_all_right(world):
     (NUMBER, "stale 11 04 03 01", ABSENT,
      "ERR: DatabaseFacade::select:  error!  cmd=11  oid=0x0000\n"),
     (NUMBER, "wrong-length 6", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
-    (NUMBER, "wrong-length 0", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
-    (NUMBER, "wrong-length 255", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
     (NUMBER, "wrong-length 4", 0x34, ""),
-    (NUMBER, "wrong-length 7", RIGHT[NUMBER], ""),  # what the reply lacks reads as zeros
     (NUMBER, "truncate 0", ABSENT, "ERR: DatabaseFacade::select:  error!  cmd=0  oid=0x0000\n"),
-    (NUMBER, "truncate 1", ABSENT, "ERR: DatabaseFacade::select: type unsupported!\n"),
-    (NUMBER, "truncate 6", 0, ""),
     (NUMBER, "truncate 7", 0x34, ""),
-    (NUMBER, "oversize 101", RIGHT[NUMBER], ""),
-    (NUMBER, "oversize 1024", RIGHT[NUMBER], ""),
     (TEXT, "wrong-length 255", RIGHT[TEXT], ""),
-    (TEXT, "wrong-length 2", "", ""),
     (TEXT, "wrong-length 8", RIGHT[TEXT][:5], ""),
     (TEXT, "truncate 10", RIGHT[TEXT][:4], ""),
     (TEXT, "oversize 1024", RIGHT[TEXT], ""),
@@ -79,8 +65,7 @@ def test_reply_to_a_get(served, oid, fault, answer, printed):
 
 @pytest.mark.parametrize("fault", [
     "delay 300", "double", "wrong-command 0x12", "wrong-length 255", "truncate 0", "oversize 2048",
-    f"wrong-id {NEIGHBOUR_ID}",
-    "stale 12 05 10 00 01 01 ff ff",
+    f"wrong-id {NEIGHBOUR_ID}", "stale 12 05 10 00 01 01 ff ff",
 ])
 def test_acknowledgement_of_a_set(served, fault):
     """Whatever the unit answers, the manager is told that the value was set, and it was."""
@@ -109,29 +94,22 @@ def test_reply_too_large_to_receive_blocks_until_the_queue_is_removed(world):
     assert_all_right(world)
 
 
-@pytest.mark.parametrize("queue", ["request", "reply", "alarm"])
-def test_queue_removed_between_requests(served, queue):
-    served.ctl("remove-queue", queue)
-    assert_all_right(served)
-
-
-def begin_silent_get(world):
-    """A GET that waits for the unit; its manager's process."""
-    world.ctl("stats", "reset")
-    world.ctl("fault", "silent", "--count", "1", "--object", NUMBER_ID)
-    manager = subprocess.Popen(
-        [*world.enter, "snmpget", "-v2c", "-c", "public", "-Onx", "-r0", "-t20",
-         "127.0.0.1:1161", NUMBER], stdout=subprocess.PIPE, encoding="latin-1")
-    wait_until(lambda: "faults 1\n" in world.ctl("stats"), what="a request to the silent unit")
-    return manager
+def test_queues_removed_between_requests(served):
+    for queue in ("request", "reply", "alarm"):
+        served.ctl("remove-queue", queue)
+        assert_all_right(served)
 
 
 def test_reply_queue_removed_under_a_waiting_request(served):
     before = len(served.agent_output())
-    manager = begin_silent_get(served)
+    served.ctl("stats", "reset")
+    served.ctl("fault", "silent", "--count", "1", "--object", NUMBER_ID)
+    manager = served.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-r0", "-t20",
+                                       "127.0.0.1:1161", NUMBER])
+    wait_until(lambda: "faults 1\n" in served.ctl("stats"), what="a request to the silent unit")
     served.ctl("remove-queue", "reply")
-    answer, _ = manager.communicate(timeout=20)
-    assert "No Such Instance" in answer
+    manager.wait(20)
+    assert "No Such Instance" in manager.output()
     served.wait_output("called, failed: errno: Identifier removed, error code:43\n", after=before)
     assert_all_right(served)
 

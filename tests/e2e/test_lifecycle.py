@@ -6,6 +6,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
+from conftest import wait_started
 from world import ROOT, SnmpError, World, wait_until
 
 SCALAR = f"{ROOT}.1.1.1.1.0"
@@ -17,39 +18,47 @@ def assert_right(world):
     assert world.get(SCALAR)[0].value == SCALAR_VALUE
 
 
-def test_master_restarted(world):
+def start_piped(world):
+    """The agent, its output into a pipe; the pipe's reading end."""
+    reader, writer = os.pipe()
+    world.start_agent(stdout=writer)
+    os.close(writer)
+    return reader
+
+
+@pytest.fixture
+def ready(world):
+    """A world that lacks only the agent."""
     world.start_unit()
     world.start_master()
-    world.start_agent()
-    agent = world.agent.pid()
-    for _ in range(3):
-        world.master.kill()
-        world.start_master()
-        world.wait_served()
-        assert_right(world)
-    assert world.agent.pid() == agent
+    return world
 
 
-def test_master_absent_at_start(world):
-    world.start_unit()
+def test_started_before_the_others(world):
+    """The agent waits for its first reply, and says so, and then for the master."""
     world.start_agent(wait=False)
+    world.wait_output("_pComPortAdapter->open() end....\n02 07 ba 80 00 00 00 00 ", timeout=3)
+    world.start_unit()
     world.wait_output("init_snmp end....\n")
     world.start_master()
     world.wait_served()
     assert_right(world)
 
 
-def test_unit_absent_at_start(world):
-    """The agent waits for its first reply, and says so."""
-    world.start_master()
-    world.start_agent(wait=False)
-    world.wait_output("_pComPortAdapter->open() end....\n02 07 ba 80 00 00 00 00 ", timeout=3)
-    world.start_unit()
-    world.wait_served()
-    assert_right(world)
+def test_master_restarted_and_interrupt(ready):
+    """Objects come back by themselves. Other signals than SIGTERM leave their usual effect."""
+    ready.start_agent()
+    for _ in range(3):
+        ready.master.kill()
+        ready.start_master()
+        ready.wait_served()
+        assert_right(ready)
+    ready.agent.signal(signal.SIGINT)
+    assert ready.agent.wait(5) == -signal.SIGINT
+    assert "get SIGNUM!" not in ready.agent_output()
 
 
-def begin_silence(world):
+def silent_unit(world):
     """A manager's request hangs at the silent unit."""
     world.ctl("stats", "reset")
     world.ctl("fault", "silent", "--object", SCALAR_ID)
@@ -58,46 +67,32 @@ def begin_silence(world):
     wait_until(lambda: "faults 1\n" in world.ctl("stats"), what="a request to the silent unit")
 
 
-def test_output_leaves_while_the_unit_is_silent(world):
-    world.start_unit()
-    world.start_master()
-    reader, writer = os.pipe()
-    world.start_agent(stdout=writer)
-    os.close(writer)
+def test_output_leaves_while_the_unit_is_silent(ready):
+    reader = start_piped(ready)
     os.set_blocking(reader, False)
     with os.fdopen(reader, "rb") as output:
         wait_until(lambda: b"_heartBeatInterval is changed" in (output.read() or b""),
                    what="all that is printed at start")
-        begin_silence(world)
+        silent_unit(ready)
         wait_until(lambda: (output.read() or b"").endswith(b"02 07 04 00 00 00 00 00 "), 3,
                    "trace of the request")
 
 
-def test_reader_of_the_output_goes_away(world):
-    world.start_unit()
-    world.start_master()
-    reader, writer = os.pipe()
-    world.start_agent(stdout=writer)
-    os.close(writer)
-    os.close(reader)
+def test_reader_of_the_output_goes_away(ready):
+    os.close(start_piped(ready))
     for _ in range(3):
-        assert len(world.bulkwalk()) > 50
-    assert_right(world)
-    assert world.agent.running()
+        assert len(ready.bulkwalk()) > 50
+    assert_right(ready)
+    assert ready.agent.running()
 
 
-# The end of the process. Each case brings a running agent into a state; it gets the world and
-# returns what to call once the agent has ended.
+# The end of the process. Each state is a function that brings a running agent into it.
 
 ROUNDS, WORLDS = 5, 4
 
 
 def idle(world):
     pass
-
-
-def silent_unit(world):
-    begin_silence(world)
 
 
 def polled(world):
@@ -122,13 +117,6 @@ def unread_output(world):
     wait_until(stuck, 30, "a full pipe")
 
 
-def handles_sigterm(world):
-    """The agent serves requests already a little earlier, while it registers its objects."""
-    status = open(f"/proc/{world.agent.pid()}/status", encoding="ascii").read()
-    caught = int(status.split("SigCgt:")[1].split()[0], 16)
-    return caught & 1 << signal.SIGTERM - 1
-
-
 @pytest.mark.parametrize("state", [idle, silent_unit, polled, unread_output])
 def test_sigterm(state):
     """The process is gone within 5 s, every time, and the master is none the worse for it."""
@@ -137,17 +125,16 @@ def test_sigterm(state):
             world.start_unit()
             world.start_master()
             for _ in range(ROUNDS):
-                reader, writer = os.pipe()
                 is_unread = state is unread_output
-                world.start_agent(stdout=writer if is_unread else None)
-                os.close(writer)
-                wait_until(lambda: handles_sigterm(world), what="the end of the start")
+                reader = start_piped(world) if is_unread else world.start_agent()
+                wait_started(world)
                 state(world)
                 world.agent.signal(signal.SIGTERM)
                 assert world.agent.wait(5) == -signal.SIGKILL
-                if not is_unread:
+                if is_unread:
+                    os.close(reader)
+                else:
                     assert "get SIGNUM!\n" in world.agent_output()
-                os.close(reader)
                 world.ctl("fault", "none")
                 wait_until(lambda: not world.master.running() or world.master_answers(), 30,
                            "snmpd's answer")
@@ -155,12 +142,3 @@ def test_sigterm(state):
 
     with ThreadPoolExecutor(WORLDS) as pool:
         list(pool.map(end_agents, range(WORLDS)))
-
-
-def test_other_signals_leave_their_usual_effect(world):
-    world.start_unit()
-    world.start_master()
-    world.start_agent()
-    world.agent.signal(signal.SIGINT)
-    assert world.agent.wait(5) == -signal.SIGINT
-    assert "get SIGNUM!" not in world.agent_output()

@@ -5,6 +5,7 @@ import struct
 
 import pytest
 
+from conftest import printed
 from receiver import V2C, V2C_SINK, V3, V3_SINK, Notification, Receiver
 from world import ROOT, wait_until
 
@@ -65,22 +66,20 @@ def test_event(receiver, command, kind, name, value):
         notification(kind, name, value, 200, **texts)]
 
 
-@pytest.mark.parametrize("command, printed", [
+@pytest.mark.parametrize("command, line", [
     ("alarm raise 0x1000", "get name is "),  # a table cell's object
     ("ru add 0x7777", "get name is "),
-    ("event report 0x80ba", "get name is "),
     ("alarm raise 0x0403 --type 0", "TrapAlarm::sendTrap no notification for msgType 0\n"),
     ("alarm raise 0x0403 --type 5", "TrapAlarm::sendTrap no notification for msgType 5\n"),
     ('post ""', "receivebuf len is 0 \nnot receive !!\n"),
     ("post 000000010000000000", "receivebuf len is 9 \n"),  # too short for an object
     ("post --size 1025", "alarm message too large to receive, taken off the queue\n"),
-    ("post --size 8000", "alarm message too large to receive, taken off the queue\n"),
 ])
-def test_event_without_notification(receiver, command, printed):
+def test_event_without_notification(receiver, command, line):
     """Nothing arrives and no sequence number is used."""
     before = len(receiver.world.agent_output())
     assert post(receiver, *[word.strip('"') for word in command.split()]) == []
-    receiver.world.wait_output(printed, after=before)
+    receiver.world.wait_output(line, after=before)
 
 
 def record(kind=1, object_id=0x0403, state=b"1", device=0, text4=b"", text6=b"", text5=b""):
@@ -93,15 +92,10 @@ OVERLONG = record(text4=b"4" * 64, text6=b"6" * 64, text5=b"5" * 64)
 
 @pytest.mark.parametrize("message, device, text4, text5, text6", [
     (FULL, 7, "4" * 63, "5" * 63, "6" * 63),
-    (record(text4=b"4" * 64, text6=b"six"), 0, "4" * 64 + "six", "", "six"),
     (OVERLONG, 0, "4" * 64 + "6" * 64 + "5" * 64, "5" * 64, "6" * 64 + "5" * 64),
-    (OVERLONG + b"!", 0, "4" * 64 + "6" * 64 + "5" * 64, "5" * 64, "6" * 64 + "5" * 64),
     (record(text4=b"a\0b"), 0, "a", "", ""),
-    (record(text4=bytes(range(1, 64))), 0, "".join(map(chr, range(1, 64))), "", ""),
-    (record(text4=b"\xff\x80"), 0, "\xff\x80", "", ""),
     (FULL.ljust(1024, b"!"), 7, "4" * 63, "5" * 63, "6" * 63),
     (FULL[:100], 7, "4" * 63, "", "6" * 15),
-    (FULL[:30], 7, "4" * 9, "", ""),
     (FULL[:11], 0, "", "", ""),
 ], ids=lambda value: len(value) if isinstance(value, bytes) else "")
 def test_texts_and_lengths(receiver, message, device, text4, text5, text6):
@@ -111,9 +105,7 @@ def test_texts_and_lengths(receiver, message, device, text4, text5, text6):
 
 
 def wait_printed(world, text, after=0):
-    """Waits for lines, leaving out the frames traced in front of a line."""
-    wait_until(lambda: text in re.sub(r"^(?:[0-9a-f]{2} )+", "", world.agent_output()[after:],
-                                      flags=re.M), what=f"printed: {text}")
+    wait_until(lambda: text in printed(world, after), what=f"printed: {text}")
 
 
 def test_printed_lines_of_an_alarm(receiver):
@@ -135,15 +127,15 @@ def test_printed_lines_of_an_alarm(receiver):
 def test_what_the_agent_reads_at_its_start(world, command, context, device_byte, device):
     """The master's sinks decide the version on the wire, the unit only the context name."""
     receiver = start(world, V2C_SINK + V3_SINK, command, f"set 0x0102 {device_byte}")
-    world.ctl("alarm", "raise", "0x0403", "--device-id", 8)
-    first = notification(ALARM, "Over Temperature Alarm", "New Alarm", 8)._replace(sequence=1)
-    v3 = V3.replace("DAS_NORVA", context)
-    assert sorted(receiver.wait(2)) == [first, first._replace(via=v3)]
     wait_printed(world, f"Init _trapType is {2 if context else 1} \n"
                         "Init _heartBeatInterval is 255 \n"
                         f"SnmpEventNotify::initHeartBeatMsg heartMsg.deviceId={device}\n"
                         "SnmpEventNotify::run send heartbeat \n"
                         "_heartBeatInterval is changed to 255 \n")
+    world.ctl("alarm", "raise", "0x0403", "--device-id", 8)
+    first = notification(ALARM, "Over Temperature Alarm", "New Alarm", 8)._replace(sequence=1)
+    v3 = V3.replace("DAS_NORVA", context)
+    assert sorted(receiver.wait(2)) == [first, first._replace(via=v3)]
 
 
 def test_heartbeat_without_a_pause(world):

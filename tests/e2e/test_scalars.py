@@ -74,13 +74,9 @@ def restored(served):
         served.ctl("add", f"{id_of(name):#06x} {case.unit}")
 
 
-@pytest.mark.parametrize("name", SCALARS)
-def test_get(served, name):
-    assert served.get(oid_of(name)) == expected([name])
-
-
 def test_walks_and_requests_of_several_varbinds_agree(served):
     everything = expected(SCALARS)
+    assert [served.get(oid_of(name))[0] for name in SCALARS] == everything
     assert served.walk() == everything
     assert served.bulkwalk() == everything
     assert served.get(*map(oid_of, SCALARS)) == everything
@@ -89,12 +85,11 @@ def test_walks_and_requests_of_several_varbinds_agree(served):
     assert served.getnext(*[oid_of(name) for name in SCALARS][:-1]) == everything[1:]
 
 
-@pytest.mark.parametrize("wrong", [".1", "", ".0.0"])
-def test_only_instance_zero_exists(served, wrong):
-    oid = oid_of("unsigned 1").removesuffix(".0") + wrong
-    missing, right = served.get(oid, oid_of("text"))
-    assert (missing.oid, missing.type) == (oid, "noSuchInstance")
-    assert [right] == expected(["text"])
+def test_only_instance_zero_exists(served):
+    node = oid_of("unsigned 1").removesuffix(".0")
+    wrong = [node + ".1", node, node + ".0.0"]
+    assert served.get(*wrong, oid_of("text")) == [
+        *[Varbind(oid, "noSuchInstance", None) for oid in wrong], *expected(["text"])]
 
 
 def test_trace_of_a_get(served):
@@ -108,15 +103,11 @@ def test_trace_of_a_get(served):
 
 
 @pytest.mark.parametrize("name, letter, given, frame, answer", [
-    ("unsigned 1", "i", 5, "01 04 01 01 05", 5),
     ("unsigned 1", "i", 300, "01 04 01 01 2c", 44),
     ("signed 1", "i", -3, "01 04 02 01 fd", -3),
     ("unsigned 2", "i", 0x1234, "01 05 03 01 34 12", 0x1234),
-    ("signed 2", "i", -2, "01 05 04 01 fe ff", -2),
     ("unsigned 4", "i", 0x01020304, "01 07 05 01 04 03 02 01", 0x01020304),
     ("signed 4", "i", -5, "01 07 06 01 fb ff ff ff", -5),
-    ("other 4", "i", 8, "01 07 07 01 08 00 00 00", 8),
-    ("scaled", "i", 3, "01 05 08 01 1e 00", 30),
     ("scaled signed", "i", -5, "01 05 09 01 0c fe", -500),
     ("low half", "i", 0x10002, "01 07 0a 01 02 00 01 00", 2),
     ("text", "s", "Hill", "01 17 0d 01 48 69 6c 6c" + " 00" * 16, "Hill"),
@@ -124,7 +115,6 @@ def test_trace_of_a_get(served):
     ("short field", "s", "12345678", "01 0b 10 01 31 32 33 34 35 36 37 38", "12345678"),
     ("long text", "s", "x" * 64, "01 43 0f 01" + " 78" * 64, "x" * 64),
     ("decimal", "s", "2.30", "01 05 13 01 e5 00", "2.29"),  # cut in single precision
-    ("decimal signed", "s", "12.5", "01 07 14 01 7d 00 00 00", "12.50"),
 ])
 def test_set(restored, name, letter, given, frame, answer):
     before = len(restored.requests(id_of(name)))
@@ -147,9 +137,6 @@ def test_several_scalars_in_one_set(restored):
     ("read-only in the unit", "i", 5, "badValue"),
     ("long text", "s", "x" * 65, "badValue"),
     ("short field", "s", "123456789", "badValue"),
-    ("decimal", "s", "", "badValue"),
-    ("decimal", "s", "-3", "badValue"),
-    ("decimal", "s", "1e3", "badValue"),
     ("decimal", "s", "12,5", "badValue"),
 ])
 def test_refused_set_writes_nothing(served, name, letter, given, reason):
@@ -165,13 +152,11 @@ FALLBACK = "object 0x80ba holds no usable OID, the fixed root is used\n"
 
 
 @pytest.mark.parametrize("text, root", [
-    (".1.3.6.1.4.1.53412.9.9", ".1.3.6.1.4.1.53412.9.9"),
     ("ignored.1.3.6.1.4.1.53412", ".1.3.6.1.4.1.53412"),
     (".1.3.6.1.4.1" + ".1" * 26, ".1.3.6.1.4.1" + ".1" * 26),  # fills the 64 bytes
     ("no object identifier", ROOT),
-    ("", ROOT),
     (None, ROOT),
-], ids=["other", "text in front", "long", "no dot", "empty", "unreadable"])
+], ids=["text in front", "long", "no dot", "unreadable"])
 def test_root(world, text, root):
     prefix = "" if text is None else f'0x80ba text 64 ro "{text}"\n'
     world.start_unit("0x0101 unsigned 1 rw 42\n" + prefix)

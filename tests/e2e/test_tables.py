@@ -1,10 +1,10 @@
 """Both tables as a manager sees them, and what reaches the unit."""
 
-import re
 from collections import Counter
 
 import pytest
 
+from conftest import printed
 from world import CELLS, ROOT, SnmpError, Varbind, empty_schema, scalar_row, wait_until
 
 # The sample's two tables: the first object id and, by column, what the cells of a row answer.
@@ -50,9 +50,8 @@ def missing(*cell):
     return Varbind(oid_of(*cell), "noSuchInstance", None)
 
 
-def start_agent(world, last=oid_of(2, 1, 32), database=None):
+def wait_all(world, last=oid_of(2, 1, 32)):
     """The agent's objects come to the master one after the other: waits for the last one."""
-    world.start_agent(database=database)
     wait_until(lambda: world.get(last)[0].type == "INTEGER", 30, "all tables")
 
 
@@ -60,11 +59,9 @@ EVERYTHING = [expected(*column, row) for column in COLUMNS for row in ROWS]
 
 
 @pytest.fixture(scope="module")
-def served(shared_world):
-    shared_world.start_unit()
-    shared_world.start_master()
-    start_agent(shared_world)
-    return shared_world
+def served(sample_world):
+    wait_all(sample_world)
+    return sample_world
 
 
 @pytest.fixture
@@ -93,12 +90,10 @@ def test_walk_of_both_tables(served, tool):
 
 
 @pytest.mark.parametrize("cells", [
-    [(1, 2, 1)],
     [(2, 8, 32)],
     [(1, 1, 7)],
     [(1, 5, 3), (1, 5, 4)],
     [(2, 7, 9), (1, 6, 9)],
-    [(1, 2, 1), (1, 2, 1)],
     [(1 + n % 2, 2 + n * 5 % 7, 32 - 3 * n) for n in range(10)],
 ], ids=len)
 def test_get(served, cells):
@@ -110,10 +105,8 @@ def test_get(served, cells):
 @pytest.mark.parametrize("suffix, type, value", [
     ("2.3.5", "STRING", "RU 3"),  # the second index takes what the request carries
     ("2.3", "noSuchInstance", None),
-    ("2.0.0", "noSuchInstance", None),
     ("2.33.0", "noSuchInstance", None),
     ("2.257.0", "noSuchInstance", None),
-    ("0.1.0", "noSuchObject", None),
     ("10.1.0", "noSuchObject", None),
 ])
 def test_get_beside_the_cells(served, suffix, type, value):
@@ -125,10 +118,8 @@ def test_get_beside_the_cells(served, suffix, type, value):
 @pytest.mark.parametrize("cell, letter, given, frame, answer", [
     ((1, 5, 3), "i", 7, "01 05 62 10 46 00", 70),
     ((1, 8, 3), "s", "Roof", "01 17 c2 10 52 6f 6f 66" + " 00" * 16, "Roof"),
-    ((1, 8, 3), "s", "", "01 17 c2 10" + " 00" * 20, ""),
     ((1, 9, 32), "s", "7abc", "01 04 ff 10 63", 0x63),  # the first four bytes as an integer
     ((2, 3, 1), "i", 300, "01 04 20 20 2c", 44),
-    ((2, 4, 2), "i", 9, "01 07 41 20 09 00 00 00", 9),
     ((2, 6, 1), "i", -3, "01 04 80 20 fd", -3),
     ((2, 7, 1), "s", "1.5", "01 05 a0 20 0f 00", "1.50"),
 ])
@@ -140,13 +131,13 @@ def test_set_of_one_cell(restored, cell, letter, given, frame, answer):
     assert restored.get(oid_of(*cell))[0].value == answer
 
 
-@pytest.mark.parametrize("length", [63, 64, 70])
-def test_set_of_a_long_text(restored, length):
+def test_set_of_a_long_text(restored):
     """Cut to 64 bytes."""
     cell = (1, 8, 5)
     restored.ctl("add", f'{id_of(*cell):#06x} text 64 rw ""')
-    restored.set(oid_of(*cell), "s", "x" * length)
-    assert restored.get(oid_of(*cell))[0].value == "x" * min(length, 64)
+    for length in (64, 70):
+        restored.set(oid_of(*cell), "s", f"{length}".ljust(length, "x"))
+        assert restored.get(oid_of(*cell))[0].value == f"{length}".ljust(64, "x")
 
 
 def test_set_of_several_cells(restored):
@@ -157,52 +148,44 @@ def test_set_of_several_cells(restored):
     assert [restored.held(id_of(*cell))[-1] for cell in cells] == [10, 2, 10, 2]
 
 
-@pytest.mark.parametrize("cells, letter, given, reason, printed", [
-    ([(1, 4, 3)], "i", 5, "readOnly", " ../src/TableHandlerOne SNMP_ERR_READONLY\n"),
-    ([(2, 8, 3)], "i", 5, "readOnly", " ../src/TableHandlerTwo SNMP_ERR_READONLY\n"),
+@pytest.mark.parametrize("cells, letter, given, reason, line", [
     ([(1, 9, 3), (1, 4, 3)], "i", 5, "readOnly", " ../src/TableHandlerOne SNMP_ERR_READONLY\n"),
+    ([(2, 8, 3)], "i", 5, "readOnly", " ../src/TableHandlerTwo SNMP_ERR_READONLY\n"),
     ([(1, 8, 3)], "s", "x" * 21, "badValue", "SNMP_ERR_BADVALUE\n"),
-    ([(2, 7, 3)], "s", "1,5", "badValue", "SNMP_ERR_BADVALUE\n"),
     ([(1, 9, 4)], "i", 5, "badValue", "SNMP_ERR_BADVALUE\n"),  # read-only in the unit
 ])
-def test_refused_set_writes_nothing(restored, cells, letter, given, reason, printed):
+def test_refused_set_writes_nothing(restored, cells, letter, given, reason, line):
     restored.ctl("add", f"{id_of(1, 9, 4):#06x} unsigned 1 ro 1")
     before, output = len(restored.frames()), len(restored.agent_output())
     with pytest.raises(SnmpError) as refusal:
         restored.set(*[word for cell in cells for word in (oid_of(*cell), letter, given)])
     assert refusal.value.reason == reason
-    restored.wait_output(printed, after=output)
+    restored.wait_output(line, after=output)
     assert [frame for frame in frames_since(restored, before) if frame[0] == 0x01] == []
     values = [varbind.value for varbind in restored.get(*[oid_of(*cell) for cell in cells])]
     assert values == [COLUMNS[cell[:2]](cell[2]) for cell in cells]
 
 
-def test_set_of_the_row_index_reaches_nobody(served):
-    before = len(served.frames())
-    served.set(oid_of(1, 1, 3), "i", 77)
-    assert frames_since(served, before) == []
-    assert served.get(oid_of(1, 1, 3)) == [expected(1, 1, 3)]
-
-
-@pytest.mark.parametrize("cell", [(1, 9, 4), (1, 4, 4)], ids=["writable", "read-only"])
-def test_set_of_an_unreadable_cell_is_accepted_and_writes_nothing(restored, cell):
-    restored.ctl("delete", hex(id_of(*cell)))
+# A cell, and the commands of the frames that reach the unit: an unreadable cell is read at least.
+@pytest.mark.parametrize("cell, commands", [
+    ((1, 1, 3), set()), ((1, 9, 4), {0x02}), ((1, 4, 4), {0x02}),
+], ids=["row index", "writable", "read-only"])
+def test_accepted_set_writes_nothing(restored, cell, commands):
+    if commands:
+        restored.ctl("delete", hex(id_of(*cell)))
     before = len(restored.frames())
-    restored.set(oid_of(*cell), "i", 7)
-    assert {frame[0] for frame in frames_since(restored, before)} == {0x02}
+    restored.set(oid_of(*cell), "i", 77)
+    assert {frame[0] for frame in frames_since(restored, before)} == commands
+    assert restored.get(oid_of(*cell)) == [missing(*cell) if commands else expected(*cell)]
 
 
 # What the cell answers: a missing one hides all behind it in its table from a walk.
 @pytest.mark.parametrize("fault, value", [
-    ("wrong-command 0x1f", None),
     ("wrong-command 0x11", None),
     ("wrong-length 9", None),
-    ("wrong-length 2", None),
     ("truncate 0", None),
-    ("truncate 3", 0),
     ("oversize 500", 5),
     ("wrong-id 0x1046", 5),
-    ("delay 50", 5),
 ])
 def test_wrong_reply_in_the_middle_of_a_walk(restored, fault, value):
     cells = [(1, 4, 5), (1, 4, 6), (1, 4, 7), (2, 4, 6)]
@@ -228,8 +211,9 @@ def test_cell_that_is_not_mapped(world):
     cell = (1, 4, 6)
     world.start_unit()
     world.start_master()
-    start_agent(world, database=world.make_database(
+    world.start_agent(database=world.make_database(
         f"DELETE FROM {CELLS} WHERE objId = '{id_of(*cell):04X}'"))
+    wait_all(world)
     before = len(world.frames())
     assert world.get(oid_of(*cell), oid_of(2, 2, 6)) == [missing(*cell), expected(2, 2, 6)]
     world.set(oid_of(*cell), "i", 7)
@@ -267,9 +251,10 @@ def test_tables_of_a_catalogue(world, nodes, served, refusal):
     for node in served:
         values += [(f"{ROOT}{node}.1.1.{row}.0", row) for row in ROWS]
         values += [(f"{ROOT}{node}.1.2.{row}.0", first_ids[node] - 0x1000 + row) for row in ROWS]
-    start_agent(world, values[-1][0], world.make_database(
+    world.start_agent(database=world.make_database(
         *empty_schema(), scalar_row(0x1000, 1), base=False,
         *[row for node in nodes for row in cell_rows(node, first_ids[node])]))
+    wait_all(world, values[-1][0])
     assert world.walk() == [(oid, "INTEGER", value) for oid, value in values]
 
     lines = ""
@@ -281,7 +266,7 @@ def test_tables_of_a_catalogue(world, nodes, served, refusal):
         lines += (f"TableHandlerOne::init_table node={ROOT}{node}\n"
                   "getFixDeviceNum(ancestorNode[i].ancestorNode)=32\n")
     world.wait_output("init_snmp end....\n")
-    printed = re.sub(r"^(?:[0-9a-f]{2} )+", "", world.agent_output(), flags=re.M)  # without frames
-    assert refusal in printed + (world.directory / "agent-errors.log").read_text()
-    printed = printed.replace(refusal, "")
-    assert lines in printed and printed.count("init_table") == lines.count("init_table")
+    output = printed(world)
+    assert refusal in output + (world.directory / "agent-errors.log").read_text()
+    output = output.replace(refusal, "")
+    assert lines in output and output.count("init_table") == lines.count("init_table")
