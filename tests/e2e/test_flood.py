@@ -1,7 +1,9 @@
 """Floods of notifications while managers poll: nothing lost, nothing doubled, nobody stuck."""
 
 import re
+import signal
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
@@ -109,3 +111,17 @@ def test_master_restarted_in_a_flood(world):
     assert sequence == sorted(set(sequence))
     assert sequence[-1] == posted + 1
     assert world.agent.running() and world.walk(f"{ROOT}.1.2")
+
+
+def test_slow_master_gets_nothing_twice(world):
+    """It answers the first notifications later than the library would send them again."""
+    receiver = start(world)
+    assert start_flood(world, 1).wait() == 0
+    receiver.wait(1)
+    world.master.signal(signal.SIGSTOP)
+    flood = start_flood(world, 500)
+    time.sleep(2.5)
+    world.master.signal(signal.SIGCONT)
+    assert flood.wait() == 0
+    receiver.wait(501)
+    assert [event.sequence for event in receiver.received()] == list(range(1, 502))

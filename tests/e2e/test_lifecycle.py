@@ -107,6 +107,15 @@ def polled(world):
     wait_until(lambda: reads() > start + 100, 30, "requests of the managers")
 
 
+def flooded(world):
+    """Alarms without an end while managers poll."""
+    polled(world)
+    if not hasattr(world, "flood"):
+        world.flood = world.spawn("flood", [world.build / "tools/dasunit/dasunit", "ctl", "alarm",
+                                            "raise", "0x0403", "--count", "1000000"])
+    wait_until(lambda: "TrapAlarm::sendTrap" in world.agent_output(), 30, "a notification")
+
+
 def unread_output(world):
     """The pipe that takes the output is full, and the agent waits for its reader."""
     def stuck():
@@ -117,7 +126,7 @@ def unread_output(world):
     wait_until(stuck, 30, "a full pipe")
 
 
-@pytest.mark.parametrize("state", [idle, silent_unit, polled, unread_output])
+@pytest.mark.parametrize("state", [idle, silent_unit, polled, flooded, unread_output])
 def test_sigterm(state):
     """The process is gone within 5 s, every time, and the master is none the worse for it."""
     def end_agents(number):

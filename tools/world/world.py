@@ -123,6 +123,8 @@ class Process:
 
     def signal(self, number):
         os.kill(self.pid(), number)
+        if number == signal.SIGCONT:
+            os.kill(self._popen.pid, number)  # nsenter stops when its child does
 
     def kill(self):
         if self.running():
