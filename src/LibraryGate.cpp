@@ -9,7 +9,6 @@
 #include <cstring>
 
 #include "AgentLibrary.h"
-#include "MasterSession.h"
 #include "OutputFlusher.h"
 
 namespace norva {
@@ -37,8 +36,8 @@ int LibraryGate::open() {
   return 0;
 }
 
-void LibraryGate::beginTurn() {
-  const int loans = kMaxUnacknowledged - MasterSession::unacknowledged();
+void LibraryGate::beginTurn(int unacknowledged) {
+  const int loans = kMaxUnacknowledged - unacknowledged;
   _loansLeft.store(loans, std::memory_order_relaxed);
   if (!_deferred || loans <= 0) return;
   _deferred = false;

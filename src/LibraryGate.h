@@ -43,8 +43,9 @@ class LibraryGate {
   /// asked for before wait until then. Returns 0, or -1 after printing the failure.
   int open();
 
-  /// To be called by the main thread before each turn of its loop.
-  void beginTurn();
+  /// To be called by the main thread before each turn of its loop, with the number of notifications
+  /// that the master has not answered.
+  void beginTurn(int unacknowledged);
 
   /// Lends the gate out while the object lives. Main thread, inside a request handler, around
   /// nothing but a call of the facade, which never touches the library.

@@ -1,6 +1,9 @@
 #include "MasterSession.h"
 
+#include <poll.h>
 #include <sys/socket.h>
+
+#include <limits>
 
 #include "AgentLibrary.h"
 
@@ -26,6 +29,18 @@ int sessionStopped(int, int, void*, void*) {
   return 0;
 }
 
+/// Socket of the session. REQUIRES: a session.
+int connection() {
+  const netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
+  return transport != nullptr ? transport->sock : -1;
+}
+
+/// Whether a good part of the connection's buffer is free. REQUIRES: a session.
+bool takesMore() {
+  pollfd socket{connection(), POLLOUT, 0};
+  return poll(&socket, 1, 0) == 1;
+}
+
 }  // namespace
 
 void MasterSession::follow() {
@@ -38,13 +53,14 @@ void MasterSession::follow() {
 int MasterSession::unacknowledged() {
   if (session == nullptr || session->trap_stats == nullptr) return 0;
   const netsnmp_trap_stats& sent = *session->trap_stats;
+  // What is given up after kPatience counts no more but may still wait to be read by the master.
+  if (sent.timeouts != 0 && !takesMore()) return std::numeric_limits<int>::max();
   return static_cast<int>(sent.sent_count - sent.ack_count - sent.timeouts);
 }
 
 void MasterSession::cut(const LibraryGate::Loan&) {
   if (session == nullptr) return;
-  const netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
-  if (transport != nullptr) shutdown(transport->sock, SHUT_RDWR);
+  shutdown(connection(), SHUT_RDWR);
 }
 
 }  // namespace norva

@@ -16,7 +16,8 @@ class MasterSession {
   /// more. Main thread, once, before init_snmp.
   static void follow();
 
-  /// Notifications that were sent and not yet answered by the master; 0 without a session.
+  /// Notifications that were sent and not yet answered by the master; 0 without a session, more
+  /// than any limit while a stalled master leaves the connection filled.
   static int unacknowledged();
 
   /// Ends the connection, if there is one, without the AgentX Close message: an snmpd that receives

@@ -228,7 +228,7 @@ void startWithMaster(const Options& options) {
 [[noreturn]] void serveRequests() {
   for (;;) {
     OutputFlusher::getInstance().soon();
-    LibraryGate::getInstance().beginTurn();
+    LibraryGate::getInstance().beginTurn(MasterSession::unacknowledged());
     agent_check_and_process(1);
   }
 }

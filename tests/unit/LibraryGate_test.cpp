@@ -93,7 +93,7 @@ TEST_F(LibraryGateTest, ServesOneWaiterAtATimeAlsoFromBeforeOpen) {
 
 TEST_F(LibraryGateTest, GivesAFixedNumberOfLoansInOneTurn) {
   openGate();
-  gate.beginTurn();
+  gate.beginTurn(0);
   const std::jthread borrower = borrow(64 + 10);
   for (int request = 0; request < 2; ++request) {
     const LibraryGate::DeviceWait wait(gate);
@@ -102,7 +102,7 @@ TEST_F(LibraryGateTest, GivesAFixedNumberOfLoansInOneTurn) {
   }
   EXPECT_EQ(loans, 64);
   EXPECT_TRUE(announced()) << "the borrower waits for the main thread's return";
-  gate.beginTurn();
+  gate.beginTurn(0);
   const LibraryGate::DeviceWait wait(gate);
   EXPECT_TRUE(loansBegin(64 + 10));
 }
