@@ -13,6 +13,7 @@ namespace norva {
 namespace {
 
 constexpr std::size_t kGetReplyLimit = 1024;
+static_assert(kGetReplyLimit >= kMinGetReplyBuffer);
 constexpr std::size_t kSetReplyLimit = ComPortAdapter::kMaxReceive;
 
 /// A receive buffer, zeroed so that a short reply reads as zeros.

@@ -2,10 +2,10 @@
 // walk over the rows, GET and SET on cells. A table class adds its TableTraits and its own
 // TableClassState, nothing else.
 //
-// The library calls back without a pointer to the object, so what the callbacks need is the state
-// of the class, in static storage: exactly one live object of each class is intended. init_table
-// and every callback run on the main thread. The class's mutex guards the row list against
-// addIndex, removeIndex and clearIndexes; no other lock is taken while it is held.
+// The library's callbacks get the state of the class, in static storage, and not the object: it may
+// call for as long as the process lives. Exactly one live object of each class is intended.
+// init_table and every callback run on the main thread. The class's mutex guards the row list
+// against addIndex, removeIndex and clearIndexes; no other lock is taken while it is held.
 
 #ifndef NORVA_TABLE_HANDLER_H_
 #define NORVA_TABLE_HANDLER_H_
