@@ -1,10 +1,11 @@
 #include "AnswerValue.h"
 
-#include <cstring>
-#include <string_view>
+#include <arpa/inet.h>
 
-#include "AgentLibrary.h"
-#include "ObjInfo.h"
+#include <cstring>
+#include <string>
+
+#include "AsnType.h"
 
 namespace norva {
 
@@ -12,62 +13,65 @@ namespace {
 
 constexpr std::size_t kIpAddressSize = 4;
 
-/// Whether a text of `size` bytes can be a value of a type that is no number.
-bool canHoldText(std::uint8_t asnType, std::size_t size) {
-  switch (asnType) {
-    case ASN_OCTET_STR:
-    case ASN_OPAQUE:
-      return true;
-    case ASN_IPADDRESS:
-      return size == kIpAddressSize;
-    default:
-      return false;
-  }
-}
-
-/// The number that the first bytes of a text, at most four, make on a big-endian processor.
-std::uint32_t numberOf(std::string_view text) {
-  std::uint32_t number = 0;
-  for (const char c : text.substr(0, sizeof number)) {
-    number = (number << 8) | static_cast<unsigned char>(c);
-  }
-  return number;
-}
-
 }  // namespace
 
-AnswerValue::AnswerValue(std::uint16_t asnType, const ObjValue& record)
+AnswerValue::AnswerValue(std::uint16_t asnType, const ObjValue& record, Presentation presentation)
     : _type(static_cast<std::uint8_t>(asnType)) {
-  if (asnType == kAsnInteger) {
+  const bool isInteger = presentation.form == Presentation::kInteger;
+  if (asnType == kAsnInteger || (isInteger32(_type) && isInteger)) {
     setInteger(record.integer32());
     return;
   }
-  const std::string_view text = record.text();
-  if (isHeldAsLong(_type)) {
-    setInteger(numberOf(text));
-    return;
+  switch (_type) {
+    case kAsnOctetString:
+    case kAsnOpaque: {
+      const std::string_view text = record.text();
+      set(text.data(), text.size());
+      break;
+    }
+    case kAsnIpAddress:
+      setAddress(record, presentation);
+      break;
+    case kAsnCounter64:
+      if (isInteger) {
+        const unsigned long highAndLow[] = {0, record.integer32()};
+        set(highAndLow, sizeof highAndLow);
+      }
+      break;
+    default:
+      break;
   }
-  _valid = canHoldText(_type, text.size());
-  _size = text.size();
-  std::memcpy(_bytes, text.data(), _size);
+}
+
+void AnswerValue::set(const void* bytes, std::size_t size) {
+  _valid = true;
+  _size = size;
+  std::memcpy(_bytes, bytes, size);
 }
 
 void AnswerValue::setInteger(std::uint32_t integer) {
-  _valid = true;
-  _size = sizeof integer;
-  std::memcpy(_bytes, &integer, sizeof integer);
+  set(&integer, sizeof integer);
 }
 
-bool isHeldAsLong(std::uint8_t asnType) {
-  switch (asnType) {
-    case ASN_INTEGER:
-    case ASN_COUNTER:
-    case ASN_GAUGE:  // Unsigned32 has the same tag
-    case ASN_TIMETICKS:
-    case ASN_UINTEGER:
-      return true;
-    default:
-      return false;
+void AnswerValue::setAddress(const ObjValue& record, Presentation presentation) {
+  const bool isFourBytes = presentation.deviceLen == kObjLenLong;
+  const std::string_view text = record.text();
+  switch (presentation.form) {
+    case Presentation::kInteger:
+      if (isFourBytes) set(record.value(), kIpAddressSize);
+      return;
+    case Presentation::kTextField:
+      if (isFourBytes || text.size() == kIpAddressSize) {
+        set(record.value(), kIpAddressSize);
+        return;
+      }
+      break;
+    case Presentation::kMadeText:
+      break;
+  }
+  in_addr address{};
+  if (inet_pton(AF_INET, std::string(text).c_str(), &address) == 1) {
+    set(&address, sizeof address);
   }
 }
 

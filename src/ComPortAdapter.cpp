@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "OutputFlusher.h"
+#include "Output.h"
 
 namespace norva {
 
@@ -34,7 +34,7 @@ void tracePayload(const std::uint8_t* payload, std::size_t size) {
     *out++ = kDigits[payload[i] & 0xF];
     *out++ = ' ';
   }
-  std::fwrite(line.data(), 1, kCharsPerByte * size, stdout);
+  Trace::write({line.data(), kCharsPerByte * size});
 }
 
 }  // namespace
@@ -85,15 +85,23 @@ int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length) {
   return receive(_alarmQid, buffer, length);
 }
 
+bool ComPortAdapter::dropReply() {
+  _readQid = msgget(_readKey, kQueueFlags);
+  return drop(_readQid);
+}
+
 bool ComPortAdapter::dropAlarm() {
-  long mtype = 0;
   _alarmQid = msgget(_alarmKey, kQueueFlags);
-  return msgrcv(_alarmQid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR) != -1;
+  return drop(_alarmQid);
+}
+
+bool ComPortAdapter::drop(int qid) {
+  long mtype = 0;
+  return msgrcv(qid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR) != -1;
 }
 
 int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
   const std::size_t size = std::min(length, kMaxReceive);
-  OutputFlusher::getInstance().soon();
   // A signal must not end the wait: the request in whose middle the process is asked to end would
   // be answered as if the device had failed.
   ssize_t received = -1;
@@ -102,7 +110,7 @@ int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
   } while (received == -1 && errno == EINTR);
   if (received == -1) {
     const int error = errno;
-    std::printf("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
+    Output::print("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
     errno = error;
     return -1;
   }
@@ -122,7 +130,7 @@ int ComPortAdapter::write(const std::uint8_t* buffer, std::size_t length) {
   std::copy_n(buffer, size, message.payload);
   _writeQid = msgget(_writeKey, kQueueFlags);
   if (msgsnd(_writeQid, &message, size, IPC_NOWAIT) < 0) {
-    std::puts("ComPortAdapter::write msg_queue error:");
+    Output::puts("ComPortAdapter::write msg_queue error:");
   }
   tracePayload(message.payload, size);
   return static_cast<int>(size);

@@ -53,13 +53,14 @@ class ComPortAdapter {
   /// Waits without limit for one reply of at most min(length, kMaxReceive) bytes. Returns the
   /// number of payload bytes, which start at buffer[0], or -1 after printing the failure. A longer
   /// reply fails with E2BIG and stays at the head of the queue. The kTypeSize bytes behind the
-  /// payload are zero.
+  /// payload are zero. After -1, errno tells why.
   /// REQUIRES: `buffer` holds kTypeSize + min(length, kMaxReceive) bytes and is aligned to a long.
   int read(std::uint8_t* buffer, std::size_t length);
-  /// As read, on the alarm queue. After -1, errno tells why.
+  /// As read, on the alarm queue.
   int readAlarm(std::uint8_t* buffer, std::size_t length);
-  /// Takes the message at the head of the alarm queue off, whatever its size, without waiting.
-  /// False when there is none or the queue fails.
+  /// Take the message at the head of the reply or alarm queue off, whatever its size, without
+  /// waiting. False when there is none or the queue fails.
+  bool dropReply();
   bool dropAlarm();
 
   /// Hands min(length, kMaxSend) bytes to the request queue without waiting and returns that
@@ -70,6 +71,7 @@ class ComPortAdapter {
   void lookUpQueues();
   void removeQueues();
   static int receive(int qid, std::uint8_t* buffer, std::size_t length);
+  static bool drop(int qid);
 
   const std::int32_t _readKey = kReplyQueueKey;
   const std::int32_t _writeKey = kRequestQueueKey;

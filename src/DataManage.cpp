@@ -1,11 +1,11 @@
 #include "DataManage.h"
 
 #include <array>
-#include <cstdio>
+#include <cerrno>
 
 #include "ObjInfo.h"
 #include "ObjectProtocol.h"
-#include "OutputFlusher.h"
+#include "Output.h"
 #include "SnmpDataBase.h"
 
 namespace norva {
@@ -66,6 +66,11 @@ bool narrowInteger(ObjValue& record) {
   }
 }
 
+Presentation::Form presentationForm(ValueKind kind, std::uint16_t covMethod) {
+  if (SnmpObjConvertStrategy::makesText(covMethod)) return Presentation::kMadeText;
+  return kind == ValueKind::kText ? Presentation::kTextField : Presentation::kInteger;
+}
+
 }  // namespace
 
 DataManage* DataManage::getInstance() {
@@ -78,7 +83,7 @@ DataManage::DataManage() : _pConvertStrategy(std::make_unique<SnmpObjConvertStra
   const std::lock_guard lock(_mutex);
   _pComPortAdapter = std::make_unique<ComPortAdapter>();
   _pComPortAdapter->open();
-  std::puts("_pComPortAdapter->open() end....");
+  Output::puts("_pComPortAdapter->open() end....");
 }
 
 DataManage::~DataManage() {
@@ -88,29 +93,30 @@ DataManage::~DataManage() {
 
 int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
   ReceiveBuffer<kGetReplyLimit> reply;
-  OutputFlusher::getInstance().soon();  // another thread's round trip may take its time
   const std::lock_guard lock(_mutex);
   const GetRequest request = encodeGetRequest(oid);
   _pComPortAdapter->flush();
   if (_pComPortAdapter->write(request.data(), request.size()) == -1) {
-    std::puts("DataManage::getObjValue  writeData error!");
+    Output::puts("DataManage::getObjValue  writeData error!");
     return kFailed;
   }
   if (_pComPortAdapter->read(reply.bytes, kGetReplyLimit) == -1) {
-    std::puts("DataManage::getObjValue  readData error!");
+    const int error = errno;
+    Output::puts("DataManage::getObjValue  readData error!");
+    takeOff(error);
     return kFailed;
   }
 
   const GetReplyHeader header = decodeGetReplyHeader(reply.bytes);
   if (header.command != kCommandGetReply) {
-    std::printf("ERR: DatabaseFacade::select:  error!  cmd=%x  oid=0x%04x\n", header.command,
-                header.oid);
+    Output::print("ERR: DatabaseFacade::select:  error!  cmd=%x  oid=0x%04x\n", header.command,
+                  header.oid);
     return kFailed;
   }
   record.setObjLen(header.objLen);
   record.setAttr(header.attr);
   if (!decodeGetReplyValue(reply.bytes, record)) {
-    std::puts("ERR: DatabaseFacade::select: type unsupported!");
+    Output::puts("ERR: DatabaseFacade::select: type unsupported!");
     return kFailed;
   }
   return 0;
@@ -119,18 +125,25 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
 int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
   ReceiveBuffer<kSetReplyLimit> reply;
   SetRequest request;
-  OutputFlusher::getInstance().soon();
   const std::lock_guard lock(_mutex);
   if (oid == kObjHeartBeatInterval) heartBeatIntervalChanged = true;
   if (oid == kObjHeartBeatSwitch) heartBeatSwFlagChanged = true;
 
-  std::printf("cmd is %d, objLen is %d \n", kCommandSetRequest, record.objLen());
-  if (!isSetLength(record.objLen())) std::printf("\nDataManage::setObjValue error obj type!");
+  Trace::print("cmd is %d, objLen is %d \n", kCommandSetRequest, record.objLen());
+  if (!isSetLength(record.objLen())) Trace::print("\nDataManage::setObjValue error obj type!");
   const std::size_t size = encodeSetRequest(oid, record, request);
   _pComPortAdapter->flush();
   _pComPortAdapter->write(request.data(), size);
-  if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) return kFailed;
+  if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) {
+    takeOff(errno);
+    return kFailed;
+  }
   return reply.bytes[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
+}
+
+void DataManage::takeOff(int error) {
+  if (error != E2BIG || !_pComPortAdapter->dropReply()) return;
+  Output::puts("reply too large to receive, taken off the queue");
 }
 
 int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {
@@ -141,15 +154,17 @@ bool DataManage::dropAlarm() {
   return _pComPortAdapter->dropAlarm();
 }
 
-int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
+int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue,
+                             Presentation* presentation) {
   // Deliberate: getObjValue fails with 255, so a failed read goes on with the record as it is.
   if (getObjValue(record.oid(), record) == -1) {
-    std::printf("select 0x%04x error!\n", record.oid());
+    Output::print("select 0x%04x error!\n", record.oid());
     return -1;
   }
   ObjInfo info;
   if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
 
+  const std::uint8_t deviceLen = record.objLen();
   switch (record.kind()) {
     case ValueKind::kText:
       record.setObjLen(static_cast<std::uint8_t>(record.text().size() + kObjLenOverhead));
@@ -161,14 +176,17 @@ int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
     case ValueKind::kOther:
       break;
   }
-  std::printf("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), info.covMethod);
+  Trace::print("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), info.covMethod);
+  if (presentation != nullptr) {
+    *presentation = {presentationForm(record.kind(), info.covMethod), deviceLen};
+  }
   return _pConvertStrategy->convertToSnmp(info.covMethod, record);
 }
 
-int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
+int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bool isAddress) {
   ObjValue current;  // zeroed: an object that cannot be read is not writable
   if (getObjValue(record.oid(), current) == -1) {
-    std::printf("setSnmpValue::select 0x%04x error!\n", record.oid());
+    Output::print("setSnmpValue::select 0x%04x error!\n", record.oid());
     return -1;
   }
   record.setObjLen(current.objLen());
@@ -176,6 +194,11 @@ int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue) {
   ObjInfo info;
   if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
   record.setAttr(current.attr());  // the device knows whether the integer is signed
+  // A text field takes an address as text, unless its four bytes just fill it.
+  if (isAddress && current.kind() == ValueKind::kText && current.objLen() != kObjLenLong) {
+    _pConvertStrategy->toIpText(record);
+    record.setObjLen(current.objLen());
+  }
   if (_pConvertStrategy->convertToObj(info.covMethod, record) == -1) return -1;
 
   if (current.kind() == ValueKind::kText) {

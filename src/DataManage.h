@@ -16,6 +16,7 @@
 
 #include "ComPortAdapter.h"
 #include "ObjValue.h"
+#include "Presentation.h"
 #include "SnmpObjConvertStrategy.h"
 
 namespace norva {
@@ -60,15 +61,18 @@ class DataManage {
   bool dropAlarm();
 
   /// Reads the object named by `record.oid` and brings it into its SNMP presentation: an integer
-  /// widened to 32 bits (`objLen` 7) or a text. Returns 0, or -1 when the object is not mapped or
-  /// an integer has no usable length. Main thread.
-  int getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue);
+  /// widened to 32 bits (`objLen` 7) or a text. Returns 0 with `presentation`, if given, filled, or
+  /// -1 when the object is not mapped or an integer has no usable length. Main thread.
+  int getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue,
+                   Presentation* presentation = nullptr);
 
   /// Writes the SNMP value in `record` (a 32-bit integer or a text) to the object named by
   /// `record.oid`; length and kind are the device's. Returns -1 when the write is refused: object
   /// read-only, not mapped, text not convertible or longer than the device's field. Otherwise the
-  /// result of setObjValue, which callers take as success either way. Main thread.
-  int setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue);
+  /// result of setObjValue, which callers take as success either way. With `isAddress` the integer
+  /// is an IPv4 address, which reaches an integer object and a text field of four bytes as its four
+  /// bytes, any other text field dotted. Main thread.
+  int setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bool isAddress = false);
 
   /// Set once setObjValue has been asked to write the heartbeat objects. Main thread.
   static inline bool heartBeatIntervalChanged = false;
@@ -76,6 +80,10 @@ class DataManage {
 
  private:
   DataManage();
+
+  /// After a read that failed with `error`: a reply that is too large, which would fail every later
+  /// read too, is taken off the queue and reported. REQUIRES: _mutex held.
+  void takeOff(int error);
 
   std::mutex _mutex;  // guards the channel's request and reply queues
   std::unique_ptr<ComPortAdapter> _pComPortAdapter;

@@ -5,11 +5,10 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 
 #include "AgentLibrary.h"
-#include "OutputFlusher.h"
+#include "Output.h"
 
 namespace norva {
 
@@ -22,12 +21,12 @@ int LibraryGate::open() {
   const std::lock_guard lock(_mutex);
   _wakeFd = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
   if (_wakeFd < 0) {
-    std::printf("LibraryGate: no wake-up descriptor: %s\n", std::strerror(errno));
+    Output::print("LibraryGate: no wake-up descriptor: %s\n", std::strerror(errno));
     return -1;
   }
   const auto wakeUp = [](int, void* gate) { static_cast<LibraryGate*>(gate)->lendOnce(); };
   if (register_readfd(_wakeFd, wakeUp, this) != FD_REGISTERED_OK) {
-    std::puts("LibraryGate: the library takes no wake-up descriptor");
+    Output::puts("LibraryGate: the library takes no wake-up descriptor");
     close(_wakeFd);
     _wakeFd = -1;
     return -1;
@@ -90,7 +89,6 @@ bool LibraryGate::canBorrow(Place place) const {
 }
 
 bool LibraryGate::borrow(Place place, std::chrono::milliseconds limit) {
-  OutputFlusher::getInstance().soon();
   std::unique_lock lock(_mutex);
   ++_waiting;
   if (place == Place::kBetweenRequests) ++_waitingBetween;

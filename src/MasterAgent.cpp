@@ -1,9 +1,10 @@
 #include "MasterAgent.h"
 
 #include <cstdint>
-#include <cstdio>
 
 #include "ObjInfo.h"
+#include "OidPrefix.h"
+#include "Output.h"
 #include "ScalarRegistration.h"
 #include "SnmpAgentX.h"
 #include "SnmpDataBase.h"
@@ -58,12 +59,12 @@ int MasterAgent::initTableObj() {
   int position = 0;
   for (const auto& [tableAttr, ancestorNode] : ancestorNodes) {
     if (_tableHandlers.empty()) break;
-    std::printf("initTableObj ancestorNode[%d].ancestorNode=%s\n", position++,
-                ancestorNode.c_str());
+    Output::print("initTableObj ancestorNode[%d].ancestorNode=%s\n", position++,
+                  ancestorNode.c_str());
     SnmpTableStrategy* handler = _tableHandlers.front();
     _tableMap.try_emplace(ancestorNode, handler);
     handler->init_table(kTableFlag, ancestorNode);
-    std::printf("getFixDeviceNum(ancestorNode[i].ancestorNode)=%d\n", kFixDeviceNum);
+    Output::print("getFixDeviceNum(ancestorNode[i].ancestorNode)=%d\n", kFixDeviceNum);
     for (std::int32_t row = 1; row <= kFixDeviceNum; ++row) handler->addIndex(row);
     _tableHandlers.erase(_tableHandlers.begin());
   }

@@ -9,9 +9,6 @@
 
 namespace norva {
 
-/// ASN.1 type of an object that is answered as an integer. Any other type means text.
-constexpr std::uint16_t kAsnInteger = 2;
-
 /// Attributes that scalars and table cells have in common.
 struct ObjInfo {
   std::uint8_t auxByte = 0;     ///< carried, not interpreted

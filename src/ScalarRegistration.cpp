@@ -2,25 +2,16 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
 #include <map>
-#include <string>
 
 #include "AgentLibrary.h"
-#include "DataManage.h"
-#include "ObjValue.h"
+#include "Output.h"
 #include "SnmpAgentX.h"
-#include "SnmpObjConvertStrategy.h"
 
 namespace norva {
 
 namespace {
-
-constexpr oid kFixedRoot[] = {1, 3, 6, 1, 4, 1, 53412, 8, 2, 2, 4};
-
-/// Longest root that leaves room for a suffix and the instance in an OID of the library.
-constexpr std::size_t kMaxRootLength = MAX_OID_LEN - kOidSuffixLength - 1;
 
 /// The registration index has 8 bits; 0 is no object.
 constexpr std::size_t kMaxScalars = std::numeric_limits<std::uint8_t>::max();
@@ -38,27 +29,11 @@ variable4 registrationEntry(const SnmpObjRecord& object) {
 
 }  // namespace
 
-std::vector<oid> readScalarRoot() {
-  const std::vector<oid> fixedRoot(std::begin(kFixedRoot), std::end(kFixedRoot));
-  ObjValue record;
-  if (DataManage::getInstance()->getObjValue(kObjOidPrefix, record) != 0) return fixedRoot;
-  const std::string text(record.text());
-  std::printf("MasterAgent::initNormalObj root_variables_oid=%s\n", text.c_str());
-
-  std::uint32_t subIdentifiers[kMaxRootLength];
-  const std::uint32_t count = parseOidText(text.c_str(), subIdentifiers, kMaxRootLength);
-  if (count == 0 || count > kMaxRootLength) {
-    std::printf("object 0x%04x holds no usable OID, the fixed root is used\n", kObjOidPrefix);
-    return fixedRoot;
-  }
-  return {subIdentifiers, subIdentifiers + count};
-}
-
 void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>& root) {
   const std::size_t served = std::min(objects.size(), kMaxScalars);
   if (served < objects.size()) {
-    std::printf("%zu scalars are not served: no more than %zu can be registered\n",
-                objects.size() - served, kMaxScalars);
+    Output::print("%zu scalars are not served: no more than %zu can be registered\n",
+                  objects.size() - served, kMaxScalars);
   }
   // The library stops at the first suffix it knows already and leaves all later entries out, so a
   // repeated one never reaches it.
@@ -69,8 +44,8 @@ void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>
     object.magic = static_cast<std::uint8_t>(i + 1);
     const auto [first, isNew] = registered.try_emplace(object.oidSuffix, object.objId);
     if (!isNew) {
-      std::printf("scalar object 0x%04x is not served: object 0x%04x has the same OID\n",
-                  object.objId, first->second);
+      Output::print("scalar object 0x%04x is not served: object 0x%04x has the same OID\n",
+                    object.objId, first->second);
       continue;
     }
     entries.push_back(registrationEntry(object));

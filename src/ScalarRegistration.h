@@ -10,10 +10,6 @@
 
 namespace norva {
 
-/// The OID under which the scalars stand: the text of the unit's prefix object, or the fixed root
-/// when the object cannot be read or its text is not a usable OID (which is printed).
-std::vector<oid> readScalarRoot();
-
 /// Registers `objects` with the library, giving each its 1-based position as magic. Served are the
 /// first 255 and, of several with one suffix, the first; every object left out is reported.
 void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>& root);

@@ -1,33 +1,75 @@
 #include "SetValue.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
-#include "AnswerValue.h"
+#include "AgentLibrary.h"
+#include "AsnType.h"
 #include "ByteOrder.h"
 
 namespace norva {
 
+namespace {
+
+/// The library's value of a type that it holds as a `Held`.
+template <typename Held>
+Held held(const void* value) {
+  Held result{};
+  std::memcpy(&result, value, sizeof result);
+  return result;
+}
+
+}  // namespace
+
 SetValue::SetValue(std::uint8_t asnType, const void* value, std::size_t length)
-    : _bytes(static_cast<const std::uint8_t*>(value)), _size(length) {
-  if (!isHeldAsLong(asnType) || length != sizeof(long)) return;
-  long integer = 0;
-  std::memcpy(&integer, value, sizeof integer);
-  storeBe32(_integerBytes.data(), static_cast<std::uint32_t>(integer));
-  _bytes = _integerBytes.data();
-  _size = _integerBytes.size();
+    : _bytes(static_cast<const std::uint8_t*>(value)),
+      _size(length),
+      _byteSize(length),
+      _type(asnType) {
+  constexpr std::size_t kUnitLong = 4;
+  if (isInteger32(asnType) && length == sizeof(long)) {
+    hold(static_cast<std::uint32_t>(held<long>(value)), kUnitLong);
+  } else if (asnType == kAsnObjectId && length >= sizeof(oid)) {
+    // Its first sub-identifier is all that can be seen of it: it begins with a zero byte.
+    hold(static_cast<std::uint32_t>(held<oid>(value)), length / sizeof(oid) * kUnitLong);
+  } else if (asnType == kAsnCounter64 && length == sizeof(counter64)) {
+    hold(static_cast<std::uint32_t>(held<counter64>(value).low), 2 * kUnitLong);
+  } else if (asnType == ASN_OPAQUE_FLOAT && length == sizeof(float)) {
+    hold(std::bit_cast<std::uint32_t>(held<float>(value)), sizeof(float));
+  } else if (asnType == ASN_OPAQUE_DOUBLE && length == sizeof(double)) {
+    const auto bits = std::bit_cast<std::uint64_t>(held<double>(value));
+    hold(static_cast<std::uint32_t>(bits >> 32), sizeof(double));
+    storeBe32(_converted.data() + kUnitLong, static_cast<std::uint32_t>(bits));
+    _byteSize = sizeof(double);
+  }
+}
+
+void SetValue::hold(std::uint32_t integer, std::size_t size) {
+  storeBe32(_converted.data(), integer);
+  _bytes = _converted.data();
+  _size = size;
+  _byteSize = sizeof integer;
+}
+
+bool SetValue::isNumber() const {
+  return isInteger32(_type) || _type == kAsnCounter64;
+}
+
+bool SetValue::isAddress() const {
+  return _type == kAsnIpAddress && _byteSize == 4;
 }
 
 std::uint32_t SetValue::integer() const {
   std::uint8_t first[4] = {};
-  if (_size > 0) std::memcpy(first, _bytes, std::min(_size, sizeof first));
+  if (_byteSize > 0) std::memcpy(first, _bytes, std::min(_byteSize, sizeof first));
   return loadBe32(first);
 }
 
 std::string_view SetValue::text() const {
-  if (_size == 0) return {};
+  if (_byteSize == 0) return {};
   const char* start = reinterpret_cast<const char*>(_bytes);
-  return {start, strnlen(start, _size)};
+  return {start, strnlen(start, _byteSize)};
 }
 
 }  // namespace norva

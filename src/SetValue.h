@@ -1,6 +1,6 @@
 // The value of a SET as the unit's processor would see it, on every host: the library hands a
-// number as a `long` of the host, the unit knows four big-endian bytes. Texts and addresses are
-// bytes anyway.
+// number as a `long` of the host and a sub-identifier as an `oid` of the host, the unit knows four
+// big-endian bytes. Texts and addresses are bytes anyway.
 
 #ifndef NORVA_SET_VALUE_H_
 #define NORVA_SET_VALUE_H_
@@ -20,15 +20,28 @@ class SetValue {
   SetValue(const SetValue&) = delete;
   SetValue& operator=(const SetValue&) = delete;
 
-  /// The integer; of any other type the first four bytes as an integer, missing ones zero.
+  std::uint8_t type() const { return _type; }
+  /// Whether the type is a number's, INTEGER or another one's.
+  bool isNumber() const;
+  bool isAddress() const;
+
+  /// The number, the low 32 bits of a wider one; of any other type the first four bytes as an
+  /// integer, missing ones zero.
   std::uint32_t integer() const;
   /// The bytes up to the first NUL, never more than the library gave.
   std::string_view text() const;
+  /// Number of bytes that the unit's library would hold.
+  std::size_t size() const { return _size; }
 
  private:
-  std::array<std::uint8_t, 4> _integerBytes{};
+  /// Puts `integer` in place of what the host holds, `size` telling the unit's size.
+  void hold(std::uint32_t integer, std::size_t size);
+
+  std::array<std::uint8_t, 8> _converted{};
   const std::uint8_t* _bytes;
-  std::size_t _size;
+  std::size_t _size;      // on the unit
+  std::size_t _byteSize;  // of what _bytes points to
+  const std::uint8_t _type;
 };
 
 }  // namespace norva

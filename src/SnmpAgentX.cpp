@@ -1,13 +1,12 @@
 #include "SnmpAgentX.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "AnswerValue.h"
-#include "DataManage.h"
-#include "LibraryGate.h"
 #include "ObjValue.h"
+#include "ObjectAccess.h"
+#include "Output.h"
 #include "SetValue.h"
 #include "SnmpDataBase.h"
 
@@ -87,15 +86,12 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
 
   ObjValue record;
   record.setOid(object.objId);
-  int result = 0;
-  {
-    const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-    result = DataManage::getInstance()->getSnmpValue(record, *state().catalogue);
-  }
+  Presentation presentation;
+  const int result = readObject(record, *state().catalogue, presentation);
   AnswerValue& answer = state().answer;
-  answer = result == -1 ? AnswerValue() : AnswerValue(object.info.asnType, record);
+  answer = result == -1 ? AnswerValue() : answerFor(object.info.asnType, record, presentation);
   if (!answer.valid()) {
-    std::printf("SnmpAgentX::read_Var  getObjValue ERROR  oid = %X !!!!!!!!!!!\n", object.objId);
+    Output::print("SnmpAgentX::read_Var  getObjValue ERROR  oid = %X !!!!!!!!!!!\n", object.objId);
     return nullptr;
   }
   *varLen = answer.size();
@@ -113,21 +109,16 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
   ObjValue record = writeTemplate;
   // The type in the request, not the object's, decides how the value is written.
   const SetValue value(varValType, varVal, varValLen);
-  if (varValType == ASN_INTEGER) {
-    record.setInteger32(value.integer());
+  if (value.isNumber() || value.isAddress()) {
+    setNumber(record, value);
   } else {
     const std::string_view text = value.text();
     if (text.size() > ObjValue::kValueSize) return SNMP_ERR_BADVALUE;
     record.setText(text);
   }
-  int result = 0;
-  {
-    const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-    result = DataManage::getInstance()->setSnmpValue(record, *state().catalogue);
-  }
-  if (result == -1) return SNMP_ERR_BADVALUE;
-  std::printf("set 'ACTION'  oid = %x   set length = %d..\n", record.oid(),
-              static_cast<int>(varValLen));
+  if (norva::writeObject(record, *state().catalogue, value) == -1) return SNMP_ERR_BADVALUE;
+  Trace::print("set 'ACTION'  oid = %x   set length = %d..\n", record.oid(),
+               static_cast<int>(value.size()));
   return SNMP_ERR_NOERROR;
 }
 

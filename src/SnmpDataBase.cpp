@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "DataBaseAdapter.h"
+#include "Output.h"
 #include "Sqlite3.h"
 
 namespace norva {
@@ -85,7 +86,7 @@ class ResultTable {
   /// otherwise printed.
   bool hasColumns(const char* name, int wanted) const {
     if (_rows == 0 || _columns >= wanted) return true;
-    std::printf("%s has %d columns, %d are needed\n", name, _columns, wanted);
+    Output::print("%s has %d columns, %d are needed\n", name, _columns, wanted);
     return false;
   }
 
@@ -93,7 +94,7 @@ class ResultTable {
   bool isFilled(const char* name, int row, int wanted, int optional) const {
     for (int column = 0; column < wanted; ++column) {
       if (column == optional || text(row, column) != nullptr) continue;
-      std::printf("%s row %d: column %d is NULL, row not used\n", name, row, column);
+      Output::print("%s row %d: column %d is NULL, row not used\n", name, row, column);
       return false;
     }
     return true;
@@ -166,13 +167,13 @@ struct MappingTable {
 template <typename UseRow>
 int loadMapping(DataBaseAdapter& adapter, const MappingTable& mapping, int subsite, UseRow useRow) {
   if (adapter.open() != 0) {
-    std::printf("%s subsite %d db open error\n", mapping.loader, subsite);
+    Output::print("%s subsite %d db open error\n", mapping.loader, subsite);
     return -1;
   }
   const OpenDataBase closing(adapter);
   ResultTable table(adapter);
   if (table.getTable(mapping.name) != 0) {
-    std::printf(" subsite %d get %s error\n", subsite, mapping.name);
+    Output::print(" subsite %d get %s error\n", subsite, mapping.name);
     return -1;
   }
   if (!table.hasColumns(mapping.name, mapping.columns)) return -1;
@@ -265,7 +266,7 @@ int SnmpDataBase::getObjName(std::uint16_t objId, std::string& out) const {
       return 0;
     }
   }
-  std::printf("get name is %s\n", out.c_str());
+  Output::print("get name is %s\n", out.c_str());
   return -1;
 }
 
@@ -279,7 +280,7 @@ int SnmpDataBase::getSnmpTableOid(const std::string& ancestorNode, std::uint32_t
       return 0;
     }
   }
-  std::printf(" %s %s\n ", "getSnmpTableOid", key.c_str());
+  Output::print(" %s %s\n ", "getSnmpTableOid", key.c_str());
   return -1;
 }
 
@@ -338,13 +339,13 @@ int SnmpDataBase::countTableRows(const std::string& ancestorNode) const {
 
 int SnmpDataBase::loadSlotFreq(DataBaseAdapter& adapter) {
   if (adapter.open() != 0) {
-    std::puts(" db open error");
+    Output::puts(" db open error");
     return -1;
   }
   const OpenDataBase closing(adapter);
   ResultTable table(adapter);
   if (table.getTable(kSlotFreqTable) != 0) {
-    std::puts(" db get table error");
+    Output::puts(" db get table error");
     return -1;
   }
   constexpr int kLowKey = 0;

@@ -3,12 +3,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <string_view>
 #include <utility>
 
 #include "DataManage.h"
-#include "OutputFlusher.h"
+#include "Output.h"
 #include "TrapAlarm.h"
 
 namespace norva {
@@ -23,7 +22,7 @@ constexpr std::uint16_t kObjText4 = 0x0600;
 /// Reads an object into `record`, which a failed read leaves as it was. Deliberate: the failure is
 /// told by -1, which getObjValue never returns.
 void readObject(std::uint16_t oid, ObjValue& record, const char* error) {
-  if (DataManage::getInstance()->getObjValue(oid, record) == -1) std::puts(error);
+  if (DataManage::getInstance()->getObjValue(oid, record) == -1) Output::puts(error);
 }
 
 ObjValue readObject(std::uint16_t oid, const char* error) {
@@ -50,7 +49,7 @@ SnmpEventNotify::SnmpEventNotify(std::string name, TrapAlarm* alarmTrap)
     : Thread(kRunning, 0, 0), _name(std::move(name)), _alarmTrap(alarmTrap) {
   DataManage::getInstance()->getObjValue(kObjHeartBeatInterval, _intervalObject);
   _heartBeatInterval = _intervalObject.value()[0];
-  std::printf("Init _heartBeatInterval is %d \n", _heartBeatInterval);
+  Output::print("Init _heartBeatInterval is %d \n", _heartBeatInterval);
   initHeartBeatMsg(_heartMsg);
 }
 
@@ -65,20 +64,20 @@ void SnmpEventNotify::initHeartBeatMsg(TrapMessage& heartMsg) {
   const ObjValue deviceRaw = readObject(kObjDeviceId, "setSnmpValue::select 0x0101 error!");
   heartMsg.setDeviceRaw(deviceRaw.value()[0]);
   const ObjValue text4 = readObject(kObjText4, "setSnmpValue::select 0x0600 error!");
-  std::printf("SnmpEventNotify::initHeartBeatMsg heartMsg.deviceId=%d\n", heartMsg.deviceId());
+  Output::print("SnmpEventNotify::initHeartBeatMsg heartMsg.deviceId=%d\n", heartMsg.deviceId());
   heartMsg.setText(TrapMessage::kText4, valueBytes(text4));
 }
 
 void SnmpEventNotify::readHeartBeatInterval() {
   readObject(kObjHeartBeatInterval, _intervalObject, "setSnmpValue::select 0x0FFA error!");
   _heartBeatInterval = _intervalObject.value()[0];
-  std::printf("_heartBeatInterval is changed to %d \n", _heartBeatInterval);
+  Trace::print("_heartBeatInterval is changed to %d \n", _heartBeatInterval);
 }
 
 void SnmpEventNotify::readHeartBeatSwFlag() {
   readObject(kObjHeartBeatSwitch, _switchObject, "setSnmpValue::select 0x0FFB error!");
   _heartBeatSwFlag = _switchObject.value()[0];
-  std::printf("_heartBeatSwFlag is changed to %d \n", _heartBeatSwFlag);
+  Trace::print("_heartBeatSwFlag is changed to %d \n", _heartBeatSwFlag);
 }
 
 void SnmpEventNotify::run() {
@@ -86,9 +85,8 @@ void SnmpEventNotify::run() {
   constexpr unsigned kIdlePause = 2;
   std::uint8_t heartBeats = 0;
   for (;;) {
-    std::puts("SnmpEventNotify::run send heartbeat ");
+    Trace::puts("SnmpEventNotify::run send heartbeat ");
     readHeartBeatInterval();
-    OutputFlusher::getInstance().soon();
     sleep(_heartBeatInterval * kSecondsPerMinute);
     if (status() == kIdle) {
       sleep(kIdlePause);
@@ -99,10 +97,10 @@ void SnmpEventNotify::run() {
       _heartMsg.setMsgType(kMsgHeartbeat);
       const char* value = (heartBeats & 1) != 0 ? "1" : "0";
       ++heartBeats;
-      std::puts("_alarmTrap->sendTrap ");
+      Trace::puts("_alarmTrap->sendTrap ");
       _alarmTrap->sendTrap(_heartMsg, "heartbeat", value);
     }
-    std::puts("send heartTrap end ");
+    Trace::puts("send heartTrap end ");
   }
 }
 

@@ -88,6 +88,18 @@ int SnmpObjConvertStrategy::convertToObj(std::uint16_t covMethod, ObjValue& reco
   }
 }
 
+bool SnmpObjConvertStrategy::makesText(std::uint16_t covMethod) {
+  switch (methodOf(covMethod)) {
+    case ConversionMethod::kIpText:
+    case ConversionMethod::kIpTextToo:
+    case ConversionMethod::kTimeText:
+    case ConversionMethod::kFixedText:
+      return true;
+    default:
+      return false;
+  }
+}
+
 int SnmpObjConvertStrategy::toIpText(ObjValue& record) const {
   char text[ObjValue::kValueSize] = {};
   const std::uint8_t* value = record.value();

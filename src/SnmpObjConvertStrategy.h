@@ -39,6 +39,9 @@ class SnmpObjConvertStrategy {
   /// or -1 with the record unchanged for a text that method 4 cannot read.
   int convertToObj(std::uint16_t covMethod, ObjValue& record) const;
 
+  /// True when convertToSnmp leaves a text, whatever the device holds.
+  static bool makesText(std::uint16_t covMethod);
+
   // The single conversions, each returning 0 or -1 as said.
 
   int toIpText(ObjValue& record) const;

@@ -5,13 +5,12 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 
 #include "DeviceLayout.h"
-#include "OutputFlusher.h"
+#include "Output.h"
+#include "Shell.h"
 
 namespace norva {
 
@@ -22,12 +21,6 @@ constexpr char kKillCommand[] = "killall -9 snmpd";
 constexpr char kFinding[] = "duplicate registration";
 constexpr std::size_t kLineSize = 256;
 constexpr unsigned kPassInterval = 10;  // seconds
-
-/// Failures show in snmpd's own log or in its absence.
-void runInShell(const std::string& command) {
-  OutputFlusher::getInstance().soon();
-  [[maybe_unused]] const int status = std::system(command.c_str());
-}
 
 bool isDirectory(const char* path) {
   DIR* directory = opendir(path);
@@ -45,6 +38,22 @@ void prepareDirectories() {
   if (!isDirectory(kConfDirectory)) runInShell(std::string("mkdir ") + kConfDirectory);
 }
 
+bool reportsFinding() {
+  std::ifstream log(kSnmpdLog);
+  char line[kLineSize] = {};
+  // Deliberate: a line that does not fit fails the stream, and what is behind it is not seen.
+  while (log.getline(line, sizeof line)) {
+    if (std::strstr(line, kFinding) != nullptr) return true;
+  }
+  return false;
+}
+
+bool isTooLarge() {
+  struct stat status {};
+  stat(kSnmpdLog, &status);
+  return static_cast<std::int32_t>(status.st_size) > SnmpdManager::kMaxLogSize;
+}
+
 }  // namespace
 
 SnmpdManager::SnmpdManager(const std::string& command) : Thread(kRunning, 0, 0), _command(command) {
@@ -53,27 +62,17 @@ SnmpdManager::SnmpdManager(const std::string& command) : Thread(kRunning, 0, 0),
 }
 
 void SnmpdManager::run() {
-  std::ifstream log;
-  char line[kLineSize] = {};
   for (;;) {
-    log.open(kSnmpdLog);
-    // Deliberate: a line that does not fit fails the stream and ends this pass.
-    while (log.getline(line, sizeof line)) {
-      if (std::strstr(line, kFinding) == nullptr) continue;
-      log.close();
-      restartSnmpd();
-    }
-    log.close();
-
-    struct stat status {};
-    stat(kSnmpdLog, &status);
-    if (static_cast<std::int32_t>(status.st_size) > kMaxLogSize) restartSnmpd();
-    OutputFlusher::getInstance().soon();
+    if (reportsFinding()) restartIf(reportsFinding);
+    if (isTooLarge()) restartIf(isTooLarge);
     sleep(kPassInterval);
   }
 }
 
-void SnmpdManager::restartSnmpd() const {
+void SnmpdManager::restartIf(bool (*isNeeded)()) {
+  const std::lock_guard lock(_restartMutex);
+  // The other supervisor may have seen the same and restarted already.
+  if (!isNeeded()) return;
   runInShell(kKillCommand);
   runInShell(std::string("rm ") + kSnmpdLog);
   runInShell("sync");
@@ -86,7 +85,7 @@ int startSnmpd(const MasterAgent*, const char* confPath, const char* udpPort,
   const std::string command = std::string(kSnmpdProgram) + " -x " + transport + " -f -Le -c " +
                               confPath + " UDP:" + udpPort + " -Lf " + kSnmpdLog + " &";
   runInShell(kKillCommand);
-  std::printf("cmd->%s\n", command.c_str());
+  Output::print("cmd->%s\n", command.c_str());
   runInShell(command);
   auto* manager = new SnmpdManager(command);
   // Deliberate: a second supervisor on the same object.

@@ -2,13 +2,13 @@
 // reports a duplicate registration or grows too large.
 //
 // startSnmpd runs once on the main thread, before the agent attaches. Two supervisor threads run
-// the same loop on one object; they share only the command, which never changes. Both may act on
-// one finding: the second master then ends by itself, its port being taken. snmpd is not stopped
-// when the agent ends.
+// the same loop on one object; a lock around the restart and a second look at the log make one
+// restart of one finding. snmpd is not stopped when the agent ends.
 
 #ifndef NORVA_SNMPD_MANAGER_H_
 #define NORVA_SNMPD_MANAGER_H_
 
+#include <mutex>
 #include <string>
 
 #include "Thread.h"
@@ -29,9 +29,11 @@ class SnmpdManager : public Thread {
   void run() override;
 
  private:
-  void restartSnmpd() const;
+  /// Restarts snmpd unless the other supervisor has removed the reason meanwhile.
+  void restartIf(bool (*isNeeded)());
 
   const std::string _command;
+  std::mutex _restartMutex;
 };
 
 /// Prepares snmpd's directories, ends every running snmpd, launches snmpd in the background and

@@ -4,6 +4,8 @@
 
 #include <cstdio>
 
+#include "Output.h"
+
 namespace norva {
 
 Sqlite3::Sqlite3(const char* path) : _path(path) {}
@@ -15,7 +17,7 @@ Sqlite3::~Sqlite3() {
 int Sqlite3::open() {
   if (_db != nullptr) return 0;
   if (sqlite3_open(_path.c_str(), &_db) != SQLITE_OK) {
-    std::printf("ERROR: open file %s failed! \n", _path.c_str());
+    Output::print("ERROR: open file %s failed! \n", _path.c_str());
     return -1;
   }
   return 0;
@@ -29,6 +31,7 @@ int Sqlite3::close() {
 }
 
 int Sqlite3::getTable(const char* tableName, char*** result, int* rows, int* columns) {
+  *result = nullptr;  // also behind a failure: the caller gives it back in any case
   char sql[256];
   const int length = std::snprintf(sql, sizeof sql, "SELECT * FROM %s", tableName);
   if (length < 0 || static_cast<std::size_t>(length) >= sizeof sql) return -1;
@@ -43,7 +46,7 @@ void Sqlite3::freeTable(char** result) {
 int Sqlite3::query(const char* sql, char*** result, int* rows, int* columns) {
   _errMsg = nullptr;
   if (sqlite3_get_table(_db, sql, result, rows, columns, &_errMsg) != SQLITE_OK) {
-    std::printf("SQL ERROR  [%s] %s\n", sql, sqlite3_errmsg(_db));
+    Output::print("SQL ERROR  [%s] %s\n", sql, sqlite3_errmsg(_db));
     return -1;
   }
   return 0;

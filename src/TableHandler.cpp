@@ -1,12 +1,13 @@
 #include "TableHandler.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <vector>
 
 #include "AnswerValue.h"
-#include "DataManage.h"
-#include "LibraryGate.h"
+#include "AsnType.h"
+#include "ObjectAccess.h"
+#include "OidPrefix.h"
+#include "Output.h"
 #include "SetValue.h"
 #include "SnmpDataBase.h"
 #include "SnmpObjConvertStrategy.h"
@@ -19,38 +20,53 @@ namespace {
 constexpr std::uint32_t kIndexColumn = 1;
 constexpr std::uint16_t kAccessReadWrite = 3;
 constexpr std::size_t kMaxNodeLength = 32;
+constexpr char kCellReadError[] = " get_ data is ERROR !!!!!!!!!!!!!!!!!!!";
 
 void answerInteger(netsnmp_variable_list* variable, std::int32_t integer) {
   snmp_set_var_typed_value(variable, ASN_INTEGER, &integer, sizeof integer);
+}
+
+void answerCell(std::uint16_t asnType, const ObjValue& record, Presentation presentation,
+                netsnmp_variable_list* variable) {
+  const AnswerValue answer = answerFor(asnType, record, presentation);
+  if (!answer.valid()) {
+    Output::puts(kCellReadError);
+    return;
+  }
+  snmp_set_var_typed_value(variable, answer.type(), answer.data(), answer.size());
+}
+
+/// Whether a value reaches a cell that is no INTEGER as a number. Deliberate: an INTEGER under a
+/// text's type does not, it is written as the text of its bytes.
+bool writesNumber(const SetValue& value, std::uint16_t asnType) {
+  if (value.type() != ASN_INTEGER) return value.isNumber() || value.isAddress();
+  const auto tag = static_cast<std::uint8_t>(asnType);
+  return isInteger32(tag) || tag == kAsnCounter64 || tag == kAsnIpAddress;
 }
 
 /// Writes what `variable` holds. Returns an SNMP error status.
 int writeCell(const netsnmp_variable_list& variable, const ObjInfo& info, ObjValue record,
               const SnmpDataBase& catalogue) {
   const SetValue value(variable.type, variable.val.string, variable.val_len);
-  if (info.asnType == kAsnInteger) {
+  if (info.asnType == kAsnInteger && !value.isAddress()) {
     record.setInteger32(value.integer());
+  } else if (writesNumber(value, info.asnType)) {
+    setNumber(record, value);
   } else {
     record.setText(value.text());
   }
-  int result = 0;
-  {
-    const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-    result = DataManage::getInstance()->setSnmpValue(record, catalogue);
-  }
-  if (result != -1) return SNMP_ERR_NOERROR;
-  std::puts("SNMP_ERR_BADVALUE");
+  if (writeObject(record, catalogue, value) != -1) return SNMP_ERR_NOERROR;
+  Output::puts("SNMP_ERR_BADVALUE");
   return SNMP_ERR_BADVALUE;
 }
 
 /// Reads a cell's object into the class's buffer. What an earlier cell left there goes first, so
 /// that a failed read is never answered with another cell's value.
-int readCell(TableClassState& state, const SnmpTableObjRecord& cell) {
+int readCell(TableClassState& state, const SnmpTableObjRecord& cell, Presentation& presentation) {
   ObjValue& buffer = state.objectBuffer;
   buffer = ObjValue();
   buffer.setOid(cell.objId);
-  const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-  return DataManage::getInstance()->getSnmpValue(buffer, *state.catalogue);
+  return readObject(buffer, *state.catalogue, presentation);
 }
 
 /// One request of a PDU. `first` is the first request of its list. Returns an SNMP error status.
@@ -71,20 +87,19 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
   }
   // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
   // its access is tested, and a SET on it succeeds without writing.
-  const bool isRead = readCell(state, cell) != -1;
-  const AnswerValue answer(cell.info.asnType, state.objectBuffer);
-  if (!isRead || (mode == MODE_GET && !answer.valid())) {
-    std::puts(" get_ data is ERROR !!!!!!!!!!!!!!!!!!!");
+  Presentation presentation;
+  if (readCell(state, cell, presentation) == -1) {
+    Output::puts(kCellReadError);
     return SNMP_ERR_NOERROR;
   }
 
   switch (mode) {
     case MODE_GET:
-      snmp_set_var_typed_value(request->requestvb, answer.type(), answer.data(), answer.size());
+      answerCell(cell.info.asnType, state.objectBuffer, presentation, request->requestvb);
       return SNMP_ERR_NOERROR;
     case MODE_SET_RESERVE1:
       if (cell.info.access == kAccessReadWrite) return SNMP_ERR_NOERROR;
-      std::printf(" %s SNMP_ERR_READONLY\n", state.traits.sourceName);
+      Output::print(" %s SNMP_ERR_READONLY\n", state.traits.sourceName);
       return SNMP_ERR_READONLY;
     case MODE_SET_ACTION:
       // Deliberate: the first request's value goes to every cell of the list.
@@ -114,7 +129,7 @@ void registerTable(TableClassState& state, const std::vector<oid>& node) {
   netsnmp_handler_registration* registration = netsnmp_create_handler_registration(
       state.traits.registrationName, handleRequest, node.data(), node.size(), HANDLER_CAN_RWRITE);
   if (registration == nullptr) {
-    std::puts("netsnmp_handler_registration* my_handler is NULL");
+    Output::puts("netsnmp_handler_registration* my_handler is NULL");
     return;
   }
   // With the handler and not with the registration: when the library splits the table around
@@ -173,22 +188,20 @@ void TableHandler::init_table(std::int32_t tableFlag, const std::string& ancesto
   _state.ancestorNode = ancestorNode;
   _state.tableFlag = tableFlag;
 
-  ObjValue record;
-  DataManage::getInstance()->getObjValue(kObjOidPrefix, record);
-  const std::string prefix(record.text());
+  const std::string prefix = readTablePrefix();
   const std::string node = prefix + ancestorNode;
   // Deliberate: every class prints the first one's name.
   if (_state.traits.printsPrefix) {
-    std::printf("TableHandlerOne::init_table ancestorNode=%s\n", ancestorNode.c_str());
-    std::printf("TableHandlerOne::init_table OId(0x80BA)=%s\n", prefix.c_str());
+    Output::print("TableHandlerOne::init_table ancestorNode=%s\n", ancestorNode.c_str());
+    Output::print("TableHandlerOne::init_table OId(0x80BA)=%s\n", prefix.c_str());
   }
-  std::printf("TableHandlerOne::init_table node=%s\n", node.c_str());
+  Output::print("TableHandlerOne::init_table node=%s\n", node.c_str());
 
   std::uint32_t subIdentifiers[kMaxNodeLength] = {};
   const std::uint32_t count = parseOidText(node.c_str(), subIdentifiers, kMaxNodeLength);
   if (count == 0 || count > kMaxNodeLength) {
-    std::printf("%s: table node of %u sub-identifiers is not served, 1 to %zu are possible\n",
-                _state.traits.registrationName, count, kMaxNodeLength);
+    Output::print("%s: table node of %u sub-identifiers is not served, 1 to %zu are possible\n",
+                  _state.traits.registrationName, count, kMaxNodeLength);
     return;
   }
   registerTable(_state, {subIdentifiers, subIdentifiers + count});

@@ -4,24 +4,29 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <thread>
 
 #include "AgentLibrary.h"
 #include "LibraryGate.h"
 #include "MasterSession.h"
+#include "Output.h"
+#include "Shell.h"
 
 namespace norva {
 
 namespace {
 
-/// Does not return. The process ends through killall; where that is missing, or the process runs
-/// under another name (an emulator, a debugger), it ends itself.
+/// How long killall may take. It ends the process itself.
+constexpr std::chrono::milliseconds kKillLimit{1000};
+constexpr std::chrono::milliseconds kOutputLimit{1000};
+
+/// The process ends through killall. Where that is missing or hangs, or the process runs under
+/// another name (an emulator, a debugger), it ends itself; process 1 of a container does not die of
+/// a signal.
 [[noreturn]] void killAll() {
-  [[maybe_unused]] const int status = std::system("killall -9 norvaSnmp");
+  runInShell("killall -9 norvaSnmp", kKillLimit);
   kill(getpid(), SIGKILL);
-  for (;;) pause();
+  _exit(128 + SIGKILL);
 }
 
 void waitFor(sem_t& semaphore) {
@@ -37,6 +42,11 @@ void shutDownLibrary(const LibraryGate::Loan& loan, const char* name) {
 }  // namespace
 
 Termination* Termination::_instance = nullptr;
+
+void Termination::beforeStartUp() {
+  if (getpid() != 1) return;
+  signal(SIGTERM, [](int) { _exit(128 + SIGTERM); });
+}
 
 Termination::Watchdog::Watchdog() : Thread(kRunning, 0, 0) {
   sem_init(&_armed, 0, 0);
@@ -70,11 +80,10 @@ void Termination::handler(int signalNumber) {
 void Termination::run() {
   waitFor(_requested);
   _watchdog.arm();
-  std::puts("get SIGNUM!");
-  std::fflush(stdout);
+  Output::puts("get SIGNUM!");
   const LibraryGate::Loan loan(LibraryGate::getInstance(), kGateLimit);
   if (loan.held()) shutDownLibrary(loan, agentXName);
-  std::fflush(stdout);
+  Output::getInstance().drain(kOutputLimit);
   killAll();
 }
 

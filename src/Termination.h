@@ -5,9 +5,9 @@
 // interrupted the library hangs, and takes the master agent with it. The thread takes the library
 // gate with a bounded wait and leaves the shutdown out when a request is in the middle of a device
 // round trip that does not end in that time. A second thread, the watchdog, runs the killall in any
-// case after kLimit, whatever the first one waits for, be it a reader of standard output who reads
-// no more. Signals are not blocked for this: programs started through the shell would inherit the
-// mask.
+// case after kLimit, whatever the first one waits for. The killall itself is given a second, then
+// the process ends without it. Signals are not blocked for this: programs started through the shell
+// would inherit the mask.
 
 #ifndef NORVA_TERMINATION_H_
 #define NORVA_TERMINATION_H_
@@ -28,6 +28,10 @@ class Termination : public Thread {
   /// Name under which the library's shutdown keeps its persistent data. Null unless the agent only
   /// attaches (-X): deliberate, what the default mode leaves is not read at its next start.
   static inline const char* agentXName = nullptr;
+
+  /// Before the handler is installed SIGTERM ends the process by its default action, but for the
+  /// first process of a container, which has none: that is given one here. Main thread.
+  static void beforeStartUp();
 
   /// Starts the two threads. False when the system refuses them; `handler` is not to be installed
   /// then. Main thread, once.

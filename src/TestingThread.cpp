@@ -1,7 +1,8 @@
 #include "TestingThread.h"
 
-#include <cstdio>
 #include <utility>
+
+#include "Output.h"
 
 namespace norva {
 
@@ -9,7 +10,7 @@ TestingThread::TestingThread(std::int32_t policy, std::int32_t priority, std::st
     : Thread(kRunning, policy, priority), _label(std::move(label)) {}
 
 void TestingThread::run() {
-  for (;;) std::printf("testing thread %s running.........................\n", _label.c_str());
+  for (;;) Output::print("testing thread %s running.........................\n", _label.c_str());
 }
 
 }  // namespace norva

@@ -10,6 +10,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <mutex>
+#include <optional>
 #include <string>
 
 namespace norva {
@@ -29,12 +31,13 @@ class Thread {
   /// The thread's body, on the new thread; in every class of the process it never returns.
   virtual void run();
 
-  /// Starts the thread. 0, or -1 after printing when the system refuses. A second start makes a
-  /// second thread that runs the same `run` on the same object.
+  /// Starts the thread, detached. 0, or -1 after printing when the system refuses. A second start
+  /// makes a second thread that runs the same `run` on the same object; it is the one that `stop`
+  /// ends.
   virtual int start();
 
-  /// Calls onStop, then detaches and cancels the thread at its next cancellation point. 0 with flag
-  /// and words cleared, or -1 after printing when there is no thread, or no longer.
+  /// Calls onStop, then cancels the thread at its next cancellation point. 0 with flag and words
+  /// cleared, or -1 after printing when there is no thread, or no longer.
   virtual int stop();
 
   virtual std::string getName() const { return _name; }
@@ -55,13 +58,13 @@ class Thread {
   static void* entry(void* object);
 
   std::atomic<std::int32_t> _status;
-  std::atomic<bool> _alive = false;  // the handle may be used: cancelling tells nothing of that
   bool _flag = false;
   std::string _name;
   std::int32_t _wordA = 0;
   std::int32_t _wordB = 0;
   std::int32_t _wordC = 0;
-  pthread_t _thread{};
+  std::mutex _handleMutex;  // guards _thread; held by a thread that ends while it forgets it
+  std::optional<pthread_t> _thread;  // started last; none when it has ended or was stopped
   const std::int32_t _policy;
   const std::int32_t _priority;
 };

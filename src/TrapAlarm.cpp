@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <chrono>
-#include <cstdio>
 #include <numeric>
 #include <string_view>
 #include <thread>
@@ -13,7 +12,7 @@
 
 #include "DataManage.h"
 #include "ObjValue.h"
-#include "OutputFlusher.h"
+#include "Output.h"
 #include "SnmpDataBase.h"
 
 namespace norva {
@@ -93,7 +92,7 @@ void TrapAlarm::init(const SnmpDataBase& catalogue) {
   _catalogue = &catalogue;
   ObjValue version;
   if (DataManage::getInstance()->getObjValue(kObjNotificationVersion, version) == -1) {
-    std::puts("setSnmpValue::select 0x0611 error!");
+    Output::puts("setSnmpValue::select 0x0611 error!");
   }
   if (version.value()[0] != 0) {
     _trapType = kSnmpV3;
@@ -104,17 +103,17 @@ void TrapAlarm::init(const SnmpDataBase& catalogue) {
     _trapType = kSnmpV2c;
     _sender = [](const LibraryGate::Loan&, netsnmp_variable_list* list) { send_v2trap(list); };
   }
-  std::printf("Init _trapType is %d \n", _trapType);
+  Output::print("Init _trapType is %d \n", _trapType);
 
   _queueId = msgget(_queueKey, IPC_CREAT | 0666);
-  if (_queueId == -1) std::puts("Trap::Trap  create msg error");
+  if (_queueId == -1) Output::puts("Trap::Trap  create msg error");
   _typeMap.insert(std::begin(kNotifications), std::end(kNotifications));
 }
 
 void TrapAlarm::run() {
   for (;;) {
     TrapMessage event;
-    while (receive(event) == 0) std::puts("not receive !!");
+    while (receive(event) == 0) Output::puts("not receive !!");
     // Deliberate: an event of an object without a scalar mapping is dropped, whatever its type.
     std::string name;
     if (_catalogue->getObjName(event.objId(), name) != 0) continue;
@@ -126,14 +125,13 @@ int TrapAlarm::receive(TrapMessage& event) {
   alignas(long) std::uint8_t buffer[ComPortAdapter::kTypeSize + kReceiveLimit] = {};
   const int length = DataManage::getInstance()->readAlarm(buffer, kReceiveLimit);
   const int error = errno;
-  std::printf("receivebuf len is %d \n", length);
+  Output::print("receivebuf len is %d \n", length);
   event = TrapMessage();
   if (length != -1) {
     event = TrapMessage(buffer, static_cast<std::size_t>(length));
   } else if (error == E2BIG && DataManage::getInstance()->dropAlarm()) {
-    std::puts("alarm message too large to receive, taken off the queue");
+    Output::puts("alarm message too large to receive, taken off the queue");
   } else {
-    OutputFlusher::getInstance().soon();
     std::this_thread::sleep_for(kPauseAfterFailure);
   }
   return length;
@@ -144,7 +142,7 @@ void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string
     case kMsgAlarm:
       value = event.cleared() ? "Clear Alarm" : "New Alarm";
       _catalogue->getObjName(event.objId(), name);
-      std::printf("val is %s, name is %s \n", value.c_str(), name.c_str());
+      Trace::print("val is %s, name is %s \n", value.c_str(), name.c_str());
       break;
     case kMsgRuChange:
       value = event.cleared() ? "Remove RU" : "Add RU";
@@ -165,16 +163,16 @@ void TrapAlarm::sendTrap(const TrapMessage& trapMessage, const std::string& name
                          const std::string& value) {
   const auto notification = _typeMap.find(trapMessage.msgType());
   if (notification == _typeMap.end()) {
-    std::printf("TrapAlarm::sendTrap no notification for msgType %d\n", trapMessage.msgType());
+    Output::print("TrapAlarm::sendTrap no notification for msgType %d\n", trapMessage.msgType());
     return;
   }
   const LibraryGate::Loan loan(LibraryGate::getInstance());
   ++_trapSeq;
   Bindings bindings(notification->second);
-  std::printf("TrapAlarm::sendTrap trapmsg.deviceId=%d\n", trapMessage.deviceId());
-  std::printf("string is %s \n", name.c_str());
+  Trace::print("TrapAlarm::sendTrap trapmsg.deviceId=%d\n", trapMessage.deviceId());
+  Trace::print("string is %s \n", name.c_str());
   bindings.add(kPayloadName, name);
-  std::printf("string is %s \n", value.c_str());
+  Trace::print("string is %s \n", value.c_str());
   bindings.add(kPayloadValue, value);
   bindings.add(kPayloadDeviceId, trapMessage.deviceId());
   // Deliberate: the record keeps the sixth text before the fifth.

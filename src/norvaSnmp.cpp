@@ -1,10 +1,12 @@
 // Entry of the agent: command line, then one of the two start-up sequences, then the request loop.
 
+#include <fcntl.h>
 #include <signal.h>
 #include <strings.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -14,7 +16,7 @@
 #include "LibraryGate.h"
 #include "MasterAgent.h"
 #include "MasterSession.h"
-#include "OutputFlusher.h"
+#include "Output.h"
 #include "SnmpEventNotify.h"
 #include "SnmpdManager.h"
 #include "Termination.h"
@@ -27,6 +29,8 @@ constexpr char kNoPath[] = "null:path";
 constexpr char kNoPort[] = "null:port";
 constexpr char kNoName[] = "null:name";
 
+constexpr std::chrono::milliseconds kExitOutputLimit{1000};
+
 struct Options {
   const char* database = kNoPath;
   const char* conf = kNoPath;
@@ -37,8 +41,8 @@ struct Options {
 };
 
 void printUsage(const char* program) {
-  std::printf("\nUsage:  %s [OPTIONS] [LISTENING ADDRESSES]", program);
-  std::puts(
+  Output::print("\nUsage:  %s [OPTIONS] [LISTENING ADDRESSES]", program);
+  Output::puts(
       "\n  -c FILE[,...]\t\tif master agent,read FILE(s) as snmpd \n"
       "\t\t\t  configuration file(s),snmpd.conf.\n"
       "  -d FILE[,...]\t\tRead FILE(s) as database configuration file(s)\n"
@@ -55,13 +59,18 @@ void printUsage(const char* program) {
       "  --version\t\tShow norvaSnmp version.\n");
 }
 
+[[noreturn]] void exitWith(int status) {
+  Output::getInstance().drain(kExitOutputLimit);
+  std::exit(status);
+}
+
 [[noreturn]] void exitWithUsage(const char* program) {
   printUsage(program);
-  std::exit(1);
+  exitWith(1);
 }
 
 [[noreturn]] void refuse(const char* error, const char* program) {
-  std::puts(error);
+  Output::puts(error);
   exitWithUsage(program);
 }
 
@@ -69,8 +78,8 @@ void printUsage(const char* program) {
 void handleLongOption(const char* text, const char* program) {
   if (strcasecmp(text, "help") == 0) exitWithUsage(program);
   if (strcasecmp(text, "version") == 0) {
-    std::puts("norvaSnmp version:  1.0.0");
-    std::exit(0);
+    Output::puts("norvaSnmp version:  1.0.0");
+    exitWith(0);
   }
 }
 
@@ -107,7 +116,7 @@ Options parseOptions(int argc, char** argv) {
         handleLongOption(argument(), program);
         break;
       default:  // 'L' too: its argument is taken, then it is refused
-        std::printf("%s: error option\n", program);
+        Output::print("%s: error option\n", program);
         exitWithUsage(program);
     }
   }
@@ -119,8 +128,8 @@ bool isMissing(const char* value, const char* placeholder) {
 }
 
 void printOptions(const Options& options) {
-  std::printf("\ndbFath=%s\ntransport=%s\nagentXName=%s\n ", options.database, options.transport,
-              options.name);
+  Output::print("\ndbFath=%s\ntransport=%s\nagentXName=%s\n ", options.database, options.transport,
+                options.name);
 }
 
 void validateOptions(const Options& options, const char* program) {
@@ -133,6 +142,27 @@ void validateOptions(const Options& options, const char* program) {
   printOptions(options);
   if (isMissing(options.conf, kNoPath)) refuse("\nerror: no snmpd.conf path.", program);
   if (isMissing(options.port, kNoPort)) refuse("\nerror: no snmp udp port.", program);
+}
+
+/// A standard descriptor that was closed would be given to the next file or pipe that is opened,
+/// the library's own included, and the trace printed into it.
+void openStandardDescriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+    // Opening takes the lowest free number.
+    if (fcntl(fd, F_GETFD) == -1 && errno == EBADF) open("/dev/null", O_RDWR);
+  }
+}
+
+/// What the library logs reaches standard error without anybody waiting for its reader.
+void routeLibraryLog() {
+  netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
+  snmp_register_callback(
+      SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING,
+      [](int, int, void* message, void*) {
+        Output::standardError().write(static_cast<const snmp_log_message*>(message)->msg);
+        return 0;
+      },
+      nullptr);
 }
 
 /// Lets the library set up its MIB tree without any MIB text, which an agent does not need:
@@ -157,9 +187,9 @@ void configureSubagent(const char* transport) {
   MasterSession::follow();
 }
 
-void pauseFor(unsigned seconds) {
-  OutputFlusher::getInstance().soon();
-  sleep(seconds);
+/// Notifications would wait for ever without the gate.
+void openLibraryGate() {
+  if (LibraryGate::getInstance().open() != 0) exitWith(1);
 }
 
 void registerObjects() {
@@ -188,18 +218,17 @@ void installTerminationHandler() {
 /// Start-up with -X: attach to a master agent that runs already.
 void startSubagent(const Options& options) {
   printOptions(options);
-  std::puts("netsnmp_ds_set_boolean....");
+  Output::puts("netsnmp_ds_set_boolean....");
   configureSubagent(options.transport);
   const int rc = init_agent(options.name);
-  std::printf("init_agent rc=%d....\n", rc);
+  Output::print("init_agent rc=%d....\n", rc);
   MasterAgent::getInstance(options.database);
   registerObjects();
-  pauseFor(1);
-  std::printf("before initsnmp_subagent,agentXName=%s \n", options.name);
-  OutputFlusher::getInstance().soon();
+  sleep(1);
+  Output::print("before initsnmp_subagent,agentXName=%s \n", options.name);
   init_snmp(options.name);
-  std::puts("init_snmp end....");
-  LibraryGate::getInstance().open();
+  Output::puts("init_snmp end....");
+  openLibraryGate();
   startNotifications();
   Termination::agentXName = options.name;
   installTerminationHandler();
@@ -208,18 +237,18 @@ void startSubagent(const Options& options) {
 /// Start-up of the default mode: launch the master agent, then attach to it.
 void startWithMaster(const Options& options) {
   constexpr char kAgentName[] = "snmpAgentX";
-  std::puts("startSnmpd....");
+  Output::puts("startSnmpd....");
   const MasterAgent* agent = MasterAgent::getInstance(options.database);
   startSnmpd(agent, options.conf, options.port, options.transport);
-  std::puts("wating for snmpd");
-  pauseFor(5);
-  std::puts("netsnmp_ds_set_boolean in MASTER_AGENT....");
+  Output::puts("wating for snmpd");
+  sleep(5);
+  Output::puts("netsnmp_ds_set_boolean in MASTER_AGENT....");
   configureSubagent(options.transport);
   init_agent(kAgentName);
   registerObjects();
   init_snmp(kAgentName);
-  std::puts("init_snmp end....");
-  LibraryGate::getInstance().open();
+  Output::puts("init_snmp end....");
+  openLibraryGate();
   startNotifications();
   // Deliberate: the termination handler shuts the library down without a name in this mode.
   installTerminationHandler();
@@ -227,7 +256,6 @@ void startWithMaster(const Options& options) {
 
 [[noreturn]] void serveRequests() {
   for (;;) {
-    OutputFlusher::getInstance().soon();
     LibraryGate::getInstance().beginTurn(MasterSession::unacknowledged());
     agent_check_and_process(1);
   }
@@ -237,12 +265,17 @@ void startWithMaster(const Options& options) {
 }  // namespace norva
 
 int main(int argc, char** argv) {
+  norva::openStandardDescriptors();
   const norva::Options options = norva::parseOptions(argc, argv);
   norva::validateOptions(options, argv[0]);
 
+  norva::Termination::beforeStartUp();
   // A reader of standard output that goes away must not end the agent, nor a master that closes
   // the session while something is sent to it.
   signal(SIGPIPE, SIG_IGN);
+  norva::Output::getInstance().start();
+  norva::Output::standardError().start();
+  norva::routeLibraryLog();
   norva::initMibWithoutText();
   if (options.launchMaster) {
     norva::startWithMaster(options);

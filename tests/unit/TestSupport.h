@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "ComPortAdapter.h"
+#include "Output.h"
 
 namespace norva::test {
 
@@ -55,8 +56,10 @@ inline std::string trace(const Bytes& payload) {
 
 /// What `action` writes to standard output. The text of an assertion inside shows as a difference.
 inline std::string printed(const auto& action) {
+  Output::getInstance().drain({});
   testing::internal::CaptureStdout();
   action();
+  Output::getInstance().drain({});
   return testing::internal::GetCapturedStdout();
 }
 

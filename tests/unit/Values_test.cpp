@@ -10,50 +10,79 @@ namespace {
 
 using Integer = std::int32_t;  // answered in host order
 
+constexpr Presentation kNumber{Presentation::kInteger, 7}, kShortNumber{Presentation::kInteger, 5},
+    kMade{Presentation::kMadeText, 7}, kField4{Presentation::kTextField, 7},
+    kField20{Presentation::kTextField, 23};
+
 TEST(AnswerValueTest, AnswersEveryTypeOrNothing) {
-  const auto check = [](int type, const std::string& text, const std::optional<Bytes>& expected) {
-    SCOPED_TRACE(testing::Message() << type << " " << text);
+  const auto check = [](int type, const std::string& value, Presentation presentation,
+                        const std::optional<Bytes>& expected) {
+    SCOPED_TRACE(testing::Message() << type << " " << value);
     ObjValue record;
-    record.setText(text);
-    const AnswerValue answer(static_cast<std::uint16_t>(type), record);
+    value.copy(reinterpret_cast<char*>(record.value()), ObjValue::kValueSize);
+    const AnswerValue answer(static_cast<std::uint16_t>(type), record, presentation);
     EXPECT_EQ(answer.type(), type & 0xFF);
     EXPECT_EQ(answer.valid(), expected.has_value());
     if (!expected) return;
     EXPECT_EQ(Bytes(answer.data(), answer.data() + answer.size()), *expected);
   };
-  const std::string longText(50, 'z');
-  check(ASN_INTEGER, "ABCD", bytesOf(Integer{0x41424344}));
-  check(ASN_INTEGER, "\xFF\xFF\xFF\xFE", bytesOf(Integer{-2}));
-  check(ASN_OCTET_STR, "", Bytes());
-  check(ASN_OCTET_STR, longText, Bytes(50, 'z'));
-  check(ASN_GAUGE, "", bytesOf(Integer{0}));
-  check(ASN_GAUGE, "1", bytesOf(Integer{0x31}));
-  check(ASN_GAUGE, "123", bytesOf(Integer{0x313233}));
-  check(ASN_GAUGE, "12.5", bytesOf(Integer{0x31322E35}));
-  check(ASN_GAUGE, longText, bytesOf(Integer{0x7A7A7A7A}));
-  check(0x100 + ASN_INTEGER, "12", bytesOf(Integer{0x3132}));  // another type, the same low byte
-  check(ASN_IPADDRESS, "\x0A\x01\x02\x03", hex("0a 01 02 03"));
-  for (const char* text : {"", "123", "12345", "10.0.0.1"}) check(ASN_IPADDRESS, text, {});
-  for (const int type : std::vector<int>{0, ASN_NULL, ASN_OBJECT_ID, ASN_COUNTER64}) {
-    check(type, "1234", {});
+  const std::string zeros("\x0A\0\0\x07", 4);
+  check(ASN_INTEGER, "\xFF\xFF\xFF\xFE", kNumber, bytesOf(Integer{-2}));
+  check(ASN_INTEGER, "ABCDE", kMade, bytesOf(Integer{0x41424344}));
+  check(ASN_OCTET_STR, "", kField20, Bytes());
+  check(ASN_OPAQUE, std::string(50, 'z'), kField20, Bytes(50, 'z'));
+  // Another type with the low byte of INTEGER is a number's type like the others.
+  for (const int type :
+       {ASN_COUNTER, ASN_GAUGE, ASN_TIMETICKS, ASN_UINTEGER, 0x100 + ASN_INTEGER}) {
+    check(type, zeros, kNumber, bytesOf(Integer{0x0A000007}));
+    check(type, "12.50", kMade, {});
+    check(type, "1234", kField4, {});
+  }
+  check(ASN_COUNTER64, "\xFF\xFF\xFF\xFE", kNumber, bytesOf(counter64{0, 0xFFFFFFFE}));
+  check(ASN_COUNTER64, "1.00", kMade, {});
+  check(ASN_IPADDRESS, zeros, kNumber, hex("0a 00 00 07"));
+  check(ASN_IPADDRESS, zeros, kShortNumber, {});
+  check(ASN_IPADDRESS, zeros, kField4, hex("0a 00 00 07"));
+  check(ASN_IPADDRESS, "ABCD", kField20, hex("41 42 43 44"));
+  check(ASN_IPADDRESS, "1.00", kMade, {});
+  for (const Presentation presentation : {kMade, kField20}) {
+    check(ASN_IPADDRESS, "10.0.0.7", presentation, hex("0a 00 00 07"));
+    for (const char* text : {"", "123", "10.0.7", "10.0.0.256"}) {
+      check(ASN_IPADDRESS, text, presentation, {});
+    }
+  }
+  for (const int type : std::vector<int>{0, ASN_NULL, ASN_OBJECT_ID, ASN_NSAP}) {
+    check(type, "1234", kField20, {});
   }
 }
 
-TEST(SetValueTest, ReadsWhatTheLibraryHolds) {
-  const auto check = [](std::uint8_t type, const void* data, std::size_t length,
-                        std::uint32_t integer, const std::string& text) {
-    const SetValue value(type, data, length);
+TEST(SetValueTest, ReadsWhatTheUnitWouldHold) {
+  const auto check = [](int type, const void* data, std::size_t length, std::uint32_t integer,
+                        const std::string& text, std::size_t size) {
+    SCOPED_TRACE(type);
+    const SetValue value(static_cast<std::uint8_t>(type), data, length);
     EXPECT_EQ(value.integer(), integer);
     EXPECT_EQ(value.text(), text);
+    EXPECT_EQ(value.size(), size);
+    EXPECT_EQ(value.isNumber(), type == ASN_INTEGER || type == ASN_GAUGE || type == ASN_COUNTER64);
+    EXPECT_EQ(value.isAddress(), type == ASN_IPADDRESS && length == 4);
   };
   const long number = -2;
-  check(ASN_INTEGER, &number, sizeof number, 0xFFFFFFFE, "\xFF\xFF\xFF\xFE");
-  check(ASN_GAUGE, &number, sizeof number, 0xFFFFFFFE, "\xFF\xFF\xFF\xFE");
-  check(ASN_OCTET_STR, "12345\0cut", 9, 0x31323334, "12345");
-  check(ASN_OCTET_STR, "12345", 3, 0x31323300, "123");
-  check(ASN_OCTET_STR, "12345", 0, 0, "");
-  check(ASN_OCTET_STR, nullptr, 0, 0, "");
-  check(ASN_IPADDRESS, "\x0A\x01\x02\x03", 4, 0x0A010203, "\x0A\x01\x02\x03");
+  const oid name[] = {1, 3, 6};
+  const counter64 wide{7, 0x01020304};
+  const float single = 1.0F;
+  const double twice = 1.0;
+  check(ASN_INTEGER, &number, sizeof number, 0xFFFFFFFE, "\xFF\xFF\xFF\xFE", 4);
+  check(ASN_GAUGE, &number, sizeof number, 0xFFFFFFFE, "\xFF\xFF\xFF\xFE", 4);
+  check(ASN_COUNTER64, &wide, sizeof wide, 0x01020304, "\x01\x02\x03\x04", 8);
+  check(ASN_OBJECT_ID, name, sizeof name, 1, "", 12);
+  check(ASN_OPAQUE_FLOAT, &single, sizeof single, 0x3F800000, "\x3F\x80", 4);
+  check(ASN_OPAQUE_DOUBLE, &twice, sizeof twice, 0x3FF00000, "\x3F\xF0", 8);
+  check(ASN_OCTET_STR, "12345\0cut", 9, 0x31323334, "12345", 9);
+  check(ASN_OCTET_STR, "12345", 3, 0x31323300, "123", 3);
+  check(ASN_OCTET_STR, nullptr, 0, 0, "", 0);
+  check(ASN_IPADDRESS, "\x0A\x01\x02\x03", 4, 0x0A010203, "\x0A\x01\x02\x03", 4);
+  check(ASN_IPADDRESS, "\x0A", 1, 0x0A000000, "\x0A", 1);
 }
 
 }  // namespace

@@ -1,0 +1,166 @@
+#include "Output.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <thread>
+#include <utility>
+
+namespace norva {
+
+namespace {
+
+/// Rounds without text after which the writer waits to be woken.
+constexpr int kQuietRounds = static_cast<int>(Output::kQuiet / Output::kDelay);
+
+void writeFormatted(const char* format, std::va_list arguments) {
+  std::array<char, 512> text;
+  std::va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(text.data(), text.size(), format, arguments);
+  if (length >= static_cast<int>(text.size())) {
+    std::string longText(static_cast<std::size_t>(length) + 1, '\0');
+    std::vsnprintf(longText.data(), longText.size(), format, again);
+    longText.pop_back();
+    Output::getInstance().write(longText);
+  } else if (length > 0) {
+    Output::getInstance().write({text.data(), static_cast<std::size_t>(length)});
+  }
+  va_end(again);
+}
+
+}  // namespace
+
+void Output::print(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  writeFormatted(format, arguments);
+  va_end(arguments);
+}
+
+void Trace::print(const char* format, ...) {
+  if (!enabled()) return;
+  std::va_list arguments;
+  va_start(arguments, format);
+  writeFormatted(format, arguments);
+  va_end(arguments);
+}
+
+Output& Output::getInstance() {
+  static auto* const instance = new Output(STDOUT_FILENO);
+  return *instance;
+}
+
+Output& Output::standardError() {
+  static auto* const instance = new Output(STDERR_FILENO, std::chrono::milliseconds::zero());
+  return *instance;
+}
+
+Output::Output(int fd, std::chrono::milliseconds delay)
+    : Thread(kRunning, 0, 0), _fd(fd), _delay(delay) {}
+
+int Output::start() {
+  if (isatty(_fd) == 1) _delay = std::chrono::milliseconds::zero();
+  _started = true;
+  if (Thread::start() == 0) return 0;
+  _started = false;
+  return -1;
+}
+
+void Output::write(std::string_view text, std::string_view end) {
+  const std::size_t size = text.size() + end.size();
+  if (size == 0) return;
+  bool wasAsleep = false;
+  {
+    const std::lock_guard lock(_mutex);
+    const bool startsLine = !_lineIsOpen;
+    _lineIsOpen = (end.empty() ? text : end).back() != '\n';
+    const std::size_t waiting = _pending.size() + _writing.size();
+    if (_dropped > 0) {
+      if (!startsLine || waiting > kCapacity / 2) {
+        _dropped += size;
+        return;
+      }
+      appendNotice();
+    } else if (waiting + size > kCapacity) {
+      _dropped = size;
+      return;
+    }
+    _pending.append(text).append(end);
+    _keptLineIsOpen = _lineIsOpen;
+    wasAsleep = std::exchange(_asleep, false);
+  }
+  if (wasAsleep) _wakeUp.notify_one();
+}
+
+void Output::appendNotice() {
+  if (_keptLineIsOpen) _pending += '\n';
+  _pending += std::to_string(_dropped) + " bytes of output were dropped, nobody read them\n";
+  _keptLineIsOpen = false;
+  _dropped = 0;
+}
+
+std::size_t Output::writeAll(std::string_view text) const {
+  while (!text.empty()) {
+    const ssize_t written = ::write(_fd, text.data(), text.size());
+    if (written >= 0) {
+      text.remove_prefix(static_cast<std::size_t>(written));
+    } else if (errno == EAGAIN) {
+      pollfd reader{_fd, POLLOUT, 0};
+      poll(&reader, 1, -1);
+    } else if (errno != EINTR) {
+      break;
+    }
+  }
+  return text.size();
+}
+
+bool Output::takeAndWrite(std::unique_lock<std::mutex>& lock) {
+  _writing.swap(_pending);
+  lock.unlock();
+  const std::size_t lost = writeAll(_writing);
+  lock.lock();
+  // What a full disk or a reader that is gone did not take counts with what had no room.
+  _dropped += lost;
+  _writing.clear();
+  return lost == 0;
+}
+
+void Output::run() {
+  std::unique_lock lock(_mutex);
+  const bool isImmediate = _delay == std::chrono::milliseconds::zero();
+  for (int quietRounds = 0;;) {
+    if (!_pending.empty()) {
+      quietRounds = 0;
+    } else if (isImmediate || ++quietRounds > kQuietRounds) {
+      _asleep = true;
+      _wakeUp.wait(lock, [this] { return !_pending.empty(); });
+      quietRounds = 0;
+    }
+    if (!isImmediate) {
+      lock.unlock();
+      std::this_thread::sleep_for(_delay);
+      lock.lock();
+    }
+    if (_pending.empty()) continue;
+    const bool isTaken = takeAndWrite(lock);
+    // What was dropped is told even if nothing more is printed.
+    if (isTaken && _pending.empty() && _dropped > 0 && !_lineIsOpen) appendNotice();
+    if (settled()) _settled.notify_all();
+  }
+}
+
+bool Output::drain(std::chrono::milliseconds limit) {
+  std::unique_lock lock(_mutex);
+  if (!_started) {
+    while (!_pending.empty()) takeAndWrite(lock);
+    return true;
+  }
+  return _settled.wait_for(lock, limit, [this] { return settled(); });
+}
+
+}  // namespace norva

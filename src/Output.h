@@ -1,0 +1,104 @@
+// Standard output: everything the agent prints goes through here.
+//
+// Whoever prints never waits for the reader: the text goes into a buffer in memory, from which one
+// writer thread takes it. A live reader has it within kDelay, a terminal at once. Text that a
+// reader who has stopped reading leaves no room for is dropped, from one line to a later one, and a
+// line says how many bytes that were once he reads again. A reader that is gone costs his output
+// only.
+//
+// Output is for what happens seldom: start-up, failures. Trace is for what a request, a
+// notification or a heartbeat prints while all is well, and can be switched off.
+//
+// Any thread. Printing makes no system call while output keeps coming; after kQuiet without any,
+// the next text wakes the writer.
+
+#ifndef NORVA_OUTPUT_H_
+#define NORVA_OUTPUT_H_
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "Thread.h"
+
+namespace norva {
+
+class Output : private Thread {
+ public:
+  static constexpr std::size_t kCapacity = 256 * 1024;  ///< bytes that may wait for the reader
+  static constexpr std::chrono::milliseconds kDelay{50};
+  static constexpr std::chrono::milliseconds kQuiet{1000};
+
+  /// As std::printf and std::puts.
+  [[gnu::format(printf, 1, 2)]] static void print(const char* format, ...);
+  static void puts(std::string_view line) { getInstance().write(line, "\n"); }
+
+  /// The process-wide instances: standard output, and standard error for what the library logs.
+  static Output& getInstance();
+  static Output& standardError();
+
+  /// Writes to `fd`, at the latest `delay` after the text was printed.
+  explicit Output(int fd, std::chrono::milliseconds delay = kDelay);
+
+  /// Starts the writer. Until then what is printed waits for `drain`. Main thread, once. 0, or -1
+  /// when the system refuses a thread.
+  int start() override;
+
+  /// `text`, then `end`.
+  void write(std::string_view text, std::string_view end = {});
+
+  /// Waits, at most for `limit`, until all that was printed has reached the reader, and tells
+  /// whether it has. Without a writer the caller writes, however long it takes.
+  bool drain(std::chrono::milliseconds limit);
+
+ private:
+  void run() override;
+
+  /// The functions below REQUIRE that the lock is held; takeAndWrite releases it meanwhile.
+  bool settled() const { return _pending.empty() && _writing.empty(); }
+  /// False when something could not be written.
+  bool takeAndWrite(std::unique_lock<std::mutex>& lock);
+  void appendNotice();
+  /// The number of bytes that `text` has behind what could be written.
+  std::size_t writeAll(std::string_view text) const;
+
+  const int _fd;
+  std::chrono::milliseconds _delay;  // zero: each text wakes the writer
+  bool _started = false;
+  std::mutex _mutex;                 // guards all below
+  std::condition_variable _wakeUp;   // the writer waits for text
+  std::condition_variable _settled;  // drain waits for the writer
+  std::string _pending;              // printed, not yet taken by the writer
+  std::string _writing;              // taken by the writer; it alone changes the text
+  bool _asleep = false;              // the writer waits for _wakeUp
+  bool _lineIsOpen = false;          // what was printed last, kept or dropped, ended no line
+  bool _keptLineIsOpen = false;      // the same of what was kept
+  std::size_t _dropped = 0;          // bytes since the last notice
+};
+
+/// What is printed for each request, notification and heartbeat that succeeds.
+class Trace {
+ public:
+  /// On from the start.
+  static void enable(bool on) { _enabled.store(on, std::memory_order_relaxed); }
+  static bool enabled() { return _enabled.load(std::memory_order_relaxed); }
+
+  [[gnu::format(printf, 1, 2)]] static void print(const char* format, ...);
+  static void puts(std::string_view line) {
+    if (enabled()) Output::puts(line);
+  }
+  static void write(std::string_view text) {
+    if (enabled()) Output::getInstance().write(text);
+  }
+
+ private:
+  static inline std::atomic<bool> _enabled = true;
+};
+
+}  // namespace norva
+
+#endif  // NORVA_OUTPUT_H_
