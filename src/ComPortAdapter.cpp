@@ -77,12 +77,27 @@ void ComPortAdapter::flush() {
 
 int ComPortAdapter::read(std::uint8_t* buffer, std::size_t length) {
   _readQid = msgget(_readKey, kQueueFlags);
-  return receive(_readQid, buffer, length);
+  for (;;) {
+    const ssize_t received = receive(_readQid, buffer, length);
+    if (received == -1) return failed(errno);
+    const auto size = static_cast<std::size_t>(received);
+    switch (_replyTimer.classify(buffer + kTypeSize, size)) {
+      case ReplyTimer::Message::kReply:
+        return delivered(buffer, size);
+      case ReplyTimer::Message::kWakeUp:
+        return failed(ETIMEDOUT);
+      case ReplyTimer::Message::kOldWakeUp:
+        std::memset(buffer, 0, kTypeSize + size);
+        break;
+    }
+  }
 }
 
 int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length) {
   _alarmQid = msgget(_alarmKey, kQueueFlags);
-  return receive(_alarmQid, buffer, length);
+  const ssize_t received = receive(_alarmQid, buffer, length);
+  if (received == -1) return failed(errno);
+  return delivered(buffer, static_cast<std::size_t>(received));
 }
 
 bool ComPortAdapter::dropReply() {
@@ -100,27 +115,29 @@ bool ComPortAdapter::drop(int qid) {
   return msgrcv(qid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR) != -1;
 }
 
-int ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
-  const std::size_t size = std::min(length, kMaxReceive);
+ssize_t ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {
   // A signal must not end the wait: the request in whose middle the process is asked to end would
   // be answered as if the device had failed.
   ssize_t received = -1;
   do {
-    received = msgrcv(qid, buffer, size, 0, 0);
+    received = msgrcv(qid, buffer, std::min(length, kMaxReceive), 0, 0);
   } while (received == -1 && errno == EINTR);
-  if (received == -1) {
-    const int error = errno;
-    Output::print("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
-    errno = error;
-    return -1;
-  }
+  return received;
+}
+
+int ComPortAdapter::failed(int error) {
+  Output::print("called, failed: errno: %s, error code:%d\n", std::strerror(error), error);
+  errno = error;
+  return -1;
+}
+
+int ComPortAdapter::delivered(std::uint8_t* buffer, std::size_t size) {
   // The message type was received in front of the payload. Bytes that the move leaves behind are
   // cleared, so that a short message is followed by zeros and not by its own tail.
-  const auto payloadSize = static_cast<std::size_t>(received);
-  std::memmove(buffer, buffer + kTypeSize, payloadSize);
-  std::memset(buffer + payloadSize, 0, kTypeSize);
-  tracePayload(buffer, payloadSize);
-  return static_cast<int>(received);
+  std::memmove(buffer, buffer + kTypeSize, size);
+  std::memset(buffer + size, 0, kTypeSize);
+  tracePayload(buffer, size);
+  return static_cast<int>(size);
 }
 
 int ComPortAdapter::write(const std::uint8_t* buffer, std::size_t length) {

@@ -14,6 +14,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "ReplyTimer.h"
+
 namespace norva {
 
 /// Keys of the three queues. Constants of the unit, not configurable.
@@ -50,13 +52,16 @@ class ComPortAdapter {
   /// kMaxFlush bytes.
   void flush();
 
-  /// Waits without limit for one reply of at most min(length, kMaxReceive) bytes. Returns the
+  /// Waits for one reply of at most min(length, kMaxReceive) bytes. Returns the
   /// number of payload bytes, which start at buffer[0], or -1 after printing the failure. A longer
   /// reply fails with E2BIG and stays at the head of the queue. The kTypeSize bytes behind the
-  /// payload are zero. After -1, errno tells why.
+  /// payload are zero. After -1, errno tells why; ETIMEDOUT when the reply timer ended the wait.
   /// REQUIRES: `buffer` holds kTypeSize + min(length, kMaxReceive) bytes and is aligned to a long.
   int read(std::uint8_t* buffer, std::size_t length);
-  /// As read, on the alarm queue.
+  /// Ends waits in `read` that last too long.
+  ReplyTimer& replyTimer() { return _replyTimer; }
+
+  /// As read, on the alarm queue, without limit.
   int readAlarm(std::uint8_t* buffer, std::size_t length);
   /// Take the message at the head of the reply or alarm queue off, whatever its size, without
   /// waiting. False when there is none or the queue fails.
@@ -70,7 +75,12 @@ class ComPortAdapter {
  private:
   void lookUpQueues();
   void removeQueues();
-  static int receive(int qid, std::uint8_t* buffer, std::size_t length);
+  /// As msgrcv, but for signals: the message type, then the payload.
+  static ssize_t receive(int qid, std::uint8_t* buffer, std::size_t length);
+  /// What read and readAlarm return: -1, the failure printed and left in errno; or the size of the
+  /// payload, moved to the buffer's start and traced.
+  static int failed(int error);
+  static int delivered(std::uint8_t* buffer, std::size_t size);
   static bool drop(int qid);
 
   const std::int32_t _readKey = kReplyQueueKey;
@@ -80,6 +90,7 @@ class ComPortAdapter {
   int _writeQid = -1;
   int _alarmQid = -1;
   bool _isOpen = false;
+  ReplyTimer _replyTimer{kReplyQueueKey};
 };
 
 }  // namespace norva

@@ -91,23 +91,43 @@ DataManage::~DataManage() {
   _pComPortAdapter.reset();
 }
 
+std::unique_lock<std::mutex> DataManage::lockUnit(std::uint16_t oid) {
+  std::unique_lock lock(_mutex, std::try_to_lock);
+  if (lock.owns_lock()) return lock;
+  const unsigned before = _timeouts;
+  lock.lock();
+  // The other thread has found the unit silent: that time was waited here too.
+  if (_timeouts != before) {
+    Output::print("object 0x%04x: not asked for, the unit is silent\n", oid);
+    lock.unlock();
+  }
+  return lock;
+}
+
 int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
-  ReceiveBuffer<kGetReplyLimit> reply;
-  const std::lock_guard lock(_mutex);
+  const auto lock = lockUnit(oid);
+  if (!lock.owns_lock()) return kFailed;
   const GetRequest request = encodeGetRequest(oid);
   _pComPortAdapter->flush();
   if (_pComPortAdapter->write(request.data(), request.size()) == -1) {
     Output::puts("DataManage::getObjValue  writeData error!");
     return kFailed;
   }
-  if (_pComPortAdapter->read(reply.bytes, kGetReplyLimit) == -1) {
-    const int error = errno;
-    Output::puts("DataManage::getObjValue  readData error!");
-    takeOff(error);
-    return kFailed;
-  }
+  ReceiveBuffer<kGetReplyLimit> reply;
+  const ReplyTimer::Wait wait(_pComPortAdapter->replyTimer());
+  GetReplyHeader header{};
+  do {
+    reply = {};
+    if (_pComPortAdapter->read(reply.bytes, kGetReplyLimit) == -1) {
+      const int error = errno;
+      Output::puts("DataManage::getObjValue  readData error!");
+      if (error == ETIMEDOUT) ++_owedReplies;
+      afterFailedRead(oid, error);
+      return kFailed;
+    }
+    header = decodeGetReplyHeader(reply.bytes);
+  } while (isLate(header, oid));
 
-  const GetReplyHeader header = decodeGetReplyHeader(reply.bytes);
   if (header.command != kCommandGetReply) {
     Output::print("ERR: DatabaseFacade::select:  error!  cmd=%x  oid=0x%04x\n", header.command,
                   header.oid);
@@ -123,27 +143,61 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
 }
 
 int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
-  ReceiveBuffer<kSetReplyLimit> reply;
-  SetRequest request;
-  const std::lock_guard lock(_mutex);
+  const auto lock = lockUnit(oid);
   if (oid == kObjHeartBeatInterval) heartBeatIntervalChanged = true;
   if (oid == kObjHeartBeatSwitch) heartBeatSwFlagChanged = true;
+  if (!lock.owns_lock()) return kFailed;
 
   Trace::print("cmd is %d, objLen is %d \n", kCommandSetRequest, record.objLen());
   if (!isSetLength(record.objLen())) Trace::print("\nDataManage::setObjValue error obj type!");
+  SetRequest request;
   const std::size_t size = encodeSetRequest(oid, record, request);
   _pComPortAdapter->flush();
   _pComPortAdapter->write(request.data(), size);
-  if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) {
-    takeOff(errno);
-    return kFailed;
-  }
+  ReceiveBuffer<kSetReplyLimit> reply;
+  const ReplyTimer::Wait wait(_pComPortAdapter->replyTimer());
+  do {
+    reply.bytes[kFrameCommand] = 0;
+    if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) {
+      const int error = errno;
+      if (error == ETIMEDOUT) ++_owedAcknowledgements;
+      afterFailedRead(oid, error);
+      return kFailed;
+    }
+  } while (isLateReply(reply.bytes[kFrameCommand]));
   return reply.bytes[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
 }
 
-void DataManage::takeOff(int error) {
-  if (error != E2BIG || !_pComPortAdapter->dropReply()) return;
-  Output::puts("reply too large to receive, taken off the queue");
+bool DataManage::isLate(const GetReplyHeader& header, std::uint16_t oid) {
+  if (!_pComPortAdapter->replyTimer().isLimited()) return false;
+  if (header.command == kCommandSetReply && _owedAcknowledgements > 0) {
+    --_owedAcknowledgements;
+    return true;
+  }
+  if (header.command != kCommandGetReply) return false;
+  if (header.oid != oid) return true;
+  // The unit answers in order: what has not come by now never comes.
+  _owedReplies = _owedAcknowledgements = 0;
+  return false;
+}
+
+bool DataManage::isLateReply(std::uint8_t command) {
+  if (command != kCommandGetReply || _owedReplies == 0) return false;
+  --_owedReplies;
+  return true;
+}
+
+void DataManage::afterFailedRead(std::uint16_t oid, int error) {
+  if (error == ETIMEDOUT) {
+    ++_timeouts;
+    Output::print("object 0x%04x: no reply of the unit in time\n", oid);
+  } else if (error == E2BIG && _pComPortAdapter->dropReply()) {
+    Output::puts("reply too large to receive, taken off the queue");
+  }
+}
+
+void DataManage::limitWaits(std::chrono::seconds limit) {
+  _pComPortAdapter->replyTimer().limit(limit);
 }
 
 int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {

@@ -2,13 +2,15 @@
 // them, raw (getObjValue, setObjValue) or as SNMP values (getSnmpValue, setSnmpValue).
 //
 // One mutex is held for a whole round trip (flush, send, blocking receive, decode), so at most one
-// device request is outstanding. There is no time-out: a silent control process blocks every caller
-// but readAlarm. The mutex is never held while the catalogue is asked, and a set takes it twice,
-// for its read and for its write; another thread's request may come in between.
+// device request is outstanding. Without a limit a silent control process blocks every caller but
+// readAlarm. The mutex is never held while the catalogue is asked, and a set takes it twice, for
+// its read and for its write; another thread's request may come in between.
 
 #ifndef NORVA_DATA_MANAGE_H_
 #define NORVA_DATA_MANAGE_H_
 
+#include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -16,6 +18,7 @@
 
 #include "ComPortAdapter.h"
 #include "ObjValue.h"
+#include "ObjectProtocol.h"
 #include "Presentation.h"
 #include "SnmpObjConvertStrategy.h"
 
@@ -46,13 +49,20 @@ class DataManage {
   DataManage& operator=(const DataManage&) = delete;
 
   /// Reads object `oid`. Returns 0 with `objLen`, `attr` and value of `record` filled and its `oid`
-  /// left alone, or kFailed after printing why. The first reply that comes is taken as the answer:
-  /// its object id is not compared. Any thread.
+  /// left alone, or kFailed after printing why. The first reply that comes is taken as the answer,
+  /// whatever its object id; while waits are limited, replies that are another object's, or that an
+  /// earlier request has not waited for, are skipped. Any thread.
   int getObjValue(std::uint16_t oid, ObjValue& record);
 
   /// Writes `record`'s value, of its `objLen`, to object `oid`. Returns 0 when the device
   /// acknowledged, else kFailed. Main thread.
   int setObjValue(std::uint16_t oid, const ObjValue& record);
+
+  /// Limits every wait for a reply from now on; 0: no limit. A request that waits longer fails, and
+  /// so does one that waited that long for another thread's. Main thread, once.
+  void limitWaits(std::chrono::seconds limit);
+  /// Number of requests that the limit has ended. Any thread.
+  unsigned timeouts() const { return _timeouts; }
 
   /// Waits for one message of the alarm queue; as ComPortAdapter::readAlarm. Takes no lock: the
   /// alarm thread never waits behind a device request.
@@ -81,13 +91,26 @@ class DataManage {
  private:
   DataManage();
 
-  /// After a read that failed with `error`: a reply that is too large, which would fail every later
-  /// read too, is taken off the queue and reported. REQUIRES: _mutex held.
-  void takeOff(int error);
+  /// The lock for one round trip; not held, which is printed, when the limit has run out meanwhile.
+  std::unique_lock<std::mutex> lockUnit(std::uint16_t oid);
+
+  // All below REQUIRE the lock.
+
+  /// Whether a reply to a get request is a late one to an earlier request.
+  bool isLate(const GetReplyHeader& header, std::uint16_t oid);
+  /// The same of a reply to a set request, by its command.
+  bool isLateReply(std::uint8_t command);
+  /// After a read that failed with `error`: counts a silent unit, and takes a reply that is too
+  /// large off the queue, where it would fail every later read too. Either is reported.
+  void afterFailedRead(std::uint16_t oid, int error);
 
   std::mutex _mutex;  // guards the channel's request and reply queues
   std::unique_ptr<ComPortAdapter> _pComPortAdapter;
   const std::unique_ptr<SnmpObjConvertStrategy> _pConvertStrategy;
+  std::atomic<unsigned> _timeouts = 0;
+  // Replies that requests have not waited for and that may still come.
+  unsigned _owedReplies = 0;
+  unsigned _owedAcknowledgements = 0;
 };
 
 }  // namespace norva

@@ -1,5 +1,6 @@
 #include "LibraryGate.h"
 
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -11,6 +12,25 @@
 #include "Output.h"
 
 namespace norva {
+
+namespace {
+
+/// More than a device wait ever has to do: the notifications' own limit is lower.
+constexpr std::size_t kMostInDeviceWait = 1000;
+
+/// A thread that is stopped in the middle of the library would leave it in pieces.
+class NoCancellation {
+ public:
+  NoCancellation() { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &_before); }
+  ~NoCancellation() { pthread_setcancelstate(_before, nullptr); }
+  NoCancellation(const NoCancellation&) = delete;
+  NoCancellation& operator=(const NoCancellation&) = delete;
+
+ private:
+  int _before = PTHREAD_CANCEL_ENABLE;
+};
+
+}  // namespace
 
 LibraryGate& LibraryGate::getInstance() {
   static auto* const instance = new LibraryGate;
@@ -35,32 +55,46 @@ int LibraryGate::open() {
   return 0;
 }
 
-void LibraryGate::beginTurn(int unacknowledged) {
-  const int loans = kMaxUnacknowledged - unacknowledged;
-  _loansLeft.store(loans, std::memory_order_relaxed);
-  if (!_deferred || loans <= 0) return;
-  _deferred = false;
-  const std::lock_guard lock(_mutex);
-  if (_waiting > 0) wakeMainThread();
-}
-
 void LibraryGate::wakeMainThread() {
   if (_wakePending || _wakeFd < 0) return;
   const std::uint64_t one = 1;
   _wakePending = write(_wakeFd, &one, sizeof one) == sizeof one;
 }
 
-void LibraryGate::beginDeviceWait() {
+void LibraryGate::announce() {
+  if (workDuringWait()) return;
   const std::lock_guard lock(_mutex);
-  _deviceWait = true;
-  if (_waiting > 0) _lent.notify_all();
+  wakeMainThread();
+}
+
+bool LibraryGate::workDuringWait() {
+  const NoCancellation whole;
+  do {
+    {
+      const std::lock_guard lock(_mutex);
+      if (!_deviceWait) return false;
+      if (_borrowed) return true;  // whoever has it looks for work again when done
+      _borrowed = true;
+    }
+    _work->perform(kMostInDeviceWait);
+    giveBack();
+  } while (_work->isWaiting());
+  return true;
+}
+
+void LibraryGate::beginDeviceWait() {
+  {
+    const std::lock_guard lock(_mutex);
+    _deviceWait = true;
+  }
+  // What was announced before can expect nobody else to do it during the wait.
+  if (_work != nullptr && _work->isWaiting()) workDuringWait();
 }
 
 void LibraryGate::endDeviceWait() {
   std::unique_lock lock(_mutex);
   _deviceWait = false;
   _returned.wait(lock, [this] { return !_borrowed; });
-  if (_waiting > 0) wakeMainThread();
 }
 
 void LibraryGate::lendOnce() {
@@ -69,10 +103,6 @@ void LibraryGate::lendOnce() {
   [[maybe_unused]] const ssize_t size = read(_wakeFd, &wakeUps, sizeof wakeUps);
   _wakePending = false;
   if (_waiting == 0) return;
-  if (_waitingBetween == 0 && _loansLeft.load(std::memory_order_relaxed) <= 0) {
-    _deferred = true;
-    return;
-  }
 
   _offered = true;
   _lent.notify_all();
@@ -82,43 +112,26 @@ void LibraryGate::lendOnce() {
   if (_waiting > 0) wakeMainThread();
 }
 
-bool LibraryGate::canBorrow(Place place) const {
-  if (_borrowed) return false;
-  if (_offered) return place == Place::kBetweenRequests || _waitingBetween == 0;
-  return place == Place::kAnywhere && _deviceWait && _loansLeft.load(std::memory_order_relaxed) > 0;
-}
-
-bool LibraryGate::borrow(Place place, std::chrono::milliseconds limit) {
+bool LibraryGate::borrow(std::chrono::milliseconds limit) {
+  const NoCancellation whole;
   std::unique_lock lock(_mutex);
   ++_waiting;
-  if (place == Place::kBetweenRequests) ++_waitingBetween;
-  if (!_deviceWait) wakeMainThread();
-  const auto granted = [this, place] { return canBorrow(place); };
-  bool held = true;
-  if (limit == std::chrono::milliseconds::zero()) {
-    _lent.wait(lock, granted);
-  } else {
-    held = _lent.wait_for(lock, limit, granted);
-  }
+  wakeMainThread();
+  const bool held = _lent.wait_for(lock, limit, [this] { return _offered && !_borrowed; });
   --_waiting;
-  if (place == Place::kBetweenRequests) --_waitingBetween;
-  if (!held) {
-    _lent.notify_all();
+  if (held) {
+    _borrowed = true;
+    _offered = false;
+  } else {
     _returned.notify_one();
-    return false;
   }
-  _borrowed = true;
-  _offered = false;
-  _loansLeft.fetch_sub(1, std::memory_order_relaxed);
-  return true;
+  return held;
 }
 
 void LibraryGate::giveBack() {
   const std::lock_guard lock(_mutex);
   _borrowed = false;
   _returned.notify_one();
-  // While the main thread still waits for the device, the next borrower may go on.
-  if (_deviceWait && _waiting > 0) _lent.notify_all();
 }
 
 }  // namespace norva

@@ -1,38 +1,40 @@
-// Who may touch the agent library. It is not thread safe, yet notifications are sent by threads of
+// Who may touch the agent library. It is not thread safe, yet notifications come from threads of
 // their own while the main thread serves requests.
 //
 // The rule: library state is touched by the gate's holder only. The main thread holds the gate,
-// also while it waits for work inside agent_check_and_process, and lends it out at two places:
-//   - while a request handler waits for the device (DeviceWait), so that a silent control process
-//     does not stop notifications;
-//   - between two requests, in the callback of a file descriptor that `open` registers with the
-//     library and that a waiting borrower makes readable.
-// Another thread borrows it (Loan) for one send. Code that touches the library outside the main
-// thread takes a `const Loan&`, so that it cannot be called without one.
+// also while it waits for work inside agent_check_and_process. What other threads want done with
+// the library they announce as work, and whoever holds the gate does it: the main thread between
+// two turns of its loop, woken through a file descriptor that `open` registers with the library; or
+// the announcing thread itself while a request handler waits for the device (DeviceWait), so that a
+// silent control process does not stop notifications. Nobody waits for the gate but the thread that
+// ends the process (Loan).
 //
-// A borrower must not fill a socket that nobody reads, or agent and master block each other for
-// good: one loan is given in each turn of the main loop, more only while a handler of that turn
-// waits for the device, and none while the master owes kMaxUnacknowledged answers to notifications.
-// So a flood also leaves the master time to serve managers.
-//
-// Lock order, outermost first: the gate, then the device mutex or the catalogue mutex. Nobody waits
-// for the gate while holding another lock. The request path pays two uncontended lock operations
-// for each device wait and no system call.
+// Lock order, outermost first: the gate, then the device mutex, the catalogue mutex or the lock of
+// the notifications. The request path pays two uncontended lock operations for each device wait and
+// no system call.
 
 #ifndef NORVA_LIBRARY_GATE_H_
 #define NORVA_LIBRARY_GATE_H_
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
 
 namespace norva {
 
+/// What is to be done with the library on behalf of other threads.
+class LibraryWork {
+ public:
+  virtual ~LibraryWork() = default;
+  /// Any thread; takes no lock.
+  virtual bool isWaiting() const = 0;
+  /// Does no more than `most` pieces. For the gate's holder.
+  virtual void perform(std::size_t most) = 0;
+};
+
 class LibraryGate {
  public:
-  static constexpr int kMaxUnacknowledged = 64;
-
   static LibraryGate& getInstance();
 
   LibraryGate() = default;
@@ -43,9 +45,13 @@ class LibraryGate {
   /// asked for before wait until then. Returns 0, or -1 after printing the failure.
   int open();
 
-  /// To be called by the main thread before each turn of its loop, with the number of notifications
-  /// that the master has not answered.
-  void beginTurn(int unacknowledged);
+  /// `work` is what announce speaks of. Main thread, once, before anybody announces. Not owned.
+  void setWork(LibraryWork* work) { _work = work; }
+  /// The same as the work's own, for the main thread between two turns of its loop.
+  bool hasWork() const { return _work->isWaiting(); }
+  void performWork(std::size_t most) { _work->perform(most); }
+  /// Tells that work waits. Any thread but the main one; never waits.
+  void announce();
 
   /// Lends the gate out while the object lives. Main thread, inside a request handler, around
   /// nothing but a call of the facade, which never touches the library.
@@ -63,12 +69,10 @@ class LibraryGate {
   /// Holds the gate while the object lives. Any thread but the main one; holding no other lock.
   class Loan {
    public:
-    /// Waits for the gate without limit, for one send.
-    explicit Loan(LibraryGate& gate) : _gate(gate) { _held = _gate.borrow(Place::kAnywhere, {}); }
     /// Waits no longer than `limit` for the gate between two requests, when no request is in the
     /// middle of anything. Test `held` before touching the library.
     Loan(LibraryGate& gate, std::chrono::milliseconds limit) : _gate(gate) {
-      _held = _gate.borrow(Place::kBetweenRequests, limit);
+      _held = _gate.borrow(limit);
     }
     ~Loan() {
       if (_held) _gate.giveBack();
@@ -88,26 +92,23 @@ class LibraryGate {
   void lendOnce();
 
  private:
-  enum class Place { kAnywhere, kBetweenRequests };
-
   void beginDeviceWait();
   void endDeviceWait();
-  /// A `limit` of zero means none. False when it ran out.
-  bool borrow(Place place, std::chrono::milliseconds limit);
+  /// Does what waits while the main thread waits for the device. False when it does not.
+  bool workDuringWait();
+  /// False when the limit ran out.
+  bool borrow(std::chrono::milliseconds limit);
   void giveBack();
-  bool canBorrow(Place place) const;
   /// Makes the wake-up descriptor readable unless it is already. REQUIRES: _mutex held.
   void wakeMainThread();
 
-  std::mutex _mutex;                  // guards everything below but _loansLeft and _deferred
+  LibraryWork* _work = nullptr;
+  std::mutex _mutex;                  // guards everything below
   std::condition_variable _lent;      // borrowers wait for the gate
   std::condition_variable _returned;  // the main thread waits for its return
-  std::atomic<int> _loansLeft = kMaxUnacknowledged;  // in this turn
-  bool _deferred = false;  // main thread: somebody waits for the master's answers
   int _wakeFd = -1;
   bool _wakePending = false;  // the wake-up descriptor is readable
   int _waiting = 0;           // borrowers without the gate
-  int _waitingBetween = 0;    // those of them that want it between requests; they go first
   bool _deviceWait = false;   // the main thread waits for the device
   bool _offered = false;      // the main thread offers one loan between requests
   bool _borrowed = false;

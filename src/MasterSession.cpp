@@ -1,66 +1,100 @@
 #include "MasterSession.h"
 
-#include <poll.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 
-#include <limits>
+#include <utility>
 
 #include "AgentLibrary.h"
+#include "AgentXStream.h"
+#include "NotificationQueue.h"
 
 namespace norva {
 
 namespace {
 
-netsnmp_session* session = nullptr;
-
 /// In microseconds. As long as the library waits with its own settings: 1 s, and 1 s after each of
 /// 5 repetitions.
 constexpr long kPatience = 6'000'000;
 
+/// What is known of the session, which the library has one of at a time.
+struct State {
+  NotificationQueue* notifications = nullptr;
+  netsnmp_transport* transport = nullptr;  // null without a session
+  decltype(netsnmp_transport::f_recv) receive = nullptr;
+  decltype(netsnmp_transport::f_send) send = nullptr;
+  AgentXStream received;
+  std::uint32_t lastNotification = 0;
+};
+
+State state;
+
+// The library forgets a notification after kPatience and tells nobody which one was acknowledged,
+// so both directions of the connection are looked at as they pass through its transport.
+
+int watchReceived(netsnmp_transport* transport, void* buffer, int size, void** opaque,
+                  int* opaqueSize) {
+  const int received = state.receive(transport, buffer, size, opaque, opaqueSize);
+  if (received <= 0 || transport != state.transport) return received;
+  state.received.feed(static_cast<const std::uint8_t*>(buffer), static_cast<std::size_t>(received),
+                      [](const AgentXPdu& pdu) {
+                        if (pdu.type() != kAgentXResponse || pdu.error() == AgentXPdu::kNotOpen) {
+                          return;
+                        }
+                        state.notifications->acknowledged(pdu.packetId());
+                      });
+  return received;
+}
+
+/// `Buffer` is a pointer to const in some versions of the library and not in others.
+template <typename Buffer>
+int watchSent(netsnmp_transport* transport, Buffer buffer, int size, void** opaque,
+              int* opaqueSize) {
+  if (size >= static_cast<int>(AgentXPdu::kHeaderSize)) {
+    const AgentXPdu pdu(static_cast<const std::uint8_t*>(buffer));
+    if (pdu.type() == kAgentXNotify) state.lastNotification = pdu.packetId();
+  }
+  return state.send(transport, buffer, size, opaque, opaqueSize);
+}
+
 int sessionStarted(int, int, void* started, void*) {
-  session = static_cast<netsnmp_session*>(started);
+  auto* session = static_cast<netsnmp_session*>(started);
   session->retries = 0;
   session->timeout = kPatience;
+  netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
+  state.transport = transport;
+  state.receive = std::exchange(transport->f_recv, watchReceived);
+  state.send = std::exchange(transport->f_send, watchSent);
+  state.received = AgentXStream();
+  // A program that is started and stays must not keep the connection of an agent that has ended.
+  fcntl(transport->sock, F_SETFD, FD_CLOEXEC);
+  state.notifications->sessionStarted();
   return 0;
 }
 
 int sessionStopped(int, int, void*, void*) {
-  session = nullptr;
+  state.transport = nullptr;
+  state.notifications->sessionEnded();
   return 0;
-}
-
-/// Socket of the session. REQUIRES: a session.
-int connection() {
-  const netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
-  return transport != nullptr ? transport->sock : -1;
-}
-
-/// Whether a good part of the connection's buffer is free. REQUIRES: a session.
-bool takesMore() {
-  pollfd socket{connection(), POLLOUT, 0};
-  return poll(&socket, 1, 0) == 1;
 }
 
 }  // namespace
 
-void MasterSession::follow() {
+void MasterSession::follow(NotificationQueue& notifications) {
+  state.notifications = &notifications;
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, sessionStarted,
                          nullptr);
   snmp_register_callback(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, sessionStopped,
                          nullptr);
 }
 
-int MasterSession::unacknowledged() {
-  if (session == nullptr || session->trap_stats == nullptr) return 0;
-  const netsnmp_trap_stats& sent = *session->trap_stats;
-  // What is given up after kPatience counts no more but may still wait to be read by the master.
-  if (sent.timeouts != 0 && !takesMore()) return std::numeric_limits<int>::max();
-  return static_cast<int>(sent.sent_count - sent.ack_count - sent.timeouts);
+std::uint32_t MasterSession::lastNotification() {
+  return std::exchange(state.lastNotification, 0);
 }
 
 void MasterSession::cut(const LibraryGate::Loan&) {
-  if (session == nullptr) return;
-  shutdown(connection(), SHUT_RDWR);
+  if (state.transport == nullptr) return;
+  shutdown(state.transport->sock, SHUT_RDWR);
 }
 
 }  // namespace norva

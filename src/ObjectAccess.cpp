@@ -6,9 +6,36 @@
 
 namespace norva {
 
-int readObject(ObjValue& record, const SnmpDataBase& catalogue, Presentation& presentation) {
+namespace {
+
+/// Main thread: the unit was silent in this turn of the request loop.
+bool isSilent = false;
+
+/// Runs one operation of the facade on `record`, unless the unit is silent. -1 when it fails.
+template <typename Operation>
+int withUnit(const ObjValue& record, Operation operation) {
+  if (isSilent) {
+    Output::print("object 0x%04x: not asked for, the unit is silent\n", record.oid());
+    return -1;
+  }
+  DataManage& unit = *DataManage::getInstance();
+  const unsigned before = unit.timeouts();
   const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-  return DataManage::getInstance()->getSnmpValue(record, catalogue, &presentation);
+  const int result = operation(unit);
+  isSilent = result != 0 && unit.timeouts() != before;
+  return result;
+}
+
+}  // namespace
+
+void beginTurn() {
+  isSilent = false;
+}
+
+int readObject(ObjValue& record, const SnmpDataBase& catalogue, Presentation& presentation) {
+  return withUnit(record, [&](DataManage& unit) {
+    return unit.getSnmpValue(record, catalogue, &presentation);
+  });
 }
 
 AnswerValue answerFor(std::uint16_t asnType, const ObjValue& record, Presentation presentation) {
@@ -27,8 +54,9 @@ void setNumber(ObjValue& record, const SetValue& value) {
 }
 
 int writeObject(ObjValue& record, const SnmpDataBase& catalogue, const SetValue& value) {
-  const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-  return DataManage::getInstance()->setSnmpValue(record, catalogue, value.isAddress());
+  return withUnit(record, [&](DataManage& unit) {
+    return unit.setSnmpValue(record, catalogue, value.isAddress());
+  });
 }
 
 }  // namespace norva

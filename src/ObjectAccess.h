@@ -16,6 +16,10 @@ namespace norva {
 
 class SnmpDataBase;
 
+/// To be called before each turn of the request loop. A manager's request waits for a silent unit
+/// once: what is left to read or write in the turn in which a wait ran out fails at once.
+void beginTurn();
+
 /// As DataManage::getSnmpValue.
 int readObject(ObjValue& record, const SnmpDataBase& catalogue, Presentation& presentation);
 

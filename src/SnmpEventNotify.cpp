@@ -96,9 +96,11 @@ void SnmpEventNotify::run() {
     if (_heartBeatSwFlag != 0) {
       _heartMsg.setMsgType(kMsgHeartbeat);
       const char* value = (heartBeats & 1) != 0 ? "1" : "0";
-      ++heartBeats;
       Trace::puts("_alarmTrap->sendTrap ");
-      _alarmTrap->sendTrap(_heartMsg, "heartbeat", value);
+      // One that is given up, as there is no master, does not use up its turn.
+      if (_alarmTrap->sendTrap(_heartMsg, "heartbeat", value, TrapAlarm::Origin::kAgent)) {
+        ++heartBeats;
+      }
     }
     Trace::puts("send heartTrap end ");
   }

@@ -11,6 +11,8 @@
 #include <utility>
 
 #include "DataManage.h"
+#include "LibraryGate.h"
+#include "MasterSession.h"
 #include "ObjValue.h"
 #include "Output.h"
 #include "SnmpDataBase.h"
@@ -86,7 +88,8 @@ std::string ruName(const std::uint8_t* ruBytes) {
 
 }  // namespace
 
-TrapAlarm::TrapAlarm(std::string label) : Thread(kRunning, 0, 0), _label(std::move(label)) {}
+TrapAlarm::TrapAlarm(std::string label, NotificationQueue& queue)
+    : Thread(kRunning, 0, 0), _label(std::move(label)), _queue(queue) {}
 
 void TrapAlarm::init(const SnmpDataBase& catalogue) {
   _catalogue = &catalogue;
@@ -96,12 +99,10 @@ void TrapAlarm::init(const SnmpDataBase& catalogue) {
   }
   if (version.value()[0] != 0) {
     _trapType = kSnmpV3;
-    _sender = [](const LibraryGate::Loan&, netsnmp_variable_list* list) {
-      send_v3trap(list, kV3Context);
-    };
+    _sender = [](netsnmp_variable_list* list) { send_v3trap(list, kV3Context); };
   } else {
     _trapType = kSnmpV2c;
-    _sender = [](const LibraryGate::Loan&, netsnmp_variable_list* list) { send_v2trap(list); };
+    _sender = send_v2trap;
   }
   Output::print("Init _trapType is %d \n", _trapType);
 
@@ -125,7 +126,11 @@ int TrapAlarm::receive(TrapMessage& event) {
   alignas(long) std::uint8_t buffer[ComPortAdapter::kTypeSize + kReceiveLimit] = {};
   const int length = DataManage::getInstance()->readAlarm(buffer, kReceiveLimit);
   const int error = errno;
-  Output::print("receivebuf len is %d \n", length);
+  if (length > 0) {
+    Trace::print("receivebuf len is %d \n", length);
+  } else {
+    Output::print("receivebuf len is %d \n", length);
+  }
   event = TrapMessage();
   if (length != -1) {
     event = TrapMessage(buffer, static_cast<std::size_t>(length));
@@ -156,31 +161,47 @@ void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string
       break;
   }
   _lastMessage = event;
-  sendTrap(event, name, value);
+  sendTrap(event, name, value, Origin::kUnit);
 }
 
-void TrapAlarm::sendTrap(const TrapMessage& trapMessage, const std::string& name,
-                         const std::string& value) {
-  const auto notification = _typeMap.find(trapMessage.msgType());
-  if (notification == _typeMap.end()) {
+bool TrapAlarm::sendTrap(const TrapMessage& trapMessage, const std::string& name,
+                         const std::string& value, Origin origin) {
+  if (_typeMap.count(trapMessage.msgType()) == 0) {
     Output::print("TrapAlarm::sendTrap no notification for msgType %d\n", trapMessage.msgType());
-    return;
+    return false;
   }
-  const LibraryGate::Loan loan(LibraryGate::getInstance());
-  ++_trapSeq;
-  Bindings bindings(notification->second);
-  Trace::print("TrapAlarm::sendTrap trapmsg.deviceId=%d\n", trapMessage.deviceId());
-  Trace::print("string is %s \n", name.c_str());
-  bindings.add(kPayloadName, name);
-  Trace::print("string is %s \n", value.c_str());
-  bindings.add(kPayloadValue, value);
-  bindings.add(kPayloadDeviceId, trapMessage.deviceId());
+  Trace::print("TrapAlarm::sendTrap trapmsg.deviceId=%d\nstring is %s \nstring is %s \n",
+               trapMessage.deviceId(), name.c_str(), value.c_str());
+  if (origin == Origin::kUnit) {
+    if (_queue.push({trapMessage, name, value})) LibraryGate::getInstance().announce();
+    return true;
+  }
+  const auto heartbeat = _queue.pushHeartbeat({trapMessage, name, value});
+  if (heartbeat.mustTell) LibraryGate::getInstance().announce();
+  return _queue.wasTaken(heartbeat);
+}
+
+void TrapAlarm::perform(std::size_t most) {
+  for (; most > 0; --most) {
+    const NotificationQueue::Numbered* next = _queue.take();
+    if (next == nullptr) return;
+    send(next->notification, next->sequence);
+    _queue.sent(MasterSession::lastNotification());
+  }
+}
+
+void TrapAlarm::send(const Notification& notification, std::uint32_t sequence) {
+  const TrapMessage& message = notification.message;
+  Bindings bindings(_typeMap.at(message.msgType()));
+  bindings.add(kPayloadName, notification.name);
+  bindings.add(kPayloadValue, notification.value);
+  bindings.add(kPayloadDeviceId, message.deviceId());
   // Deliberate: the record keeps the sixth text before the fifth.
-  bindings.add(kPayloadText4, trapMessage.text(TrapMessage::kText4));
-  bindings.add(kPayloadText5, trapMessage.text(TrapMessage::kText5));
-  bindings.add(kPayloadText6, trapMessage.text(TrapMessage::kText6));
-  bindings.add(kPayloadSequence, _trapSeq);
-  _sender(loan, bindings.list());
+  bindings.add(kPayloadText4, message.text(TrapMessage::kText4));
+  bindings.add(kPayloadText5, message.text(TrapMessage::kText5));
+  bindings.add(kPayloadText6, message.text(TrapMessage::kText6));
+  bindings.add(kPayloadSequence, sequence);
+  _sender(bindings.list());
 }
 
 }  // namespace norva

@@ -1,9 +1,10 @@
 // The alarm thread: turns each event that the unit posts on the alarm queue into one notification,
-// and sends the notifications of the heartbeat thread too.
+// and takes the notifications of the heartbeat thread too. They leave through a queue, in their
+// order and with consecutive numbers, sent by whoever holds the agent library.
 //
 // `run` is the alarm thread's; `init` is called once on the main thread before `start`; sendTrap
-// may be called from any thread but the main one. It holds the library gate from the sequence
-// number to the send, so numbers are consecutive and notifications leave in their order.
+// may be called from any thread but the main one, isWaiting from any, perform by the holder of the
+// library gate.
 
 #ifndef NORVA_TRAP_ALARM_H_
 #define NORVA_TRAP_ALARM_H_
@@ -17,6 +18,7 @@
 #include "AgentLibrary.h"
 #include "ComPortAdapter.h"
 #include "LibraryGate.h"
+#include "NotificationQueue.h"
 #include "Thread.h"
 #include "TrapMessage.h"
 
@@ -28,9 +30,10 @@ class SnmpDataBase;
 constexpr std::size_t kNotificationOidLength = 16;
 using NotificationOid = std::array<oid, kNotificationOidLength>;
 
-class TrapAlarm : public Thread {
+class TrapAlarm : public Thread, public LibraryWork {
  public:
-  explicit TrapAlarm(std::string label);
+  /// `queue` is not owned.
+  TrapAlarm(std::string label, NotificationQueue& queue);
 
   void run() override;
 
@@ -38,19 +41,30 @@ class TrapAlarm : public Thread {
   /// alarm queue. `catalogue` names the objects of events; not owned.
   virtual void init(const SnmpDataBase& catalogue);
 
-  /// Sends one notification: its OID by the message's type, then the seven payload objects. A type
-  /// without a notification is reported and uses no sequence number. No failure is returned: with
-  /// no session to the master the library drops the notification. REQUIRES: init; no lock held.
-  void sendTrap(const TrapMessage& trapMessage, const std::string& name, const std::string& value);
+  /// Whom a notification comes from. The unit's are kept for a master that is away; the agent's own
+  /// heartbeat is given up then.
+  enum class Origin { kUnit, kAgent };
+
+  /// Hands one notification over: its OID by the message's type, then the seven payload objects. A
+  /// type without a notification is reported and uses no number. Waits as NotificationQueue says,
+  /// a heartbeat until it has left. False when nothing leaves. REQUIRES: init; no lock held.
+  bool sendTrap(const TrapMessage& trapMessage, const std::string& name, const std::string& value,
+                Origin origin);
+
+  /// Notifications that may leave.
+  bool isWaiting() const override { return _queue.hasWork(); }
+  /// Sends as many of them as may leave, at most `most`.
+  void perform(std::size_t most) override;
 
  private:
-  using Sender = std::function<void(const LibraryGate::Loan&, netsnmp_variable_list*)>;
+  using Sender = std::function<void(netsnmp_variable_list*)>;
   enum TrapType : std::int32_t { kUnset = 0, kSnmpV2c = 1, kSnmpV3 = 2 };
 
   /// Waits for one event and prints its length; -1 for a failed receive, whose message reads zero.
   int receive(TrapMessage& event);
   /// Names the event and sends it.
   void dispatch(const TrapMessage& event, std::string name, std::string value);
+  void send(const Notification& notification, std::uint32_t sequence);
 
   const std::int32_t _queueKey = kAlarmQueueKey;
   const std::string _label;
@@ -59,8 +73,8 @@ class TrapAlarm : public Thread {
   int _queueId = -1;
   const SnmpDataBase* _catalogue = nullptr;
   TrapMessage _lastMessage;  // kept for whoever looks at the process with a debugger
-  std::uint32_t _trapSeq = 0;
   std::map<std::int32_t, NotificationOid> _typeMap;
+  NotificationQueue& _queue;
 };
 
 }  // namespace norva

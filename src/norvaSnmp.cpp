@@ -13,10 +13,14 @@
 #include <string>
 
 #include "AgentLibrary.h"
+#include "DataManage.h"
 #include "LibraryGate.h"
 #include "MasterAgent.h"
 #include "MasterSession.h"
+#include "NotificationQueue.h"
+#include "ObjectAccess.h"
 #include "Output.h"
+#include "Settings.h"
 #include "SnmpEventNotify.h"
 #include "SnmpdManager.h"
 #include "Termination.h"
@@ -181,10 +185,11 @@ void initMibWithoutText() {
 }
 
 /// In both modes the process is a subagent; the master is an snmpd.
-void configureSubagent(const char* transport) {
+void configureSubagent(const char* name, const char* transport) {
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, transport);
-  MasterSession::follow();
+  Settings::follow(name);
+  MasterSession::follow(NotificationQueue::getInstance());
 }
 
 /// Notifications would wait for ever without the gate.
@@ -199,8 +204,11 @@ void registerObjects() {
 
 /// The heartbeat sends through the alarm thread's object; both live until the process ends.
 void startNotifications() {
-  auto* alarmThread = new TrapAlarm("TrapAlarm");
+  NotificationQueue& queue = NotificationQueue::getInstance();
+  queue.setCapacity(Settings::get().backlog);
+  auto* alarmThread = new TrapAlarm("TrapAlarm", queue);
   alarmThread->init(*MasterAgent::catalogue());
+  LibraryGate::getInstance().setWork(alarmThread);
   alarmThread->start();
   alarmThread->markRunning();
   auto* heartbeatThread = new SnmpEventNotify("SnmpEventNotify ", alarmThread);
@@ -219,7 +227,7 @@ void installTerminationHandler() {
 void startSubagent(const Options& options) {
   printOptions(options);
   Output::puts("netsnmp_ds_set_boolean....");
-  configureSubagent(options.transport);
+  configureSubagent(options.name, options.transport);
   const int rc = init_agent(options.name);
   Output::print("init_agent rc=%d....\n", rc);
   MasterAgent::getInstance(options.database);
@@ -243,7 +251,7 @@ void startWithMaster(const Options& options) {
   Output::puts("wating for snmpd");
   sleep(5);
   Output::puts("netsnmp_ds_set_boolean in MASTER_AGENT....");
-  configureSubagent(options.transport);
+  configureSubagent(kAgentName, options.transport);
   init_agent(kAgentName);
   registerObjects();
   init_snmp(kAgentName);
@@ -255,9 +263,15 @@ void startWithMaster(const Options& options) {
 }
 
 [[noreturn]] void serveRequests() {
+  /// In one turn of the loop; the master's acknowledgements are read between two turns.
+  constexpr std::size_t kNotificationsPerTurn = 16;
+  DataManage::getInstance()->limitWaits(Settings::get().deviceTimeout);
+  Trace::enable(Settings::get().trace);
+  LibraryGate& gate = LibraryGate::getInstance();
   for (;;) {
-    LibraryGate::getInstance().beginTurn(MasterSession::unacknowledged());
-    agent_check_and_process(1);
+    gate.performWork(kNotificationsPerTurn);
+    beginTurn();
+    agent_check_and_process(gate.hasWork() ? 0 : 1);
   }
 }
 

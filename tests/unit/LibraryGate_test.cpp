@@ -18,97 +18,101 @@ constexpr milliseconds kPatience(10000);
 /// How long a wrong gate is given to show itself; a right one passes however long it is.
 constexpr milliseconds kGrace(30);
 
+struct CountedWork : LibraryWork {
+  bool isWaiting() const override { return waiting > 0; }
+  void perform(std::size_t most) override {
+    begun = true;
+    std::this_thread::sleep_for(duration);
+    for (; waiting > 0 && most > 0; --most) {
+      --waiting;
+      ++done;
+    }
+  }
+  std::atomic<bool> begun = false;
+  std::atomic<int> waiting = 0, done = 0;
+  milliseconds duration{0};
+};
+
 /// The test's own thread plays the main thread of the agent.
 class LibraryGateTest : public testing::Test {
  protected:
+  LibraryGateTest() {
+    EXPECT_EQ(gate.open(), 0);
+    wakeFd = external_readfd[external_readfdlen - 1];
+    gate.setWork(&work);
+  }
   ~LibraryGateTest() override {
     unregister_readfd(wakeFd);
     close(wakeFd);
   }
-  void openGate() {
-    ASSERT_EQ(gate.open(), 0);
-    wakeFd = external_readfd[external_readfdlen - 1];
+  void announce(int pieces) {
+    work.waiting += pieces;
+    gate.announce();
   }
-  /// Waits until a borrower has made the wake-up descriptor readable.
-  bool announced(milliseconds limit = kPatience) const {
+  /// Whether somebody has made the wake-up descriptor readable.
+  bool announced(milliseconds limit = milliseconds(0)) const {
     pollfd poller{wakeFd, POLLIN, 0};
     return poll(&poller, 1, static_cast<int>(limit.count())) == 1;
   }
-  std::jthread borrow(int times = 1, milliseconds holding = milliseconds(0)) {
-    return std::jthread([this, times, holding] {
-      for (int i = 0; i < times; ++i) {
-        const LibraryGate::Loan loan(gate);
-        ++begun;
-        std::this_thread::sleep_for(holding);
-        ++loans;
-      }
-    });
-  }
-  bool loansBegin(int count) const {
-    for (int i = 0; begun < count && i < kPatience.count(); ++i) {
-      std::this_thread::sleep_for(milliseconds(1));
-    }
-    return begun >= count;
+  void callBack() {
+    const int last = external_readfdlen - 1;
+    external_readfdfunc[last](wakeFd, external_readfd_data[last]);
   }
 
+  CountedWork work;
   LibraryGate gate;
   int wakeFd = -1;
-  std::atomic<int> begun = 0, loans = 0;
 };
 
-TEST_F(LibraryGateTest, LendsDuringADeviceWaitAndThenOnlyWhenTheCallbackRuns) {
-  openGate();
-  std::jthread borrower;
+TEST_F(LibraryGateTest, WorkWakesTheMainThreadBetweenRequests) {
+  std::jthread([this] { announce(2); }).join();
+  EXPECT_EQ(work.done, 0);
+  ASSERT_TRUE(announced());
+  callBack();
+  EXPECT_FALSE(announced());
+  EXPECT_EQ(work.done, 0) << "the main thread's loop does it";
+}
+
+TEST_F(LibraryGateTest, WorkIsDoneByItsThreadDuringADeviceWaitWhichEndsOnlyAfterIt) {
+  work.duration = kGrace;
+  std::jthread announcer;
   {
     const LibraryGate::DeviceWait wait(gate);
-    borrower = borrow(1, kGrace);
-    ASSERT_TRUE(loansBegin(1));
+    announcer = std::jthread([this] { announce(3); });
+    for (int i = 0; !work.begun && i < kPatience.count(); ++i) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
   }
-  EXPECT_EQ(loans, 1) << "the wait ends only after the loan";
-  EXPECT_FALSE(announced(milliseconds(0)));
-
-  borrower = borrow(1, kGrace);
-  ASSERT_TRUE(announced());
-  std::this_thread::sleep_for(kGrace);
-  EXPECT_EQ(begun, 1);
-  const int last = external_readfdlen - 1;
-  external_readfdfunc[last](wakeFd, external_readfd_data[last]);
-  EXPECT_EQ(loans, 2) << "the callback returns only after the loan";
-  EXPECT_FALSE(announced(milliseconds(0))) << "nobody waits any more";
+  EXPECT_EQ(work.done, 3);
+  announcer.join();
+  EXPECT_FALSE(announced());
 }
 
-TEST_F(LibraryGateTest, ServesOneWaiterAtATimeAlsoFromBeforeOpen) {
-  const std::jthread first = borrow();
-  const std::jthread second = borrow();
-  std::this_thread::sleep_for(kGrace);  // so that both wait when the gate opens
-  openGate();
-  for (int served = 1; served <= 2; ++served) {
-    ASSERT_TRUE(announced());
-    gate.lendOnce();
-    std::this_thread::sleep_for(kGrace);
-    EXPECT_EQ(loans, served);
-  }
-  gate.lendOnce();  // returns at once: nobody waits
-}
-
-TEST_F(LibraryGateTest, GivesAFixedNumberOfLoansInOneTurn) {
-  openGate();
-  gate.beginTurn(0);
-  const std::jthread borrower = borrow(64 + 10);
-  for (int request = 0; request < 2; ++request) {
-    const LibraryGate::DeviceWait wait(gate);
-    ASSERT_TRUE(loansBegin(64));
-    std::this_thread::sleep_for(kGrace);
-  }
-  EXPECT_EQ(loans, 64);
-  EXPECT_TRUE(announced()) << "the borrower waits for the main thread's return";
-  gate.beginTurn(0);
+TEST_F(LibraryGateTest, WorkThatWaitedBeforeADeviceWaitIsDoneAtItsBegin) {
+  announce(5);
   const LibraryGate::DeviceWait wait(gate);
-  EXPECT_TRUE(loansBegin(64 + 10));
+  EXPECT_EQ(work.done, 5);
 }
 
-TEST_F(LibraryGateTest, ABoundedLoanIsGivenOnlyBetweenRequests) {
-  openGate();
+TEST_F(LibraryGateTest, WorkIsNeverLeftBehindAtTheEdgesOfADeviceWait) {
+  constexpr int kRounds = 20000;
+  std::jthread announcer([this] {
+    for (int i = 0; i < kRounds; ++i) announce(1);
+  });
+  std::atomic<bool> ended = false;
+  std::jthread watcher([&] {
+    announcer.join();
+    ended = true;
+  });
+  while (!ended) {
+    const LibraryGate::DeviceWait wait(gate);
+  }
+  EXPECT_TRUE(work.waiting == 0 || announced());
+  gate.performWork(kRounds);
+  EXPECT_EQ(work.done, kRounds);
+}
+
+TEST_F(LibraryGateTest, ALoanIsGivenOnlyBetweenRequests) {
   std::atomic<bool> held = true;
   const auto borrowWithin = [&](milliseconds limit) {
     return std::jthread([&, limit] { held = LibraryGate::Loan(gate, limit).held(); });
@@ -121,8 +125,8 @@ TEST_F(LibraryGateTest, ABoundedLoanIsGivenOnlyBetweenRequests) {
   gate.lendOnce();  // returns at once: the borrower has given up
   {
     const std::jthread borrower = borrowWithin(kPatience);
-    ASSERT_TRUE(announced());
-    gate.lendOnce();
+    ASSERT_TRUE(announced(kPatience));
+    callBack();
   }
   EXPECT_TRUE(held);
 }

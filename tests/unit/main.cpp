@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,6 +14,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   alarm(240);  // ends a test that blocks on a queue for ever, however the program was started
+  signal(SIGPIPE, SIG_IGN);  // as the agent does
   testing::InitGoogleTest(&argc, argv);
   return RUN_ALL_TESTS();
 }

@@ -1,0 +1,165 @@
+#include "NotificationQueue.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Output.h"
+
+namespace norva {
+
+NotificationQueue& NotificationQueue::getInstance() {
+  static auto* const instance = new NotificationQueue;
+  return *instance;
+}
+
+void NotificationQueue::setCapacity(std::size_t capacity) {
+  const std::lock_guard lock(_mutex);
+  _capacity = capacity;
+}
+
+bool NotificationQueue::push(Notification notification) {
+  std::unique_lock lock(_mutex);
+  while (!hasRoom() && !isOutage()) {
+    // An outage that nothing tells of begins when the master has had its time.
+    waitForChange(lock, keeps() ? _progress + kStall : Clock::time_point::max());
+  }
+  const bool mustTell = append({{std::move(notification)}, nullptr});
+  while (keeps() && _waiting.size() > _capacity) dropOldest();
+  return mustTell;
+}
+
+NotificationQueue::Heartbeat NotificationQueue::pushHeartbeat(Notification notification) {
+  std::unique_lock lock(_mutex);
+  while (!hasRoom() && (_connected || !keeps())) waitForChange(lock, Clock::time_point::max());
+  if (keeps() && !_connected) return {nullptr, false};
+  auto fate = std::make_shared<Fate>(Fate::kWaiting);
+  return {fate, append({{std::move(notification)}, fate})};
+}
+
+bool NotificationQueue::wasTaken(const Heartbeat& heartbeat) {
+  if (heartbeat.fate == nullptr) return false;
+  std::unique_lock lock(_mutex);
+  _changed.wait(lock, [&heartbeat] { return *heartbeat.fate != Fate::kWaiting; });
+  return *heartbeat.fate == Fate::kTaken;
+}
+
+bool NotificationQueue::isOutage() const {
+  if (!keeps()) return false;
+  return !_connected || Clock::now() - _progress >= kStall;
+}
+
+void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
+                                      Clock::time_point deadline) {
+  // Counted down also when the thread is stopped while it waits.
+  struct Waiting {
+    explicit Waiting(int& producers) : count(producers) { ++count; }
+    ~Waiting() { --count; }
+    int& count;
+  } const waiting(_producersWaiting);
+  if (deadline == Clock::time_point::max()) {
+    _changed.wait(lock);
+  } else {
+    _changed.wait_until(lock, deadline);
+  }
+}
+
+bool NotificationQueue::append(Entry entry) {
+  if (held() == 0) _progress = Clock::now();
+  _waiting.push_back(std::move(entry));
+  const bool before = _sendable;
+  update();
+  return !before && _sendable;
+}
+
+void NotificationQueue::dropOldest() {
+  Entry& oldest = _waiting.front();
+  if (oldest.isHeartbeat()) {
+    settle(oldest, Fate::kGivenUp);
+  } else {
+    if (oldest.sequence == 0) ++_sequence;
+    ++_dropped;
+  }
+  _waiting.pop_front();
+}
+
+void NotificationQueue::settle(const Entry& entry, Fate fate) {
+  if (!entry.isHeartbeat() || *entry.fate != Fate::kWaiting) return;
+  *entry.fate = fate;
+  _changed.notify_all();
+}
+
+void NotificationQueue::tellRoom() {
+  if (_producersWaiting == 0) return;
+  const bool isRoomy = keeps() ? held() <= _capacity - _capacity / 4 : _waiting.empty();
+  if (isRoomy) _changed.notify_all();
+}
+
+void NotificationQueue::update() {
+  _sendable = !_waiting.empty() && _owed.size() < kMaxOwed && (_connected || !keeps());
+}
+
+const NotificationQueue::Numbered* NotificationQueue::take() {
+  std::size_t dropped = 0;
+  {
+    const std::lock_guard lock(_mutex);
+    if (!_sendable) return nullptr;
+    dropped = std::exchange(_dropped, 0);
+    _owed.push_back(std::move(_waiting.front()));
+    _waiting.pop_front();
+    if (_owed.back().sequence == 0) _owed.back().sequence = ++_sequence;
+    settle(_owed.back(), Fate::kTaken);
+    tellRoom();
+    update();
+  }
+  if (dropped > 0) {
+    Output::print("%zu notifications were dropped, the oldest, while the master took none\n",
+                  dropped);
+  }
+  // Only the library's holder changes what is owed.
+  return &_owed.back();
+}
+
+void NotificationQueue::sent(std::uint32_t id) {
+  const std::lock_guard lock(_mutex);
+  if (_owed.empty()) return;
+  if (_connected) {
+    _owed.back().packet = id;
+  } else {
+    _owed.pop_back();
+  }
+  update();
+}
+
+void NotificationQueue::acknowledged(std::uint32_t id) {
+  const std::lock_guard lock(_mutex);
+  const auto entry =
+      std::find_if(_owed.begin(), _owed.end(), [id](const Entry& e) { return e.packet == id; });
+  if (entry == _owed.end()) return;
+  _owed.erase(entry);
+  _progress = Clock::now();
+  tellRoom();
+  update();
+}
+
+void NotificationQueue::sessionStarted() {
+  const std::lock_guard lock(_mutex);
+  _connected = true;
+  _progress = Clock::now();
+  update();
+}
+
+void NotificationQueue::sessionEnded() {
+  const std::lock_guard lock(_mutex);
+  _connected = false;
+  if (keeps()) {
+    std::move(_owed.rbegin(), _owed.rend(), std::front_inserter(_waiting));
+    for (const Entry& entry : _waiting) settle(entry, Fate::kGivenUp);
+    std::erase_if(_waiting, [](const Entry& entry) { return entry.isHeartbeat(); });
+    while (_waiting.size() > _capacity) dropOldest();
+  }
+  _owed.clear();
+  update();
+  _changed.notify_all();
+}
+
+}  // namespace norva

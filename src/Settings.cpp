@@ -1,0 +1,83 @@
+#include "Settings.h"
+
+#include <charconv>
+#include <cstring>
+#include <optional>
+#include <string_view>
+
+#include "AgentLibrary.h"
+
+namespace norva {
+
+namespace {
+
+Settings settings;
+
+constexpr unsigned kMaxDeviceTimeout = 3600;
+constexpr unsigned kMaxBacklog = 100'000;
+
+std::string_view trimmed(const char* line) {
+  constexpr char kBlanks[] = " \t\r\n";
+  std::string_view value(line);
+  value.remove_prefix(std::min(value.find_first_not_of(kBlanks), value.size()));
+  return value.substr(0, value.find_last_not_of(kBlanks) + 1);
+}
+
+std::optional<unsigned> parseNumber(const char* line, unsigned most) {
+  const std::string_view value = trimmed(line);
+  unsigned number = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+  if (error != std::errc() || end != value.data() + value.size() || number > most) return {};
+  return number;
+}
+
+void parseDeviceTimeout(const char*, char* line) {
+  if (const auto seconds = parseNumber(line, kMaxDeviceTimeout)) {
+    settings.deviceTimeout = std::chrono::seconds(*seconds);
+  } else {
+    config_perror("norvaDeviceTimeout: a number of seconds from 0 to 3600 is expected");
+  }
+}
+
+void parseBacklog(const char*, char* line) {
+  if (const auto count = parseNumber(line, kMaxBacklog)) {
+    settings.backlog = *count;
+  } else {
+    config_perror("norvaBacklog: a number from 0 to 100000 is expected");
+  }
+}
+
+void parseTrace(const char*, char* line) {
+  const std::string_view value = trimmed(line);
+  if (value == "yes" || value == "no") {
+    settings.trace = value == "yes";
+  } else {
+    config_perror("norvaTrace: yes or no is expected");
+  }
+}
+
+struct Token {
+  const char* name;
+  void (*parse)(const char* token, char* line);
+  const char* help;
+};
+
+constexpr Token kTokens[] = {
+    {"norvaDeviceTimeout", parseDeviceTimeout, "SECONDS"},
+    {"norvaTrace", parseTrace, "yes|no"},
+    {"norvaBacklog", parseBacklog, "NOTIFICATIONS"},
+};
+
+}  // namespace
+
+const Settings& Settings::get() {
+  return settings;
+}
+
+void Settings::follow(const char* agentName) {
+  for (const auto& [name, parse, help] : kTokens) {
+    register_config_handler(agentName, name, parse, nullptr, help);
+  }
+}
+
+}  // namespace norva

@@ -1,0 +1,31 @@
+// Settings beyond the command line, read by the agent library from the subagent's own configuration
+// file: snmpAgentX.conf in the default mode, NAME.conf with -X. Without them the agent does what
+// its command line says. Written by the library on the main thread, inside init_snmp, and only read
+// afterwards.
+
+#ifndef NORVA_SETTINGS_H_
+#define NORVA_SETTINGS_H_
+
+#include <chrono>
+#include <cstddef>
+
+namespace norva {
+
+struct Settings {
+  /// norvaDeviceTimeout: longest wait for the unit's reply once requests are served; 0: no limit.
+  std::chrono::seconds deviceTimeout{0};
+  /// norvaTrace: whether each request, notification and heartbeat that succeeds is printed.
+  bool trace = true;
+  /// norvaBacklog: notifications that are kept for the master; 0: none.
+  std::size_t backlog = 1000;
+
+  static const Settings& get();
+
+  /// Makes the library read the tokens from the file of `agentName`. A bad value gets the library's
+  /// message with file and line, and changes nothing. Main thread, once, before init_snmp.
+  static void follow(const char* agentName);
+};
+
+}  // namespace norva
+
+#endif  // NORVA_SETTINGS_H_

@@ -1,0 +1,176 @@
+#include "NotificationQueue.h"
+
+#include <future>
+#include <thread>
+
+#include "AgentXStream.h"
+#include "TestSupport.h"
+
+namespace norva::test {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kPatience(10000);
+/// How long a wrong queue is given to show itself.
+constexpr milliseconds kGrace(30);
+
+Notification named(int number) {
+  return {{}, std::to_string(number), {}};
+}
+
+class NotificationQueueTest : public testing::Test {
+ protected:
+  NotificationQueueTest() { queue.sessionStarted(); }
+
+  void pushUpTo(int last) {
+    while (pushed < last) queue.push(named(++pushed));
+  }
+  /// Takes and sends what may be sent; the names and numbers of it.
+  std::string sendAll() {
+    std::string sentOnes;
+    while (const auto* next = queue.take()) {
+      sentOnes += next->notification.name + "#" + std::to_string(next->sequence) + " ";
+      queue.sent(++packet);
+    }
+    return sentOnes;
+  }
+  std::future<bool> pushInBackground(int number) {
+    return std::async(std::launch::async, [this, number] { return queue.push(named(number)); });
+  }
+  std::future<bool> beat() {
+    return std::async(std::launch::async, [this] {
+      return queue.wasTaken(queue.pushHeartbeat({{}, "beat", {}}));
+    });
+  }
+  bool waitForWork() const {
+    for (int i = 0; !queue.hasWork() && i < kPatience.count(); ++i) {
+      std::this_thread::sleep_for(milliseconds(1));
+    }
+    return queue.hasWork();
+  }
+
+  NotificationQueue queue;
+  int pushed = 0;
+  std::uint32_t packet = 0;
+};
+
+TEST_F(NotificationQueueTest, OwesNoMoreThanItsLimitAndTellsOnceThatThereIsWork) {
+  EXPECT_FALSE(queue.hasWork());
+  EXPECT_TRUE(queue.push(named(1)));
+  EXPECT_FALSE(queue.push(named(2))) << "the sender knows already";
+  pushed = 2;
+  pushUpTo(70);
+  EXPECT_TRUE(sendAll().ends_with(" 64#64 "));
+  EXPECT_FALSE(queue.hasWork());
+  EXPECT_FALSE(queue.push(named(71)));
+  queue.acknowledged(999);
+  EXPECT_EQ(sendAll(), "");
+  queue.acknowledged(7);
+  queue.acknowledged(1);
+  EXPECT_EQ(sendAll(), "65#65 66#66 ");
+}
+
+TEST_F(NotificationQueueTest, SendsWhatASessionLeftUnacknowledgedAgainInTheNextOne) {
+  pushUpTo(5);
+  EXPECT_EQ(sendAll(), "1#1 2#2 3#3 4#4 5#5 ");
+  for (const int id : {1, 2, 4}) queue.acknowledged(static_cast<std::uint32_t>(id));
+  queue.sessionEnded();
+  pushUpTo(6);
+  EXPECT_FALSE(queue.hasWork());
+  queue.sessionStarted();
+  EXPECT_EQ(sendAll(), "3#3 5#5 6#6 ");
+}
+
+TEST_F(NotificationQueueTest, DropsTheOldestWithoutASession) {
+  queue.setCapacity(3);
+  pushUpTo(2);
+  sendAll();
+  queue.sessionEnded();
+  pushUpTo(10);
+  queue.sessionStarted();
+  EXPECT_EQ(printed([this] { EXPECT_EQ(sendAll(), "8#8 9#9 10#10 "); }),
+            "7 notifications were dropped, the oldest, while the master took none\n");
+}
+
+TEST_F(NotificationQueueTest, HoldsItsProducerUpWhileTheMasterAnswers) {
+  queue.setCapacity(2);
+  pushUpTo(2);
+  auto third = pushInBackground(3);
+  EXPECT_EQ(third.wait_for(kGrace), std::future_status::timeout);
+  EXPECT_EQ(sendAll(), "1#1 2#2 ");
+  EXPECT_EQ(third.wait_for(kGrace), std::future_status::timeout) << "what is owed counts";
+  queue.acknowledged(1);
+  ASSERT_EQ(third.wait_for(kPatience), std::future_status::ready);
+  EXPECT_EQ(sendAll(), "3#3 ");
+
+  // The master takes no more: alarms are taken in all the same after a while.
+  auto fourth = pushInBackground(4);
+  EXPECT_EQ(fourth.wait_for(kGrace), std::future_status::timeout);
+  EXPECT_EQ(fourth.wait_for(kPatience), std::future_status::ready);
+}
+
+TEST_F(NotificationQueueTest, AHeartbeatWaitsForItsTurnAndIsGivenUpWithTheSession) {
+  auto first = beat();
+  ASSERT_TRUE(waitForWork());
+  EXPECT_EQ(first.wait_for(kGrace), std::future_status::timeout);
+  EXPECT_EQ(sendAll(), "beat#1 ");
+  EXPECT_TRUE(first.get());
+  queue.acknowledged(1);
+  auto second = beat();
+  ASSERT_TRUE(waitForWork());
+  pushUpTo(1);
+  queue.sessionEnded();
+  EXPECT_FALSE(second.get());
+  EXPECT_FALSE(beat().get()) << "without a session at once";
+  queue.sessionStarted();
+  EXPECT_EQ(sendAll(), "1#2 ") << "without a number";
+}
+
+TEST_F(NotificationQueueTest, KeepsNothingWithoutACapacity) {
+  queue.setCapacity(0);
+  queue.sessionEnded();
+  pushUpTo(1);
+  auto second = pushInBackground(2);
+  EXPECT_EQ(second.wait_for(kGrace), std::future_status::timeout) << "one at a time";
+  EXPECT_EQ(sendAll().substr(0, 4), "1#1 ") << "the library drops it";
+  second.get();
+  sendAll();
+  queue.sessionStarted();
+  queue.push(named(3));
+  EXPECT_EQ(sendAll(), "3#3 ");
+  queue.sessionEnded();
+  queue.sessionStarted();
+  EXPECT_EQ(sendAll(), "");
+}
+
+TEST(AgentXStreamTest, FindsResponsesInPiecesOfAnySize) {
+  const Bytes stream = [] {
+    Bytes bytes;
+    const auto add = [&bytes](const std::string& text) {
+      const Bytes more = hex(text);
+      bytes.insert(bytes.end(), more.begin(), more.end());
+    };
+    add("01 05 10 00 00 00 00 01 00 00 00 02 00 00 00 63 00 00 00 04 12 34 56 78");  // a Get
+    add("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 00 00 00 00");
+    add("01 0d 10 00 00 00 00 01 00 00 00 02 00 00 00 08 00 00 00 00");  // no payload
+    add("01 12 00 00 01 00 00 00 02 00 00 00 09 00 00 00 0c 00 00 00 01 00 00 00 01 01 00 00"
+        " 01 02 03 04");
+    return bytes;
+  }();
+  for (std::size_t piece = 1; piece <= stream.size(); ++piece) {
+    AgentXStream received;
+    std::string seen;
+    for (std::size_t at = 0; at < stream.size(); at += piece) {
+      received.feed(
+          stream.data() + at, std::min(piece, stream.size() - at), [&seen](const AgentXPdu& pdu) {
+            if (pdu.type() != kAgentXResponse) return;
+            seen += std::to_string(pdu.packetId()) + ":" + std::to_string(pdu.error()) + " ";
+          });
+    }
+    EXPECT_EQ(seen, "7:0 9:257 ") << piece;
+  }
+}
+
+}  // namespace
+}  // namespace norva::test
