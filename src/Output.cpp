@@ -14,6 +14,9 @@ namespace norva {
 
 namespace {
 
+/// So much text wakes the writer before its time.
+constexpr std::size_t kHurry = Output::kCapacity / 4;
+
 /// Rounds without text after which the writer waits to be woken.
 constexpr int kQuietRounds = static_cast<int>(Output::kQuiet / Output::kDelay);
 
@@ -74,7 +77,7 @@ int Output::start() {
 void Output::write(std::string_view text, std::string_view end) {
   const std::size_t size = text.size() + end.size();
   if (size == 0) return;
-  bool wasAsleep = false;
+  bool mustWake = false;
   {
     const std::lock_guard lock(_mutex);
     const bool startsLine = !_lineIsOpen;
@@ -92,9 +95,10 @@ void Output::write(std::string_view text, std::string_view end) {
     }
     _pending.append(text).append(end);
     _keptLineIsOpen = _lineIsOpen;
-    wasAsleep = std::exchange(_asleep, false);
+    mustWake = std::exchange(_asleep, false) ||
+               (_pending.size() >= kHurry && _pending.size() - size < kHurry);
   }
-  if (wasAsleep) _wakeUp.notify_one();
+  if (mustWake) _wakeUp.notify_one();
 }
 
 void Output::appendNotice() {
@@ -141,11 +145,7 @@ void Output::run() {
       _wakeUp.wait(lock, [this] { return !_pending.empty(); });
       quietRounds = 0;
     }
-    if (!isImmediate) {
-      lock.unlock();
-      std::this_thread::sleep_for(_delay);
-      lock.lock();
-    }
+    if (!isImmediate) _wakeUp.wait_for(lock, _delay, [this] { return _pending.size() >= kHurry; });
     if (_pending.empty()) continue;
     const bool isTaken = takeAndWrite(lock);
     // What was dropped is told even if nothing more is printed.

@@ -3,10 +3,11 @@
 import os
 import signal
 from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
 
 import pytest
 
-from conftest import wait_started
+from conftest import wait_handled, wait_started
 from world import ROOT, SnmpError, World, wait_until
 
 SCALAR = f"{ROOT}.1.1.1.1.0"
@@ -18,10 +19,16 @@ def assert_right(world):
     assert world.get(SCALAR)[0].value == SCALAR_VALUE
 
 
-def start_piped(world):
+# Commands to run the agent under.
+BOTH = ["sh", "-c", 'exec "$@" 2>&1', "sh"]
+CLOSED = ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"]
+FIRST_PROCESS = ["unshare", "--pid", "--fork", "--mount-proc"]
+
+
+def start_piped(world, prefix=()):
     """The agent, its output into a pipe; the pipe's reading end."""
     reader, writer = os.pipe()
-    world.start_agent(stdout=writer)
+    world.start_agent(stdout=writer, prefix=prefix)
     os.close(writer)
     return reader
 
@@ -86,6 +93,31 @@ def test_reader_of_the_output_goes_away(ready):
     assert ready.agent.running()
 
 
+def test_standard_descriptors_closed_at_the_start(ready):
+    """None of them becomes the library's own: many requests are served."""
+    ready.start_agent(prefix=CLOSED)
+    for _ in range(5):
+        assert len(ready.bulkwalk()) > 50
+    assert_right(ready)
+
+
+def test_reader_of_the_output_stops_and_comes_back(ready):
+    """He is told how much he missed."""
+    reader = start_piped(ready)
+    for _ in range(12):
+        assert len(ready.bulkwalk()) > 50
+    os.set_blocking(reader, False)
+    with os.fdopen(reader, "rb") as output:
+        text = b""
+        def told():
+            nonlocal text
+            text += output.read() or b""
+            return b" bytes of output were dropped, nobody read them\n" in text
+        wait_until(told, what="the notice")
+        assert_right(ready)
+        wait_until(lambda: (output.read() or b"").endswith(b"covMethod=0\n"), what="a live trace")
+
+
 # The end of the process. Each state is a function that brings a running agent into it.
 
 ROUNDS, WORLDS = 5, 4
@@ -117,13 +149,11 @@ def flooded(world):
 
 
 def unread_output(world):
-    """The pipe that takes the output is full, and the agent waits for its reader."""
-    def stuck():
-        try:
-            world.walk(timeout=1)
-        except SnmpError:
-            return True
-    wait_until(stuck, 30, "a full pipe")
+    """Standard output and error go into one pipe, which is full and which nobody reads; what cannot
+    be printed holds nobody up."""
+    for _ in range(8):
+        assert len(world.bulkwalk()) > 50
+    assert_right(world)
 
 
 @pytest.mark.parametrize("state", [idle, silent_unit, polled, flooded, unread_output])
@@ -135,7 +165,7 @@ def test_sigterm(state):
             world.start_master()
             for _ in range(ROUNDS):
                 is_unread = state is unread_output
-                reader = start_piped(world) if is_unread else world.start_agent()
+                reader = start_piped(world, BOTH) if is_unread else world.start_agent()
                 wait_started(world)
                 state(world)
                 world.agent.signal(signal.SIGTERM)
@@ -151,3 +181,40 @@ def test_sigterm(state):
 
     with ThreadPoolExecutor(WORLDS) as pool:
         list(pool.map(end_agents, range(WORLDS)))
+
+
+def agent_process(world, prefix):
+    """Process id of the agent, which unshare has as its child."""
+    pid = world.agent.pid()
+    if "--fork" in prefix:
+        pid = int(Path(f"/proc/{pid}/task/{pid}/children").read_text())
+    return pid
+
+
+@pytest.mark.parametrize("prefix, status", [
+    (["env", "PATH=/nonexistent"], -signal.SIGKILL),
+    (["env", "PATH={bin}"], -signal.SIGKILL),
+    (FIRST_PROCESS, 128 + signal.SIGKILL),
+    (["env", "PATH=/nonexistent", "/usr/bin/unshare", *FIRST_PROCESS[1:]], 128 + signal.SIGKILL),
+], ids=["no killall", "a killall that hangs", "first process", "first process, no killall"])
+@pytest.mark.parametrize("state", [idle, polled, silent_unit])
+def test_sigterm_without_the_help_of_others(ready, tmp_path, state, prefix, status):
+    """Neither killall nor the death by a signal is to be had. The objects go at once."""
+    (tmp_path / "killall").write_text("#!/bin/sh\nexec /usr/bin/sleep 60\n")
+    (tmp_path / "killall").chmod(0o755)
+    ready.start_agent(prefix=[word.format(bin=tmp_path) for word in prefix])
+    agent = agent_process(ready, prefix)
+    wait_handled(agent)
+    state(ready)
+    os.kill(agent, signal.SIGTERM)
+    assert ready.agent.wait(5) == status
+    assert "get SIGNUM!\n" in ready.agent_output()
+    wait_until(lambda: ready.get(SCALAR, timeout=1)[0].type == "noSuchObject", 5, "objects gone")
+
+
+def test_sigterm_before_the_unit_has_answered(world):
+    """The first process of a container has no default action."""
+    world.start_agent(prefix=FIRST_PROCESS, wait=False)
+    world.wait_output("_pComPortAdapter->open() end....\n")
+    os.kill(agent_process(world, FIRST_PROCESS), signal.SIGTERM)
+    assert world.agent.wait(5) == 128 + signal.SIGTERM

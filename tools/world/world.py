@@ -159,11 +159,16 @@ class World:
             DASUNIT_CONTROL=str(self.directory / "unit.sock"))
         for name in ("build", "conf", "persistent"):
             (self.directory / name).mkdir()
-        # A lost master is looked for again after this many seconds.
-        (self.directory / "conf/demo.conf").write_text("agentxPingInterval 1\n")
+        self.settings()
         shutil.copy(SOURCE / "data/unit.objects", self.objects)
         shutil.copy(build / "data/mapping.db", self.database)
         self._hold(build, cover)
+
+    def settings(self, *lines, ping=1):
+        """The configuration file of the agent "demo", for its next start: `lines`, and the seconds
+        after which a lost master is looked for again."""
+        (self.directory / "conf/demo.conf").write_text(
+            "\n".join([f"agentxPingInterval {ping}", *lines, ""]))
 
     def _hold(self, build, cover):
         user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
