@@ -1,5 +1,6 @@
 #include "DataManage.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -63,6 +64,19 @@ bool narrowInteger(ObjValue& record) {
       return true;
     default:
       return false;
+  }
+}
+
+/// Brings the address in `record` into the form of a text field of its `objLen`.
+void toTextField(ObjValue& record) {
+  const std::uint8_t objLen = record.objLen();
+  if (objLen == kObjLenLong) {
+    // A field of four bytes holds the address itself. A set's frame turns four bytes around, a text
+    // is read as it stands: turned here, a read gives the address back.
+    std::reverse(record.value(), record.value() + 4);
+  } else {
+    SnmpObjConvertStrategy().toIpText(record);
+    record.setObjLen(objLen);
   }
 }
 
@@ -248,11 +262,7 @@ int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bo
   ObjInfo info;
   if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
   record.setAttr(current.attr());  // the device knows whether the integer is signed
-  // A text field takes an address as text, unless its four bytes just fill it.
-  if (isAddress && current.kind() == ValueKind::kText && current.objLen() != kObjLenLong) {
-    _pConvertStrategy->toIpText(record);
-    record.setObjLen(current.objLen());
-  }
+  if (isAddress && current.kind() == ValueKind::kText) toTextField(record);
   if (_pConvertStrategy->convertToObj(info.covMethod, record) == -1) return -1;
 
   if (current.kind() == ValueKind::kText) {

@@ -4,7 +4,7 @@ from collections import namedtuple
 
 import pytest
 
-from world import ROOT, SnmpError, Varbind, empty_schema, scalar_row
+from world import CELLS, ROOT, SnmpError, Varbind, empty_schema, scalar_row, wait_until
 
 # One scalar: its suffix is its position here. `unit` is the rest of its line in the object file,
 # `row` what differs from a writable INTEGER of method 0.
@@ -36,6 +36,17 @@ SCALARS = {
     "decimal signed": Case("signed 4 rw -100", {**TEXT, "method": 0x1004}, "STRING", "-10.00"),
     "decimal loss": Case("unsigned 4 rw 123456789", {**TEXT, "method": 4}, "STRING",
                          "123456792.00"),
+    # Other types of numbers.
+    "gauge": Case("unsigned 4 rw 0x01020004", {"type": 0x42}, "Gauge32", "16908292"),
+    "gauge 1": Case("unsigned 1 rw 5", {"type": 0x42}, "Gauge32", "5"),
+    "counter": Case("signed 2 rw -1", {"type": 0x41}, "Counter32", "4294967295"),
+    "ticks": Case("unsigned 2 rw 500", {"type": 0x43}, "Timeticks", "(500) 0:00:05.00"),
+    "wide counter": Case("unsigned 4 rw 0xfffffffe", {"type": 0x46}, "Counter64", "4294967294"),
+    "address number": Case("unsigned 4 rw 0x0a000007", {"type": 0x40}, "IpAddress", "10.0.0.7"),
+    "address bytes": Case(r'text 4 rw "\x0a\x00\x00\x07"', {"type": 0x40}, "IpAddress", "10.0.0.7"),
+    "address text": Case('text 20 rw "10.1.2.3"', {"type": 0x40}, "IpAddress", "10.1.2.3"),
+    "address made": Case("unsigned 4 rw 0x0a010203", {"type": 0x40, "method": 1}, "IpAddress",
+                         "10.1.2.3"),
     "read-only": Case("unsigned 2 ro 99", {"access": 1}, value=99),
     "read-only in the unit": Case("unsigned 2 ro 98", value=98),
 }
@@ -115,13 +126,65 @@ def test_trace_of_a_get(served):
     ("short field", "s", "12345678", "01 0b 10 01 31 32 33 34 35 36 37 38", "12345678"),
     ("long text", "s", "x" * 64, "01 43 0f 01" + " 78" * 64, "x" * 64),
     ("decimal", "s", "2.30", "01 05 13 01 e5 00", "2.29"),  # cut in single precision
+    ("unsigned 4", "u", 5, "01 07 05 01 05 00 00 00", 5),
+    ("unsigned 4", "a", "10.0.0.7", "01 07 05 01 07 00 00 0a", 0x0a000007),
+    ("gauge 1", "u", 5, "01 04 17 01 05", "5"),
+    ("gauge 1", "i", 6, "01 04 17 01 06", "6"),
+    ("counter", "u", 7, "01 05 18 01 07 00", "7"),
+    ("ticks", "t", 100, "01 05 19 01 64 00", "(100) 0:00:01.00"),
+    ("address number", "a", "10.2.0.9", "01 07 1b 01 09 00 02 0a", "10.2.0.9"),
+    ("address bytes", "a", "10.2.0.9", "01 07 1c 01 0a 02 00 09", "10.2.0.9"),
+    ("address text", "a", "10.2.0.9", "01 17 1d 01 31 30 2e 32 2e 30 2e 39" + " 00" * 12,
+     "10.2.0.9"),
+    ("text", "o", "1.3.6", "01 17 0d 01" + " 00" * 20, ""),
 ])
 def test_set(restored, name, letter, given, frame, answer):
     before = len(restored.requests(id_of(name)))
+    output = len(restored.agent_output())
     restored.set(oid_of(name), letter, given)
     writes = [frame for frame in restored.requests(id_of(name))[before:] if frame[0] == 0x01]
     assert writes == [bytes.fromhex(frame)]
     assert restored.get(oid_of(name))[0].value == answer
+    length = {"s": len(str(given)), "o": 12}.get(letter, 4)  # as the unit's library has it
+    restored.wait_output(f"set 'ACTION'  oid = {id_of(name):x}   set length = {length}..\n",
+                         after=output)
+
+
+UNSENDABLE = {
+    "text as gauge": ('text 20 ro "12"', {"type": 0x42}, "a text", "0x42"),
+    "made text as counter": ("unsigned 4 ro 5", {"type": 0x41, "method": 4}, "a text", "0x41"),
+    "short number as address": ("unsigned 2 ro 5", {"type": 0x40}, "an integer", "0x40"),
+    "no address": ('text 20 ro "north"', {"type": 0x40}, "a text", "0x40"),
+    "number as object identifier": ("unsigned 4 ro 5", {"type": 6}, "an integer", "0x06"),
+}
+
+
+def test_value_that_its_type_cannot_carry(world):
+    """No answer, the reason printed; scalars and cells alike, and those behind them are answered."""
+    count = len(UNSENDABLE)
+    world.start_unit(f'0x80ba text 64 ro "{ROOT}"\n0x0200 unsigned 4 ro 1\n' + "".join(
+        f"{0x0101 + n:#06x} {unit}\n{0x0181 + n:#06x} {unit}\n"
+        for n, (unit, *_) in enumerate(UNSENDABLE.values())))
+    rows = [scalar_row(0x0101 + n, n + 1, access=1, **row)
+            for n, (_, row, *_) in enumerate(UNSENDABLE.values())]
+    rows += [f"INSERT INTO {CELLS} VALUES ('{0x0181 + n:04X}', '0', '{n + 2}', '{row['type']}', '1',"
+             f" '.10.1', '{row.get('method', 0):X}', '0', 'cell', '1', '1', '0', '0')"
+             for n, (_, row, *_) in enumerate(UNSENDABLE.values())]
+    world.start_master()
+    world.start_agent(database=world.make_database(
+        *empty_schema(), *rows, scalar_row(0x0200, 99, access=1), base=False))
+    wait_until(lambda: world.get(f"{ROOT}.10.1.1.1.1.0")[0].value == 1, what="the table")
+    scalars = [f"{ROOT}.1.1.1.{n + 1}.0" for n in range(count)]
+    cells = [f"{ROOT}.10.1.1.{n + 2}.1.0" for n in range(count)]
+    last = f"{ROOT}.1.1.1.99.0"
+    assert [bound.type for bound in world.get(*scalars, *cells, last)] == (
+        ["noSuchInstance"] * 2 * count + ["INTEGER"])
+    for n, (_, _, what, tag) in enumerate(UNSENDABLE.values()):
+        for first, stated in ((0x0101, f"SnmpAgentX::read_Var  getObjValue ERROR  oid = {0x0101 + n:X}"
+                               " !!!!!!!!!!!\n"),
+                              (0x0181, " get_ data is ERROR !!!!!!!!!!!!!!!!!!!\n")):
+            world.wait_output(f"object {first + n:#06x}: its value, {what}, is none of type {tag}\n"
+                              + stated)
 
 
 def test_several_scalars_in_one_set(restored):
@@ -148,7 +211,9 @@ def test_refused_set_writes_nothing(served, name, letter, given, reason):
     assert served.get(oid_of(name)) == expected([name])
 
 
+TABLE = ".10.1"
 FALLBACK = "object 0x80ba holds no usable OID, the fixed root is used\n"
+UNREADABLE = "object 0x80ba cannot be read, the fixed root is used\n"
 
 
 @pytest.mark.parametrize("text, root", [
@@ -161,11 +226,19 @@ def test_root(world, text, root):
     prefix = "" if text is None else f'0x80ba text 64 ro "{text}"\n'
     world.start_unit("0x0101 unsigned 1 rw 42\n" + prefix)
     world.start_master()
+    cell = (f"INSERT INTO {CELLS} VALUES ('0101', '0', '2', '2', '3', '{TABLE}', '0', '0', 'cell',"
+            " '1', '1', '0', '0')")
     world.start_agent(database=world.make_database(
-        *empty_schema(), scalar_row(0x0101, 9), base=False), wait=False)
+        *empty_schema(), scalar_row(0x0101, 9), cell, base=False), wait=False)
     world.wait_served(root)
-    assert world.get(f"{root}.1.1.1.9.0") == [(f"{root}.1.1.1.9.0", "INTEGER", 42)]
+    names = [f"{root}.1.1.1.9.0"]
+    if len(root) < 50:  # no table's node fits behind the long one
+        names.append(f"{root}{TABLE}.1.2.1.0")
+        wait_until(lambda: world.get(names[1])[0].type == "INTEGER", what="the table")
+    assert world.get(*names) == [(name, "INTEGER", 42) for name in names]
     world.wait_output("init_snmp end....\n")
+    assert (UNREADABLE in world.agent_output()) == (text is None)
     printed = f"MasterAgent::initNormalObj root_variables_oid={text}\n"
     assert (printed in world.agent_output()) == (text is not None)
-    assert (FALLBACK in world.agent_output()) == (text is not None and root == ROOT)
+    is_unusable = text is not None and root == ROOT
+    assert world.agent_output().count(FALLBACK) == 2 * is_unusable
