@@ -53,6 +53,17 @@ void setNumber(ObjValue& record, const SetValue& value) {
   record.setInteger32(value.integer());
 }
 
+int readRaw(ObjValue& record) {
+  return withUnit(record, [&](DataManage& unit) { return unit.getObjValue(record.oid(), record); });
+}
+
+WriteResult writeRaw(const ObjValue& record) {
+  const int result =
+      withUnit(record, [&](DataManage& unit) { return unit.setObjValue(record.oid(), record); });
+  if (result == 0) return WriteResult::kDone;
+  return isSilent ? WriteResult::kUnanswered : WriteResult::kRefused;
+}
+
 int writeObject(ObjValue& record, const SnmpDataBase& catalogue, const SetValue& value) {
   return withUnit(record, [&](DataManage& unit) {
     return unit.setSnmpValue(record, catalogue, value.isAddress());

@@ -33,6 +33,12 @@ void setNumber(ObjValue& record, const SetValue& value);
 /// As DataManage::setSnmpValue; `value` is what `record` was filled from.
 int writeObject(ObjValue& record, const SnmpDataBase& catalogue, const SetValue& value);
 
+/// As DataManage::getObjValue and setObjValue, of the object that `record` names. A write that the
+/// unit has not answered may have been carried out.
+int readRaw(ObjValue& record);
+enum class WriteResult { kDone, kRefused, kUnanswered };
+WriteResult writeRaw(const ObjValue& record);
+
 }  // namespace norva
 
 #endif  // NORVA_OBJECT_ACCESS_H_

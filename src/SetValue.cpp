@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <limits>
 
 #include "AgentLibrary.h"
 #include "AsnType.h"
@@ -34,7 +35,9 @@ SetValue::SetValue(std::uint8_t asnType, const void* value, std::size_t length)
     // Its first sub-identifier is all that can be seen of it: it begins with a zero byte.
     hold(static_cast<std::uint32_t>(held<oid>(value)), length / sizeof(oid) * kUnitLong);
   } else if (asnType == kAsnCounter64 && length == sizeof(counter64)) {
-    hold(static_cast<std::uint32_t>(held<counter64>(value).low), 2 * kUnitLong);
+    const auto wide = held<counter64>(value);
+    _high = static_cast<std::uint32_t>(wide.high);
+    hold(static_cast<std::uint32_t>(wide.low), 2 * kUnitLong);
   } else if (asnType == ASN_OPAQUE_FLOAT && length == sizeof(float)) {
     hold(std::bit_cast<std::uint32_t>(held<float>(value)), sizeof(float));
   } else if (asnType == ASN_OPAQUE_DOUBLE && length == sizeof(double)) {
@@ -58,6 +61,16 @@ bool SetValue::isNumber() const {
 
 bool SetValue::isAddress() const {
   return _type == kAsnIpAddress && _byteSize == 4;
+}
+
+std::int64_t SetValue::number() const {
+  if (_type == kAsnInteger) return static_cast<std::int32_t>(integer());
+  constexpr std::uint64_t kMost = std::numeric_limits<std::int64_t>::max();
+  return static_cast<std::int64_t>(std::min((std::uint64_t{_high} << 32) | integer(), kMost));
+}
+
+std::string_view SetValue::bytes() const {
+  return {reinterpret_cast<const char*>(_bytes), _byteSize};
 }
 
 std::uint32_t SetValue::integer() const {

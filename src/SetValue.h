@@ -25,6 +25,12 @@ class SetValue {
   bool isNumber() const;
   bool isAddress() const;
 
+  /// The number, whole; one that no integer of 64 bits holds reads as the largest. REQUIRES:
+  /// isNumber.
+  std::int64_t number() const;
+  /// All bytes of a value that is no number, as the library gave them.
+  std::string_view bytes() const;
+
   /// The number, the low 32 bits of a wider one; of any other type the first four bytes as an
   /// integer, missing ones zero.
   std::uint32_t integer() const;
@@ -37,6 +43,7 @@ class SetValue {
   /// Puts `integer` in place of what the host holds, `size` telling the unit's size.
   void hold(std::uint32_t integer, std::size_t size);
 
+  std::uint32_t _high = 0;  // of a Counter64
   std::array<std::uint8_t, 8> _converted{};
   const std::uint8_t* _bytes;
   std::size_t _size;      // on the unit

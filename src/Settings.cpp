@@ -1,8 +1,9 @@
 #include "Settings.h"
 
+#include <algorithm>
 #include <charconv>
-#include <cstring>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "AgentLibrary.h"
@@ -47,13 +48,21 @@ void parseBacklog(const char*, char* line) {
   }
 }
 
-void parseTrace(const char*, char* line) {
+void parseYesOrNo(const char* token, const char* line, bool& setting) {
   const std::string_view value = trimmed(line);
   if (value == "yes" || value == "no") {
-    settings.trace = value == "yes";
+    setting = value == "yes";
   } else {
-    config_perror("norvaTrace: yes or no is expected");
+    config_perror((std::string(token) + ": yes or no is expected").c_str());
   }
+}
+
+void parseStrictSet(const char* token, char* line) {
+  parseYesOrNo(token, line, settings.strictSet);
+}
+
+void parseTrace(const char* token, char* line) {
+  parseYesOrNo(token, line, settings.trace);
 }
 
 struct Token {
@@ -64,6 +73,7 @@ struct Token {
 
 constexpr Token kTokens[] = {
     {"norvaDeviceTimeout", parseDeviceTimeout, "SECONDS"},
+    {"norvaStrictSet", parseStrictSet, "yes|no"},
     {"norvaTrace", parseTrace, "yes|no"},
     {"norvaBacklog", parseBacklog, "NOTIFICATIONS"},
 };

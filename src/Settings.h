@@ -14,6 +14,8 @@ namespace norva {
 struct Settings {
   /// norvaDeviceTimeout: longest wait for the unit's reply once requests are served; 0: no limit.
   std::chrono::seconds deviceTimeout{0};
+  /// norvaStrictSet: whether a SET does what the manager asked or is refused.
+  bool strictSet = false;
   /// norvaTrace: whether each request, notification and heartbeat that succeeds is printed.
   bool trace = true;
   /// norvaBacklog: notifications that are kept for the master; 0: none.

@@ -8,7 +8,9 @@
 #include "ObjectAccess.h"
 #include "Output.h"
 #include "SetValue.h"
+#include "Settings.h"
 #include "SnmpDataBase.h"
+#include "StrictSet.h"
 
 namespace norva {
 
@@ -24,6 +26,7 @@ struct HandlerState {
   SnmpObjRecord writable;  // the writable object that was looked up last
   ObjValue writeTemplate;  // zero but for object id and attribute word
   AnswerValue answer;      // handed to the library as the value of a GET
+  StrictSet strictSet;
 };
 
 HandlerState& state() {
@@ -42,18 +45,25 @@ struct InstanceOid {
   }
 };
 
-/// Brings the writable object to the scalar that `name` (root, suffix, 0) names. In a request with
-/// several scalars every one is looked up before the first is written.
-void selectWritable(const oid* name, size_t nameLen) {
-  if (nameLen < kOidSuffixLength + 1) return;
+/// The scalar that `name` (root, suffix, 0) names, if managers may write it, else null.
+const SnmpObjRecord* findWritable(const oid* name, size_t nameLen) {
+  if (nameLen < kOidSuffixLength + 1) return nullptr;
   const oid* suffix = name + nameLen - (kOidSuffixLength + 1);
   const auto& objects = state().generalObjects;
   const auto named = std::find_if(objects.begin(), objects.end(), [suffix](const auto& object) {
     return std::equal(object.oidSuffix.begin(), object.oidSuffix.end(), suffix);
   });
-  if (named != objects.end() && (named->info.access & kAccessWrite) != 0) {
-    state().writable = *named;
-  }
+  if (named == objects.end() || (named->info.access & kAccessWrite) == 0) return nullptr;
+  return &*named;
+}
+
+/// A phase of a strict SET.
+int setStrictly(int mode, const SetValue& value, const oid* name, size_t nameLen) {
+  const SnmpObjRecord* object = findWritable(name, nameLen);
+  if (object == nullptr) return SNMP_ERR_NOTWRITABLE;
+  return state().strictSet.perform(mode, {name, name + nameLen},
+                                   {object->objId, object->info.asnType, true}, value,
+                                   *state().catalogue);
 }
 
 }  // namespace
@@ -100,7 +110,11 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
 
 int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_t varValLen,
                             u_char* /*statP*/, oid* name, size_t nameLen) {
-  selectWritable(name, nameLen);
+  const SetValue value(varValType, varVal, varValLen);
+  if (Settings::get().strictSet) return setStrictly(action, value, name, nameLen);
+
+  // In a request with several scalars every one is looked up before the first is written.
+  if (const SnmpObjRecord* named = findWritable(name, nameLen)) state().writable = *named;
   ObjValue& writeTemplate = state().writeTemplate;
   writeTemplate.setOid(state().writable.objId);
   writeTemplate.setAttr(state().writable.info.covMethod);
@@ -108,7 +122,6 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
 
   ObjValue record = writeTemplate;
   // The type in the request, not the object's, decides how the value is written.
-  const SetValue value(varValType, varVal, varValLen);
   if (value.isNumber() || value.isAddress()) {
     setNumber(record, value);
   } else {

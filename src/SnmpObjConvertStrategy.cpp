@@ -14,14 +14,6 @@ namespace norva {
 
 namespace {
 
-ConversionMethod methodOf(std::uint16_t covMethod) {
-  return static_cast<ConversionMethod>(covMethod & 0xFFF);
-}
-
-unsigned exponentOf(std::uint16_t covMethod) {
-  return covMethod >> 12;
-}
-
 /// The record's 32-bit integer, signed for a signed object; float or double.
 template <typename Real>
 Real integerAs(const ObjValue& record) {

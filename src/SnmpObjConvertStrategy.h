@@ -23,6 +23,13 @@ enum class ConversionMethod : std::uint16_t {
   kLowHalf = 11,       ///< to SNMP: the low 16 bits
 };                     // every other number changes nothing in either direction
 
+constexpr ConversionMethod methodOf(std::uint16_t covMethod) {
+  return static_cast<ConversionMethod>(covMethod & 0xFFF);
+}
+constexpr unsigned exponentOf(std::uint16_t covMethod) {
+  return covMethod >> 12;
+}
+
 class SnmpObjConvertStrategy {
  public:
   SnmpObjConvertStrategy() = default;

@@ -9,6 +9,7 @@
 #include "OidPrefix.h"
 #include "Output.h"
 #include "SetValue.h"
+#include "Settings.h"
 #include "SnmpDataBase.h"
 #include "SnmpObjConvertStrategy.h"
 #include "TableIterator.h"
@@ -69,6 +70,12 @@ int readCell(TableClassState& state, const SnmpTableObjRecord& cell, Presentatio
   return readObject(buffer, *state.catalogue, presentation);
 }
 
+int findCell(const TableClassState& state, const netsnmp_table_request_info& table,
+             const RowContext& row, SnmpTableObjRecord& cell) {
+  return state.catalogue->getSnmpTableOid(state.ancestorNode, table.colnum,
+                                          static_cast<unsigned>(row.index) & 0xFF, cell);
+}
+
 /// One request of a PDU. `first` is the first request of its list. Returns an SNMP error status.
 int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
                const netsnmp_request_info& first) {
@@ -81,10 +88,7 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
   }
 
   SnmpTableObjRecord cell;
-  if (state.catalogue->getSnmpTableOid(state.ancestorNode, table->colnum,
-                                       static_cast<unsigned>(row->index) & 0xFF, cell) == -1) {
-    return SNMP_ERR_NOERROR;
-  }
+  if (findCell(state, *table, *row, cell) == -1) return SNMP_ERR_NOERROR;
   // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
   // its access is tested, and a SET on it succeeds without writing.
   Presentation presentation;
@@ -109,17 +113,36 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
   }
 }
 
+/// A phase of a strict SET of one cell. Returns an SNMP error status.
+int setCellStrictly(TableClassState& state, int mode, netsnmp_request_info* request) {
+  const auto* row = static_cast<const RowContext*>(netsnmp_extract_iterator_context(request));
+  const netsnmp_table_request_info* table = netsnmp_extract_table_info(request);
+  SnmpTableObjRecord cell;
+  if (table != nullptr && table->colnum == kIndexColumn) return SNMP_ERR_NOTWRITABLE;
+  if (row == nullptr || table == nullptr || findCell(state, *table, *row, cell) == -1) {
+    return SNMP_ERR_NOCREATION;
+  }
+  const netsnmp_variable_list& variable = *request->requestvb;
+  const SetValue value(variable.type, variable.val.string, variable.val_len);
+  return state.strictSet.perform(
+      mode, {variable.name, variable.name + variable.name_length},
+      {cell.objId, cell.info.asnType, cell.info.access == kAccessReadWrite}, value,
+      *state.catalogue);
+}
+
 int handleRequest(netsnmp_mib_handler* handler, netsnmp_handler_registration*,
                   netsnmp_agent_request_info* info, netsnmp_request_info* requests) {
   if (requests == nullptr) return SNMP_ERR_GENERR;
   auto& state = *static_cast<TableClassState*>(handler->myvoid);
+  const bool isStrict = info->mode != MODE_GET && Settings::get().strictSet;
   for (netsnmp_request_info* request = requests; request != nullptr; request = request->next) {
-    const int error = handleCell(state, info->mode, request, *requests);
-    if (error != SNMP_ERR_NOERROR) {
-      // A bare return would reach the manager as genErr.
-      netsnmp_set_request_error(info, request, error);
-      return error;
-    }
+    const int error = isStrict ? setCellStrictly(state, info->mode, request)
+                               : handleCell(state, info->mode, request, *requests);
+    if (error == SNMP_ERR_NOERROR) continue;
+    // A bare return would reach the manager as genErr.
+    netsnmp_set_request_error(info, request, error);
+    // What was written is put back whether or not something before it could not be.
+    if (info->mode != MODE_SET_UNDO) return error;
   }
   return SNMP_ERR_NOERROR;
 }

@@ -17,6 +17,7 @@
 #include "AgentLibrary.h"
 #include "ObjValue.h"
 #include "SnmpTableStrategy.h"
+#include "StrictSet.h"
 
 namespace norva {
 
@@ -36,6 +37,7 @@ struct TableClassState {
   const TableTraits traits;
   std::mutex mutex;
   ObjValue objectBuffer;  ///< scratch of the request handler
+  StrictSet strictSet;
   const SnmpDataBase* catalogue = nullptr;
   std::int32_t tableFlag = 0;      ///< stored, never read
   RowNode* rowListHead = nullptr;  ///< the object's rows as the iterator sees them

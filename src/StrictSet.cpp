@@ -1,0 +1,73 @@
+#include "StrictSet.h"
+
+#include "DataManage.h"
+#include "ObjInfo.h"
+#include "ObjectAccess.h"
+#include "Output.h"
+#include "SnmpDataBase.h"
+#include "StrictValue.h"
+
+namespace norva {
+
+int StrictSet::perform(int mode, const Name& name, const Target& target, const SetValue& value,
+                       const SnmpDataBase& catalogue) {
+  int error = SNMP_ERR_NOERROR;
+  switch (mode) {
+    case MODE_SET_RESERVE1:
+      error = check(name, target, value, catalogue);
+      break;
+    case MODE_SET_ACTION:
+      error = write(name);
+      break;
+    case MODE_SET_UNDO:
+      error = undo(name);
+      _writes.erase(name);
+      break;
+    case MODE_SET_COMMIT:
+    case MODE_SET_FREE:
+      _writes.erase(name);
+      break;
+    default:
+      break;
+  }
+  if (error != SNMP_ERR_NOERROR) {
+    Output::print("set of object 0x%04x refused: %s\n", target.objId, snmp_errstring(error));
+  }
+  return error;
+}
+
+int StrictSet::check(const Name& name, const Target& target, const SetValue& value,
+                     const SnmpDataBase& catalogue) {
+  if (!target.writable) return SNMP_ERR_NOTWRITABLE;
+  Write prepared;
+  prepared.before.setOid(target.objId);
+  ObjInfo info;
+  if (readRaw(prepared.before) != 0 || catalogue.findObjInfo(target.objId, info) != 0) {
+    return SNMP_ERR_RESOURCEUNAVAILABLE;
+  }
+  if (!prepared.before.writable()) return SNMP_ERR_NOTWRITABLE;
+  const int error =
+      encodeStrictly(value, target.asnType, info.covMethod, prepared.before, prepared.after);
+  if (error != SNMP_ERR_NOERROR) return error;
+  turnForWriting(prepared.before);
+  _writes[name] = prepared;
+  return SNMP_ERR_NOERROR;
+}
+
+int StrictSet::write(const Name& name) {
+  const auto prepared = _writes.find(name);
+  if (prepared == _writes.end()) return SNMP_ERR_COMMITFAILED;
+  Write& write = prepared->second;
+  const WriteResult result = writeRaw(write.after);
+  write.isDone = result != WriteResult::kRefused;
+  return result == WriteResult::kDone ? SNMP_ERR_NOERROR : SNMP_ERR_COMMITFAILED;
+}
+
+int StrictSet::undo(const Name& name) {
+  const auto written = _writes.find(name);
+  if (written == _writes.end() || !written->second.isDone) return SNMP_ERR_NOERROR;
+  const bool isUndone = writeRaw(written->second.before) == WriteResult::kDone;
+  return isUndone ? SNMP_ERR_NOERROR : SNMP_ERR_UNDOFAILED;
+}
+
+}  // namespace norva

@@ -1,0 +1,59 @@
+// Strict SETs: a SET does what the manager asked, or is refused, for scalars and table cells alike.
+//
+// Everything is checked before anything is written: a request's varbinds are all checked in
+// RESERVE1, with one read of the device each, and written in ACTION. What was written is put back
+// in UNDO, when another varbind of the request has failed; that costs one write each and no read.
+//
+// Main thread, inside request handlers.
+
+#ifndef NORVA_STRICT_SET_H_
+#define NORVA_STRICT_SET_H_
+
+#include <cstdint>
+#include <map>
+#include <vector>
+
+#include "AgentLibrary.h"
+#include "ObjValue.h"
+#include "SetValue.h"
+
+namespace norva {
+
+class SnmpDataBase;
+
+class StrictSet {
+ public:
+  /// A varbind's name, whole.
+  using Name = std::vector<oid>;
+
+  /// Carries out phase `mode` (MODE_SET_...) of a SET of `value` on the object `objId`, which the
+  /// mapping shows as `asnType` and lets managers write if `writable`. Returns an SNMP error
+  /// status, any but noError printed: in RESERVE1 notWritable, resourceUnavailable for an object
+  /// that cannot be read, or what encodeStrictly returns; in ACTION commitFailed; in UNDO
+  /// undoFailed.
+  struct Target {
+    std::uint16_t objId;
+    std::uint16_t asnType;
+    bool writable;
+  };
+  int perform(int mode, const Name& name, const Target& target, const SetValue& value,
+              const SnmpDataBase& catalogue);
+
+ private:
+  struct Write {
+    ObjValue before;
+    ObjValue after;
+    bool isDone = false;  ///< or may be: the unit has not answered
+  };
+
+  int check(const Name& name, const Target& target, const SetValue& value,
+            const SnmpDataBase& catalogue);
+  int write(const Name& name);
+  int undo(const Name& name);
+
+  std::map<Name, Write> _writes;  // of the request that is under way
+};
+
+}  // namespace norva
+
+#endif  // NORVA_STRICT_SET_H_

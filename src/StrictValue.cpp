@@ -1,0 +1,143 @@
+#include "StrictValue.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "AgentLibrary.h"
+#include "AsnType.h"
+#include "ByteOrder.h"
+#include "SnmpObjConvertStrategy.h"
+
+namespace norva {
+
+namespace {
+
+/// Wide enough for every number that a request carries and, ten times it, every one a device holds.
+using Number = std::int64_t;
+constexpr Number kTooLarge = std::numeric_limits<Number>::max() / 100;
+
+constexpr bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
+/// Stops growing when no field holds the number any more.
+Number timesTen(Number number) {
+  return number > kTooLarge || number < -kTooLarge ? number : number * 10;
+}
+
+Number scaled(Number number, unsigned exponent) {
+  for (; exponent > 0; --exponent) number = timesTen(number);
+  return number;
+}
+
+/// The decimal number that is the whole text, times 10^exponent, if that is an integer.
+std::optional<Number> parseScaled(std::string_view text, unsigned exponent) {
+  const bool isNegative = text.starts_with('-');
+  if (isNegative || text.starts_with('+')) text.remove_prefix(1);
+  const std::size_t point = std::min(text.find('.'), text.size());
+  const std::string_view whole = text.substr(0, point);
+  std::string_view decimals = text.substr(std::min(point + 1, text.size()));
+  while (decimals.ends_with('0')) decimals.remove_suffix(1);
+  const bool hasDigits = std::any_of(text.begin(), text.end(), isDigit);
+  if (!hasDigits || decimals.size() > exponent) return {};
+
+  Number number = 0;
+  for (const std::string_view digits : {whole, decimals}) {
+    for (const char c : digits) {
+      if (!isDigit(c)) return {};
+      number = timesTen(number) + (c - '0');
+    }
+  }
+  number = scaled(number, exponent - static_cast<unsigned>(decimals.size()));
+  return isNegative ? -number : number;
+}
+
+/// Stores the number in the width and sign of `record`.
+int storeNumber(Number number, ObjValue& record) {
+  const int bits = 8 * (record.objLen() - kObjLenOverhead);
+  const bool isSigned = record.kind() == ValueKind::kSigned;
+  const Number end = Number{1} << (isSigned ? bits - 1 : bits);
+  if (number >= end || number < (isSigned ? -end : 0)) return SNMP_ERR_WRONGVALUE;
+  record.clearValue();
+  record.setInteger32(static_cast<std::uint32_t>(number) << (32 - bits));
+  return SNMP_ERR_NOERROR;
+}
+
+int storeText(std::string_view text, ObjValue& record) {
+  if (text.find('\0') != std::string_view::npos) return SNMP_ERR_WRONGVALUE;
+  if (text.size() + kObjLenOverhead > record.objLen()) return SNMP_ERR_WRONGLENGTH;
+  record.setText(text);
+  return SNMP_ERR_NOERROR;
+}
+
+int storeAddress(std::uint32_t address, ObjValue& record) {
+  if (record.objLen() == kObjLenLong) {
+    record.clearValue();
+    record.setInteger32(address);
+    return SNMP_ERR_NOERROR;
+  }
+  if (record.kind() != ValueKind::kText) return SNMP_ERR_WRONGVALUE;
+  ObjValue dotted;
+  dotted.setInteger32(address);
+  SnmpObjConvertStrategy().toIpText(dotted);
+  return storeText(dotted.text(), record);
+}
+
+int storeNumberOf(Number number, std::uint16_t covMethod, ObjValue& record) {
+  const ConversionMethod method = methodOf(covMethod);
+  if (record.kind() == ValueKind::kText || method == ConversionMethod::kFixedText) {
+    return SNMP_ERR_WRONGVALUE;
+  }
+  const bool isScaled = method == ConversionMethod::kScaledInteger;
+  return storeNumber(isScaled ? scaled(number, exponentOf(covMethod)) : number, record);
+}
+
+int storeTextOf(std::string_view text, std::uint16_t covMethod, ObjValue& record) {
+  if (text.size() > ObjValue::kValueSize) return SNMP_ERR_WRONGLENGTH;
+  const ConversionMethod method = methodOf(covMethod);
+  if (record.kind() == ValueKind::kText) {
+    return method == ConversionMethod::kFixedText ? SNMP_ERR_WRONGVALUE : storeText(text, record);
+  }
+  if (method == ConversionMethod::kFixedText) {
+    const auto number = parseScaled(text, exponentOf(covMethod));
+    return number ? storeNumber(*number, record) : SNMP_ERR_WRONGVALUE;
+  }
+  if (method == ConversionMethod::kIpText || method == ConversionMethod::kIpTextToo) {
+    in_addr address{};
+    if (inet_pton(AF_INET, std::string(text).c_str(), &address) == 1) {
+      return storeAddress(ntohl(address.s_addr), record);
+    }
+  }
+  return SNMP_ERR_WRONGVALUE;
+}
+
+}  // namespace
+
+void turnForWriting(ObjValue& record) {
+  if (record.kind() != ValueKind::kText) return;
+  if (record.objLen() != kObjLenShort && record.objLen() != kObjLenLong) return;
+  std::reverse(record.value(), record.value() + record.objLen() - kObjLenOverhead);
+}
+
+int encodeStrictly(const SetValue& value, std::uint16_t asnType, std::uint16_t covMethod,
+                   const ObjValue& current, ObjValue& written) {
+  if (value.type() != static_cast<std::uint8_t>(asnType)) return SNMP_ERR_WRONGTYPE;
+  written = current;
+  int error = SNMP_ERR_WRONGTYPE;
+  if (value.isNumber()) {
+    error = storeNumberOf(value.number(), covMethod, written);
+  } else if (value.isAddress()) {
+    error = storeAddress(value.integer(), written);
+  } else if (value.type() == kAsnOctetString || value.type() == kAsnOpaque) {
+    error = storeTextOf(value.bytes(), covMethod, written);
+  }
+  turnForWriting(written);
+  return error;
+}
+
+}  // namespace norva

@@ -1,0 +1,231 @@
+"""norvaStrictSet: what a manager asked for is in the unit, or nothing of it."""
+
+import re
+import time
+from collections import namedtuple
+
+import pytest
+
+from world import CELLS, ROOT, SnmpError, empty_schema, scalar_row, wait_until
+
+# `unit` is the rest of the line in the object file; type, method and access those of the mapping.
+Object = namedtuple("Object", "unit type method access", defaults=(2, 0, 3))
+INTEGER, TEXT, ADDRESS, GAUGE = 2, 4, 0x40, 0x42
+OBJECTS = {
+    "u8": Object("unsigned 1 rw 1"), "s8": Object("signed 1 rw -1"),
+    "u16": Object("unsigned 2 rw 1"), "s16": Object("signed 2 rw -1"),
+    "u32": Object("unsigned 4 rw 1"), "s32": Object("signed 4 rw -1"),
+    "gauge": Object("unsigned 4 rw 1", GAUGE),
+    "times100": Object("signed 2 rw 5", INTEGER, 0x2000),
+    "times1e9": Object("signed 4 rw 5", INTEGER, 0x9000),
+    "decimal": Object("signed 2 rw 5", TEXT, 0x2004),
+    "whole": Object("unsigned 4 rw 5", TEXT, 0x0004),
+    "text8": Object('text 8 rw "east"', TEXT), "text64": Object('text 64 rw "east"', TEXT),
+    "text4": Object('text 4 rw "east"', TEXT), "text2": Object('text 2 rw "ne"', TEXT),
+    "dotted": Object("unsigned 4 rw 0x0a000001", TEXT, 1),
+    "address": Object("unsigned 4 rw 0x0a000001", ADDRESS),
+    "address8": Object('text 8 rw "1.2.3.4"', ADDRESS),
+    "text over number": Object("unsigned 4 rw 5", TEXT),
+    "number over text": Object('text 8 rw "east"', INTEGER),
+    "read-only": Object("unsigned 1 rw 1", access=1),
+    "read-only in the unit": Object("unsigned 1 ro 1"),
+    "unreadable": Object(None),
+}
+NAMES = list(OBJECTS)
+# Every object is a scalar and, by another device object, a cell of row 1 of a table.
+FIRST_ID = {"scalar": 0x0101, "cell": 0x0201}
+SECOND_TABLE = 0x0301
+
+
+def id_of(name, kind):
+    return FIRST_ID[kind] + NAMES.index(name)
+
+
+def oid_of(name, kind="scalar"):
+    number = NAMES.index(name)
+    return f"{ROOT}.1.1.1.{number + 1}.0" if kind == "scalar" else f"{ROOT}.10.1.1.{number + 2}.1.0"
+
+
+def cell_row(object_id, column, type_, method, access, node=".10.1", row=1):
+    return (f"INSERT INTO {CELLS} VALUES ('{object_id:04X}', '0', '{column}', '{type_}', '{access}',"
+            f" '{node}', '{method:X}', '0', 'cell', '{row}', '1', '0', '0')")
+
+
+@pytest.fixture(scope="module")
+def served(shared_world):
+    world = shared_world
+    world.start_unit(f'0x80ba text 64 ro "{ROOT}"\n' + "".join(
+        f"{id_of(name, kind):#06x} {case.unit}\n" for kind in FIRST_ID
+        for name, case in OBJECTS.items() if case.unit)
+        + "".join(f"{SECOND_TABLE + n:#06x} unsigned 2 rw {n}\n" for n in range(4)))
+    rows = []
+    for name, (_, type_, method, access) in OBJECTS.items():
+        rows.append(scalar_row(id_of(name, "scalar"), NAMES.index(name) + 1, type=type_,
+                               method=method, access=2 if access == 3 else 1))
+        rows.append(cell_row(id_of(name, "cell"), NAMES.index(name) + 2, type_, method, access))
+    rows += [cell_row(SECOND_TABLE + n, 2, 2, 0, 3, ".10.2", n + 1) for n in range(4)]
+    world.start_master("agentXTimeout 15\nagentXRetries 0\n")
+    world.settings("norvaStrictSet yes", "norvaDeviceTimeout 2")
+    world.start_agent(database=world.make_database(*empty_schema(), *rows, base=False))
+    wait_until(lambda: world.get(f"{ROOT}.10.2.1.2.4.0")[0].type == "INTEGER", what="all objects")
+    return world
+
+
+def second(row):
+    return f"{ROOT}.10.2.1.2.{row}.0"
+
+
+@pytest.fixture
+def restored(served):
+    """The world, its objects put back after the test."""
+    yield served
+    served.ctl("fault", "none")
+    for kind in FIRST_ID:
+        for name, case in OBJECTS.items():
+            if case.unit:
+                served.ctl("add", f"{id_of(name, kind):#06x} {case.unit}")
+    for n in range(4):
+        served.ctl("set", hex(SECOND_TABLE + n), n)
+
+
+def requests_since(world, before):
+    return [frame.bytes for frame in world.frames()[before:]
+            if frame.direction == "rx" and frame.bytes[3] != 0x0F]
+
+
+def writes_since(world, before):
+    return [frame for frame in requests_since(world, before) if frame[0] == 0x01]
+
+
+def refusal(world, *assignments):
+    """The error status of a SET and the index of the varbind it names."""
+    with pytest.raises(SnmpError) as error:
+        world.set(*assignments, timeout=30)
+    failed = re.search(r"^Failed object: (\S+)", str(error.value), re.M)
+    return error.value.reason, list(assignments[::3]).index(failed[1]) + 1
+
+
+LIMITS = {"u8": (0, 255), "s8": (-128, 127), "u16": (0, 65535), "s16": (-32768, 32767),
+          "u32": (0, 2147483647), "s32": (-2147483648, 2147483647)}
+ACCEPTED = [
+    *[(name, "i", value, value) for name, ends in LIMITS.items() for value in ends],
+    ("gauge", "u", 4294967295, 4294967295),
+    ("times100", "i", 327, 32700), ("times100", "i", -327, -32700),
+    ("times1e9", "i", 2, 2_000_000_000), ("times1e9", "i", 0, 0),
+    ("decimal", "s", "0.29", 29), ("decimal", "s", "-12.5", -1250), ("decimal", "s", "+3.", 300),
+    ("decimal", "s", "2.3000", 230), ("decimal", "s", "1".rjust(64, "0"), 100),
+    ("whole", "s", "4294967295", 4294967295),
+    ("text8", "s", "12345678", "12345678"), ("text8", "s", "", ""),
+    ("text64", "s", "x" * 64, "x" * 64), ("text4", "s", "west", "west"), ("text2", "s", "sw", "sw"),
+    ("dotted", "s", "10.1.2.3", 0x0a010203),
+    ("address", "a", "10.0.0.7", 0x0a000007), ("address8", "a", "10.0.0.7", "10.0.0.7"),
+]
+REFUSED = [
+    *[(name, "i", value, "wrongValue") for name, (low, high) in LIMITS.items()
+      for value in (low - 1, high + 1) if -2 ** 31 <= value < 2 ** 31],
+    ("u32", "i", -1, "wrongValue"),
+    ("gauge", "i", 5, "wrongType"), ("u8", "u", 5, "wrongType"), ("u8", "s", "5", "wrongType"),
+    ("text8", "i", 5, "wrongType"), ("u32", "a", "10.0.0.7", "wrongType"),
+    ("text8", "o", "1.3.6", "wrongType"),
+    ("times100", "i", 328, "wrongValue"), ("times1e9", "i", 3, "wrongValue"),
+    ("decimal", "s", "327.68", "wrongValue"), ("decimal", "s", "0.295", "wrongValue"),
+    ("decimal", "s", "1e3", "wrongValue"), ("decimal", "s", "", "wrongValue"),
+    ("decimal", "s", "1.2.3", "wrongValue"), ("decimal", "s", "-", "wrongValue"),
+    ("decimal", "s", "9" * 64, "wrongValue"), ("decimal", "s", "1".rjust(65, "0"), "wrongLength"),
+    ("whole", "s", "-1", "wrongValue"), ("whole", "s", "4294967296", "wrongValue"),
+    ("text8", "s", "123456789", "wrongLength"), ("text64", "s", "x" * 65, "wrongLength"),
+    ("text8", "x", "6500", "wrongValue"),
+    ("dotted", "s", "10.1.2.256", "wrongValue"),
+    ("address8", "a", "10.0.0.77", "wrongLength"),
+    ("text over number", "s", "5", "wrongValue"), ("number over text", "i", 5, "wrongValue"),
+    ("read-only", "i", 5, "notWritable"), ("read-only in the unit", "i", 5, "notWritable"),
+    ("unreadable", "i", 5, "resourceUnavailable"),
+]
+
+
+@pytest.mark.parametrize("kind", FIRST_ID)
+def test_what_was_asked(restored, kind):
+    for name, letter, given, held in ACCEPTED:
+        before = len(restored.frames())
+        restored.set(oid_of(name, kind), letter, given)
+        assert restored.held(id_of(name, kind))[-1] == held, (name, given)
+        requests = requests_since(restored, before)
+        assert len([frame for frame in requests if frame[0] == 0x01]) == 1
+        assert len(requests) == (3 if kind == "scalar" else 2)
+
+
+@pytest.mark.parametrize("kind", FIRST_ID)
+def test_or_a_refusal(restored, kind):
+    """Alone, and behind one that would be written."""
+    good = (oid_of("s32", kind), "i", 7)
+    for name, letter, given, reason in REFUSED:
+        before = len(restored.frames())
+        bad = (oid_of(name, kind), letter, given)
+        assert refusal(restored, *bad) == (reason, 1), (name, given)
+        assert refusal(restored, *good, *bad) == (reason, 1 + (bad[0] != good[0])), (name, given)
+        assert writes_since(restored, before) == [], (name, given)
+
+
+@pytest.mark.parametrize("cell, reason", [
+    (f"{ROOT}.10.1.1.1.1.0", "notWritable"),   # the row's index
+    (f"{ROOT}.10.1.1.2.2.0", "noCreation"),    # a cell that is not mapped
+    (f"{ROOT}.10.1.1.2.33.0", "noCreation"),   # no such row
+])
+def test_what_is_no_cell(restored, cell, reason):
+    before = len(restored.frames())
+    assert refusal(restored, oid_of("u8"), "i", 7, cell, "i", 7) == (reason, 2)
+    assert writes_since(restored, before) == []
+
+
+MIXED = [(oid_of("u16"), "i", 101), (second(1), "i", 102), (oid_of("u16", "cell"), "i", 103),
+         (second(2), "i", 104), (oid_of("text8"), "s", "five"), (oid_of("s8", "cell"), "i", -6)]
+
+
+def words(assignments):
+    return [word for assignment in assignments for word in assignment]
+
+
+def test_each_varbind_its_own_value(restored):
+    restored.set(*words(MIXED))
+    assert [bound.value for bound in restored.get(*[oid for oid, *_ in MIXED])] == [
+        value for *_, value in MIXED]
+
+
+@pytest.mark.parametrize("refused", [1, 3, 4, 6])
+def test_what_was_written_is_put_back(restored, refused):
+    """When the unit refuses a write: with the index of the one that was refused."""
+    before = [bound.value for bound in restored.get(*[oid for oid, *_ in MIXED])]
+    ids = [id_of("u16", "scalar"), SECOND_TABLE, id_of("u16", "cell"), SECOND_TABLE + 1,
+           id_of("text8", "scalar"), id_of("s8", "cell")]
+    restored.ctl("fault", "wrong-command", "0x10", "--on", "set", "--count", 1, "--object",
+                 hex(ids[refused - 1]))
+    # The simulated unit has written all the same, which a refusal is taken not to do.
+    restored.ctl("stats", "reset")
+    assert refusal(restored, *words(MIXED)) == ("commitFailed", refused)
+    restored.ctl("fault", "none")
+    after = [bound.value for bound in restored.get(*[oid for oid, *_ in MIXED])]
+    after[refused - 1] = before[refused - 1]
+    assert after == before
+    restored.set(*words(MIXED))
+
+
+def test_unit_that_dies_in_the_middle(restored):
+    """It is served again afterwards."""
+    restored.ctl("fault", "silent", "--on", "set", "--object", hex(SECOND_TABLE + 1))
+    with pytest.raises(SnmpError) as error:
+        restored.set(second(1), "i", 55, second(2), "i", 56, timeout=40)
+    assert error.value.reason in ("commitFailed", "undoFailed")
+    restored.ctl("fault", "none")
+    wait_until(lambda: restored.get(second(3))[0].value == 2, 10, "the agent serving")
+    wait_until(lambda: restored.get(second(1))[0].value == 0, what="the first one put back")
+
+
+def test_object_that_changes_between_check_and_write(restored):
+    """The write goes through."""
+    restored.ctl("fault", "delay", 700, "--object", hex(SECOND_TABLE))
+    manager = restored.spawn("manager", ["snmpset", "-v2c", "-c", "private", "-Onx", "-r0", "-t20",
+                                         "127.0.0.1:1161", second(1), "i", "77"])
+    time.sleep(0.3)
+    restored.ctl("set", hex(SECOND_TABLE), 9)
+    assert manager.wait(20) == 0
+    assert restored.held(SECOND_TABLE)[-1] == 77
