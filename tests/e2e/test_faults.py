@@ -94,6 +94,12 @@ def test_reply_too_large_to_receive(served):
                        "reply too large to receive, taken off the queue\n", after=before)
 
 
+def test_control_socket_of_the_command_line(served):
+    """Of more weight than that of the environment, also in front of the subcommand."""
+    result = served.run(served.build / "tools/dasunit/dasunit", "--control", "other", "ctl", "stats")
+    assert "socket other:" in result.stderr
+
+
 def test_queues_removed_between_requests(served):
     for queue in ("request", "reply", "alarm"):
         served.ctl("remove-queue", queue)

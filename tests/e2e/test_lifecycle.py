@@ -2,6 +2,7 @@
 
 import os
 import signal
+import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -23,6 +24,14 @@ def assert_right(world):
 BOTH = ["sh", "-c", 'exec "$@" 2>&1', "sh"]
 CLOSED = ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"]
 FIRST_PROCESS = ["unshare", "--pid", "--fork", "--mount-proc"]
+
+
+def test_world_with_a_stopped_program_ends():
+    with World() as world:
+        world.start_master()
+        world.master.signal(signal.SIGSTOP)
+        time.sleep(0.3)  # until the program that waits for it has seen that
+    assert not world.directory.exists()
 
 
 def start_piped(world, prefix=()):

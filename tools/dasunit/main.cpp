@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 
 #include "Commands.h"
@@ -71,6 +72,8 @@ int sendToUnit(const Options& options, const std::vector<std::string>& words) {
 
 int main(int argc, char** argv) {
   Options options;
+  // Not by the parser: for the subcommand it would prefer this to an option in front of it.
+  if (const char* control = std::getenv("DASUNIT_CONTROL")) options.control = control;
   CLI::App app{
       "The simulated unit: plays the control process of a DAS unit on its message queues.\n"
       "Runs in the foreground until SIGTERM, SIGINT or the command 'quit'.",
@@ -79,9 +82,9 @@ int main(int argc, char** argv) {
       ->type_name("FILE");
   app.add_option("--record", options.record, "Record every frame in this file")->type_name("FILE");
   const auto addControl = [&options](CLI::App& to) {
-    to.add_option("--control", options.control, "Path of the control socket")
+    to.add_option("--control", options.control,
+                  "Path of the control socket; without it that of DASUNIT_CONTROL")
         ->type_name("PATH")
-        ->envname("DASUNIT_CONTROL")
         ->capture_default_str();
   };
   addControl(app);

@@ -135,6 +135,15 @@ class Process:
         """Exit status, negative for a signal."""
         return self._popen.wait(timeout)
 
+    def reap(self):
+        """Once the world ends. A program that was stopped has stopped its nsenter too, and does not
+        leave the world before nsenter has seen its end."""
+        def ended():
+            if self.running():
+                os.kill(self._popen.pid, signal.SIGCONT)
+            return not self.running()
+        wait_until(ended, what="a program's end with its world")
+
 
 class World:
     """See the module. Use it as a context manager, or call close()."""
@@ -187,9 +196,9 @@ class World:
 
     def close(self):
         self._holder.stdin.close()
-        self._holder.wait(10)
         for process in self._processes:
-            process.wait()
+            process.reap()
+        self._holder.wait(10)
         self._holder.stdout.close()
         self._holder.stderr.close()
         shutil.rmtree(self.directory, ignore_errors=True)
