@@ -31,7 +31,7 @@ def default_mode(error, transport="null:port", name="null:name"):
 @pytest.mark.parametrize("args, status, text", [
     ("", 1, NO_DATABASE),
     ("-h", 1, USAGE),
-    ("--help", 1, USAGE),
+    ("--HELP", 1, USAGE),
     ("--version", 0, VERSION),
     ("--VERSION", 0, VERSION),
     ("--foo --version", 0, VERSION),

@@ -3,6 +3,7 @@
 import os
 import shutil
 import signal
+import time
 from pathlib import Path
 
 import pytest
@@ -22,7 +23,6 @@ SHIPPED = SOURCE / "packaging"
 
 ELSEWHERE = "192.0.2.1"  # a manager whose address is not the unit's own 127.0.0.1
 SITE_NAME = f"{ROOT}.1.1.1.6.0"
-IN_PACKETS = ".1.3.6.1.2.1.11.1.0"
 ALARM = ".1.3.6.1.4.1.53412.8.2.2.3.3.1.1.0.96"
 SINKS = ("SNMP v2c, community public", "SNMP v3, user norva")
 V2C = ("-v2c", "-c", "public")
@@ -61,15 +61,16 @@ class DefaultWorld(World):
     def place_program(self):
         self.inside(f"touch {PROGRAM}; mount --bind $(command -v snmpd) {PROGRAM}")
 
-    def launch(self, wait=True):
+    def launch(self):
         """Starts the agent, without what a world tells the library in the environment."""
         self._commands.unlink(missing_ok=True)
+        begin = time.monotonic()
         self.start_agent(["-d", self.database, "-c", self.conf, "-p", "1161", "-x", TRANSPORT],
                          prefix=["env", "-u", "MIBS", "-u", "SNMPCONFPATH",
-                                 "-u", "SNMP_PERSISTENT_DIR"], wait=wait,
+                                 "-u", "SNMP_PERSISTENT_DIR"],
                          env={"PATH": f"{self.directory}/bin:{self.environment['PATH']}"})
-        if wait:
-            wait_started(self)
+        wait_started(self)
+        assert time.monotonic() > begin + 5, "the master has time to start"
 
     def commands(self):
         """What the agent has run since its launch, snmpd excepted."""
@@ -186,6 +187,7 @@ def test_agent_ends_and_its_master_stays(unit):
 def test_managers(unit):
     """SNMPv2c reads, from the unit itself; SNMPv3 with privacy reads and writes, from anywhere."""
     assert len(unit.walk()) > 500
+    assert len(unit.path(LOG).read_text()) < 1000, "a restart every few hundred requests"
     unit.manage("snmpset", *PRIVATE, f"{SITE_NAME} s Pier", at=ELSEWHERE)
     assert unit.manage("snmpget", *PRIVATE, SITE_NAME, at=ELSEWHERE)[0].value == "Pier"
     for reason, at, *command in [
@@ -197,19 +199,6 @@ def test_managers(unit):
             unit.manage(*command, at=at)
         assert refused.value.reason == reason
     assert_notified(unit, "first")
-
-
-def test_10000_requests(unit):
-    """None unanswered: a manager's command does not try twice. None logged, so no restart later."""
-    def requests():
-        return int(unit.get(IN_PACKETS)[0].value)
-    before = unit.masters(), unit.path(LOG).read_text()
-    names = [varbind.oid for varbind in unit.walk()]
-    begin = requests()
-    while requests() - begin <= 10_000:
-        assert [varbind.oid for varbind in unit.walk()] == names
-    assert (unit.masters(), unit.path(LOG).read_text()) == before
-    assert len(before[1]) < 1000
 
 
 def test_finding_in_the_log(unit):
@@ -238,66 +227,11 @@ def test_size_of_the_log(unit):
     text = "x" * 256 + "\n" + FINDING
     log.write_text(text + "\n" * (LOG_LIMIT - len(text)))
     first = unit.wait_pass()
-    wait_until(lambda: unit.wait_pass() > first + 5, 20, "the next look at the log")
+    second = wait_until(lambda: (look := unit.wait_pass()) > first + 5 and look, 20, "the next look")
+    assert second < first + 12
     assert unit.masters() == before
     assert log.stat().st_size == LOG_LIMIT
     with open(log, "a") as more:
         more.write("\n")
     unit.wait_restarted(before)
     assert log.stat().st_size < 1000
-
-
-def take_port(world):
-    world.holder = world.spawn("holder", ["snmptrapd", "-f", "-X", "-Lo", "-C", "udp:1161"])
-    wait_until(lambda: "NET-SNMP" in world.holder.output(), what="the port taken")
-
-
-REPORT = f"echo '{FINDING.strip()}' >> {LOG}"
-# Why the master cannot work: what does it, what undoes it, the command that makes the master go on
-# then, and what the user is told.
-CAUSES = {
-    "program missing": (lambda world: world.inside(f"umount {PROGRAM}; rm {PROGRAM}"),
-                        DefaultWorld.place_program, REPORT, f"{PROGRAM}: not found"),
-    "port taken": (take_port, lambda world: world.holder.kill(), REPORT,
-                   'Error opening specified endpoint "UDP:1161"'),
-    "configuration missing": (lambda world: world.conf.rename(f"{world.conf}.away"),
-                              lambda world: Path(f"{world.conf}.away").rename(world.conf),
-                              "killall -HUP snmpd", "unit.conf: No such file or directory"),
-}
-
-
-@pytest.fixture(scope="module")
-def broken():
-    """A world for every cause, the agent started. Made together: each start takes 5 s."""
-    worlds = {}
-    try:
-        for cause, (happen, *_) in CAUSES.items():
-            world = worlds[cause] = DefaultWorld()
-            world.inside(f"mkdir /etc/snmp; cp {SHIPPED}/snmpAgentX.conf /etc/snmp")
-            happen(world)
-            world.launch(wait=False)
-        yield worlds
-    finally:
-        for world in worlds.values():
-            world.show_logs()
-            world.close()
-
-
-@pytest.mark.parametrize("cause", CAUSES)
-def test_master_cannot_work(broken, cause):
-    """The agent stays, its standard error explains, so does the log where there is one; and it
-    serves without a restart of its own once the master works."""
-    world = broken[cause]
-    _, undo, go_on, told = CAUSES[cause]
-    world.wait_output("init_snmp end....\n")
-    with pytest.raises(SnmpError):
-        world.get(SYS_UPTIME, timeout=1)
-    assert world.agent.running()
-    assert told in (world.directory / "agent-errors.log").read_text()
-    assert world.path(LOG).exists() == (cause != "program missing")
-    assert cause == "program missing" or told in world.path(LOG).read_text()
-    undo(world)
-    world.inside(go_on)
-    world.wait_served()
-    wait_started(world)
-    world.terminate()

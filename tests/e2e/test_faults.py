@@ -1,5 +1,7 @@
 """A unit that misbehaves: the agent stays, answers nothing wrong, and the next request is right."""
 
+import re
+
 import pytest
 
 from world import ROOT, SnmpError, empty_schema, scalar_row, wait_until
@@ -81,6 +83,16 @@ def test_unasked_reply_is_not_taken_for_an_answer(served):
     served.ctl("reply", "12 05 10 00 01 01 ff ff")
     served.ctl("reply", "12 07 10 00 03 01 ff ff ff ff")
     assert_all_right(served)
+
+
+def test_counts_of_the_unit(served):
+    """A reply for which the queue has no room is counted as dropped."""
+    for _ in range(3):
+        served.ctl("reply", "00" * 8000)
+    assert "dropped 1\n" in served.ctl("stats")
+    served.ctl("stats", "reset")
+    assert not re.search("[1-9]", served.ctl("stats"))
+    served.ctl("remove-queue", "reply")
 
 
 def test_reply_too_large_to_receive(served):

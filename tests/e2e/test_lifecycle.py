@@ -183,6 +183,7 @@ def test_sigterm(state):
                     os.close(reader)
                 else:
                     assert "get SIGNUM!\n" in world.agent_output()
+                    assert not (world.directory / "persistent/(null).conf").exists()
                 world.ctl("fault", "none")
                 wait_until(lambda: not world.master.running() or world.master_answers(), 30,
                            "snmpd's answer")

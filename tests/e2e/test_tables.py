@@ -5,7 +5,7 @@ from collections import Counter
 import pytest
 
 from conftest import printed
-from world import CELLS, ROOT, SnmpError, Varbind, empty_schema, scalar_row, wait_until
+from world import CELLS, ROOT, SYS_UPTIME, SnmpError, Varbind, empty_schema, scalar_row, wait_until
 
 # The sample's two tables: the first object id and, by column, what the cells of a row answer.
 FIRST_ID = {1: 0x1000, 2: 0x2000}
@@ -167,6 +167,13 @@ def test_refused_set_writes_nothing(restored, cells, letter, given, reason, line
     assert values == [COLUMNS[cell[:2]](cell[2]) for cell in cells]
 
 
+def test_set_refused_for_another_object_writes_nothing(restored):
+    before = len(restored.frames())
+    with pytest.raises(SnmpError, match="notWritable"):
+        restored.set(oid_of(1, 5, 3), "i", 7, f"{ROOT}.1.1.1.6.0", "s", "Quay", SYS_UPTIME, "t", 1)
+    assert [frame for frame in frames_since(restored, before) if frame[0] == 0x01] == []
+
+
 # A cell, and the commands of the frames that reach the unit: an unreadable cell is read at least.
 @pytest.mark.parametrize("cell, commands", [
     ((1, 1, 3), set()), ((1, 9, 4), {0x02}), ((1, 4, 4), {0x02}),
@@ -207,13 +214,17 @@ def test_wrong_reply_in_the_middle_of_a_walk(restored, fault, value):
     assert restored.walk(TABLES) == EVERYTHING
 
 
-def test_cell_that_is_not_mapped(world):
-    """Missing, hiding the rest of its table from a walk; a SET is accepted and reaches nobody."""
-    cell = (1, 4, 6)
+def test_cells_mapped_in_an_odd_way(world):
+    """Not at all: missing, hiding the rest of its table from a walk; a SET is accepted and reaches
+    nobody. To a type that its value cannot have (64: an address of two bytes): written. With an
+    access that is neither: read-only."""
+    cell, address, odd = (1, 4, 6), (1, 5, 6), (1, 5, 7)
     world.start_unit()
     world.start_master()
     world.start_agent(database=world.make_database(
-        f"DELETE FROM {CELLS} WHERE objId = '{id_of(*cell):04X}'"))
+        f"DELETE FROM {CELLS} WHERE objId = '{id_of(*cell):04X}'",
+        f"UPDATE {CELLS} SET asnType = 64 WHERE objId = '{id_of(*address):04X}'",
+        f"UPDATE {CELLS} SET access = 2 WHERE objId = '{id_of(*odd):04X}'"))
     wait_all(world)
     before = len(world.frames())
     assert world.get(oid_of(*cell), oid_of(2, 2, 6)) == [missing(*cell), expected(2, 2, 6)]
@@ -222,12 +233,26 @@ def test_cell_that_is_not_mapped(world):
     place = EVERYTHING.index(expected(*cell))
     assert world.walk(TABLES) == EVERYTHING[:place] + EVERYTHING[9 * len(ROWS):]
     assert world.get(oid_of(1, 4, 7), oid_of(1, 9, 32)) == [expected(1, 4, 7), expected(1, 9, 32)]
+    world.set(oid_of(*address), "i", 7)
+    assert world.held(id_of(*address))[-1] == 70
+    assert world.get(oid_of(*address)) == [missing(*address)]
+    with pytest.raises(SnmpError, match="readOnly"):
+        world.set(oid_of(*odd), "i", 7)
 
 
 def cell_rows(node, first_id):
     """SQL for a table of one column of integers."""
     return [f"INSERT INTO {CELLS} VALUES ('{first_id + row:04X}', '0', '2', '2', '3', '{node}',"
             f" '0', '0', 'cell', '{row}', '1', '0', '0')" for row in ROWS]
+
+
+def test_scalar_inside_a_table(world):
+    """The library splits the table's registration around it."""
+    world.start_unit("0x1000-0x1020 unsigned 1 rw 0 step 1\n")
+    world.start_master()
+    world.start_agent(database=world.make_database(*empty_schema(), scalar_row(0x1000, 1),
+                                                   *cell_rows(".1", 0x1000), base=False))
+    assert world.get(f"{ROOT}.1.1.2.5.0")[0].value == 5
 
 
 LONG = ".1" * 22  # with the root 33 sub-identifiers

@@ -1,5 +1,8 @@
 #include "ComPortAdapter.h"
 
+#include <csignal>
+#include <thread>
+
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -88,19 +91,18 @@ TEST_F(ComPortAdapterTest, FlushDropsSmallMessagesUpToTheFirstLongOneWhichBlocks
   expectReceived(&ComPortAdapter::read, 101, pattern(101));
 }
 
-TEST_F(ComPortAdapterTest, ARemovedQueueIsMadeAgainOrPickedUp) {
-  adapter.open();
-  for (const Queue& queue : queues) queue.remove();
-  adapter.flush();
-  EXPECT_EQ(replies.mode(), 0666U);
-  printed([&] { adapter.write(hex("05").data(), 1); });
-  EXPECT_EQ(requests.mode(), 0666U);
-  EXPECT_TRUE(requests.take());
-  for (const auto& [operation, queue] : sources) {
-    queue.remove();
-    queue.post(hex("06"));  // makes the queue anew, as the control process does
-    expectReceived(operation, 10, hex("06"));
+TEST_F(ComPortAdapterTest, ASignalEndsNoReceive) {
+  struct sigaction usual, interrupting{};
+  interrupting.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &interrupting, &usual);
+  std::jthread reader([this] { expectReceived(&ComPortAdapter::read, 10, hex("06")); });
+  for (int i = 0; i < 20; ++i) {  // one of them while it waits
+    pthread_kill(reader.native_handle(), SIGUSR1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
+  replies.post(hex("06"));
+  reader.join();
+  sigaction(SIGUSR1, &usual, nullptr);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "DataManage.h"
 
-#include <future>
 #include <thread>
 
 #include "SnmpDataBase.h"
@@ -99,8 +98,9 @@ TEST_F(DataManageTest, GetObjValueTakesTheFirstReplyAfterItsRequest) {
 
 TEST_F(DataManageTest, SetObjValueSendsTheFrameAndJudgesTheReply) {
   const std::string sent = "cmd is 1, objLen is 7 \n01 07 02 01 04 03 02 01 ";
-  const auto check = [](std::uint8_t objLen, const Bytes& reply, int result,
-                        const std::string& output) {
+  const auto check = [this](std::uint8_t objLen, const Bytes& reply, int result,
+                            const std::string& output) {
+    replies.post(hex("11"));  // stale
     const Device device({reply});
     ObjValue record;
     record.setObjLen(objLen);
@@ -111,6 +111,8 @@ TEST_F(DataManageTest, SetObjValueSendsTheFrameAndJudgesTheReply) {
   check(7, Bytes(4096, 0x11), 0, sent + trace(Bytes(4096, 0x11)));
   check(7, hex("12 11"), 255, sent + "12 11 ");
   check(7, {}, 255, sent);
+  check(2, hex("11"), 0,
+        "cmd is 1, objLen is 2 \n\nDataManage::setObjValue error obj type!01 02 02 11 ");
   check(4, hex("11"), 0, "cmd is 1, objLen is 4 \n01 04 02 01 01 11 ");
   check(
       6, hex("11"), 0,
@@ -126,18 +128,6 @@ TEST_F(DataManageTest, SetObjValueMarksTheHeartbeatObjectsEvenIfRefused) {
     EXPECT_EQ(DataManage::heartBeatIntervalChanged, oid == 0x0FFA) << oid;
     EXPECT_EQ(DataManage::heartBeatSwFlagChanged, oid == 0x0FFB) << oid;
   }
-}
-
-TEST_F(DataManageTest, ReadAlarmDoesNotWaitBehindADeviceRequest) {
-  ObjValue record;
-  auto get = std::async(std::launch::async, [&] { return manage->getObjValue(1, record); });
-  EXPECT_TRUE(requests.take(0)) << "the device stays silent meanwhile";
-  alarms.post(hex("0a 0b"));
-  alignas(long) std::uint8_t buffer[sizeof(long) + 213];
-  EXPECT_EQ(manage->readAlarm(buffer, 213), 2);
-  EXPECT_EQ(Bytes(buffer, buffer + 2), hex("0a 0b"));
-  replies.post(hex("12 04 00 00 01 00 01"));
-  EXPECT_EQ(get.get(), 0);
 }
 
 TEST_F(DataManageTest, GetSnmpValueNormalisesAndConverts) {
@@ -166,21 +156,11 @@ TEST_F(DataManageTest, GetSnmpValueNormalisesAndConverts) {
   // What a short reply lacks reads as zeros.
   check(0x0101, hex("12 07 00 00 01 01 04"), 0, 7, hex("00 00 00 04", 64));
   check(0x0101, hex("12 07"), 0, 7, Bytes(64));
+  // A text shorter than its own overhead.
+  check(0x0101, hex("12 01 00 02 01 01 41"), 0, 3, Bytes(64));
   // Not mapped; an integer of no integer length.
   check(0x0999, hex("12 04 00 00 99 09 05"), -1, 4, hex("05", 64));
   check(0x0101, hex("12 06 00 00 01 01"), -1, 6, Bytes(64));
-}
-
-TEST_F(DataManageTest, GetSnmpValueGoesOnWithTheRecordAfterAFailedRead) {
-  const Device device({hex("11")});
-  ObjValue record;
-  record.setOid(0x0102);
-  record.setObjLen(7);
-  record.setInteger32(1234);
-  EXPECT_EQ(printed([&] { EXPECT_EQ(manage->getSnmpValue(record, *catalogue), 0); }),
-            "02 07 02 01 00 00 00 00 11 ERR: DatabaseFacade::select:  error!  cmd=11  oid=0x0000\n"
-            "norvasnmp:getSnmpValue oid=0x102,covMethod=8196\n");
-  EXPECT_EQ(record.text(), "12.34");
 }
 
 TEST_F(DataManageTest, SetSnmpValueConvertsNarrowsAndWrites) {

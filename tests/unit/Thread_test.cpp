@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <limits>
+#include <list>
 #include <memory>
 #include <semaphore>
 #include <thread>
@@ -15,7 +16,8 @@ namespace {
 
 constexpr auto kPatience = std::chrono::seconds(30);
 
-/// Tells when its body begins and when it has ended, by return or by cancellation.
+/// Tells when its body begins and when it has ended, by return or by cancellation. As in the agent,
+/// an object outlives its thread, which nobody joins: make it by `makeProbe`.
 class ProbeThread : public Thread {
  public:
   explicit ProbeThread(bool endsAtOnce) : Thread(kIdle, SCHED_OTHER, 0), _endsAtOnce(endsAtOnce) {}
@@ -36,8 +38,13 @@ class ProbeThread : public Thread {
   const bool _endsAtOnce;
 };
 
+ProbeThread& makeProbe(bool endsAtOnce) {
+  static auto* const probes = new std::list<ProbeThread>;
+  return probes->emplace_back(endsAtOnce);
+}
+
 TEST(ThreadTest, StartsAndStops) {
-  ProbeThread thread(false);
+  ProbeThread& thread = makeProbe(false);
   EXPECT_EQ(thread.start(), 0);
   EXPECT_EQ(thread.status(), Thread::kRunning);
   ASSERT_TRUE(thread.begun.try_acquire_for(kPatience));
@@ -50,7 +57,7 @@ TEST(ThreadTest, StartsAndStops) {
 }
 
 TEST(ThreadTest, StoppingAThreadThatIsGoneFails) {
-  ProbeThread thread(true);
+  ProbeThread& thread = makeProbe(true);
   ASSERT_EQ(thread.start(), 0);
   ASSERT_TRUE(thread.ended.try_acquire_for(kPatience));
   thread.setWordB(7);
@@ -68,7 +75,7 @@ TEST(ThreadTest, AStartThatTheSystemRefusesIsPrinted) {
   ASSERT_EQ(pthread_getattr_default_np(&impossible), 0);
   ASSERT_EQ(pthread_attr_setstacksize(&impossible, std::numeric_limits<std::size_t>::max() / 2), 0);
   ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
-  ProbeThread thread(false);
+  ProbeThread& thread = makeProbe(false);
   EXPECT_EQ(printed([&] { EXPECT_EQ(thread.start(), -1); }), "Create thread fail!\n");
   pthread_setattr_default_np(&usual);
 }

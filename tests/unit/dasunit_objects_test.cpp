@@ -4,9 +4,9 @@
 
 #include <sstream>
 #include <string>
-#include <vector>
 
 #include "ObjectFile.h"
+#include "ObjectStore.h"
 
 namespace norva::dasunit {
 namespace {
@@ -38,8 +38,8 @@ TEST(ObjectFileTest, Parses) {
        "0x0001 text 3 ro \"abc\"\n0x0002 text 1 ro \"\"\n"},
       {"0x10-0x12 signed 2 rw -300 step 5",
        "0x0010 signed 2 rw -300\n0x0011 signed 2 rw -295\n0x0012 signed 2 rw -290\n"},
-      {"fffe-ffff text 8 ro \"{n}: {n}\"",
-       "0xfffe text 8 ro \"1: 1\"\n0xffff text 8 ro \"2: 2\"\n"},
+      {"fffe-ffff text 8 ro \"{n}{n}: {n}\"",
+       "0xfffe text 8 ro \"11: 1\"\n0xffff text 8 ro \"22: 2\"\n"},
       {"\n1 unsigned 1 rw",
        "error: f:2: incomplete: an object has id, kind, width, access and value"},
       {"0x12345 unsigned 1 rw 0",
@@ -59,12 +59,14 @@ TEST(ObjectFileTest, Parses) {
   for (const auto& c : cases) EXPECT_EQ(parsed(c.text), c.expected);
 }
 
-TEST(DeviceObjectTest, TravelsLittleEndian) {
-  const DeviceObject object = parseObjectLine("1 signed 4 rw -2").front();
-  EXPECT_EQ(std::vector<std::uint8_t>(object.wireValue().begin(), object.wireValue().end()),
-            (std::vector<std::uint8_t>{0xFE, 0xFF, 0xFF, 0xFF}));
-  EXPECT_EQ(object.objLen(), 7);
-  EXPECT_EQ(object.attr(), 0x0110);
+TEST(ObjectStoreTest, RefusesToSetAReadOnlyObject) {
+  ObjectStore store;
+  store.add(parseObjectLine("1-2 signed 2 ro -2"));
+  store.add(parseObjectLine("2 signed 2 rw -2"));
+  EXPECT_EQ(store.answer(Bytes{0x01, 5, 0x01, 0x00, 7, 0})[0], kCommandRefused);
+  EXPECT_EQ(store.answer(Bytes{0x01, 5, 0x02, 0x00, 7, 0})[0], 0x11);
+  EXPECT_EQ(store.get(1).format() + store.get(2).format(),
+            "0x0001 signed 2 ro -20x0002 signed 2 rw 7");
 }
 
 }  // namespace
