@@ -283,8 +283,6 @@ def test_sigterm(outage):
             time.sleep(0.3 * number)
             world.agent.signal(signal.SIGTERM)
             assert world.agent.wait(5) == -signal.SIGKILL
-            if world.master.running():
-                world.master.signal(signal.SIGCONT)
 
     with ThreadPoolExecutor(4) as pool:
         list(pool.map(end, range(4)))
