@@ -1,13 +1,14 @@
 #include "Output.h"
 
 #include <poll.h>
+#include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
-#include <thread>
 #include <utility>
 
 namespace norva {
@@ -64,7 +65,10 @@ Output& Output::standardError() {
 }
 
 Output::Output(int fd, std::chrono::milliseconds delay)
-    : Thread(kRunning, 0, 0), _fd(fd), _delay(delay) {}
+    : Thread(kRunning, 0, 0),
+      _fd(fd),
+      _wakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      _delay(delay) {}
 
 int Output::start() {
   if (isatty(_fd) == 1) _delay = std::chrono::milliseconds::zero();
@@ -77,28 +81,24 @@ int Output::start() {
 void Output::write(std::string_view text, std::string_view end) {
   const std::size_t size = text.size() + end.size();
   if (size == 0) return;
-  bool mustWake = false;
-  {
-    const std::lock_guard lock(_mutex);
-    const bool startsLine = !_lineIsOpen;
-    _lineIsOpen = (end.empty() ? text : end).back() != '\n';
-    const std::size_t waiting = _pending.size() + _writing.size();
-    if (_dropped > 0) {
-      if (!startsLine || waiting > kCapacity / 2) {
-        _dropped += size;
-        return;
-      }
-      appendNotice();
-    } else if (waiting + size > kCapacity) {
-      _dropped = size;
+  const std::lock_guard lock(_mutex);
+  const bool startsLine = !_lineIsOpen;
+  _lineIsOpen = (end.empty() ? text : end).back() != '\n';
+  const std::size_t waiting = _pending.size() + _writing.size();
+  if (_dropped > 0) {
+    if (!startsLine || waiting > kCapacity / 2) {
+      _dropped += size;
       return;
     }
-    _pending.append(text).append(end);
-    _keptLineIsOpen = _lineIsOpen;
-    mustWake = std::exchange(_asleep, false) ||
-               (_pending.size() >= kHurry && _pending.size() - size < kHurry);
+    appendNotice();
+  } else if (waiting + size > kCapacity) {
+    _dropped = size;
+    return;
   }
-  if (mustWake) _wakeUp.notify_one();
+  _pending.append(text).append(end);
+  _keptLineIsOpen = _lineIsOpen;
+  const bool isMuch = _pending.size() >= kHurry && _pending.size() - size < kHurry;
+  if (std::exchange(_asleep, false) || isMuch) wakeWriter();
 }
 
 void Output::appendNotice() {
@@ -142,16 +142,34 @@ void Output::run() {
       quietRounds = 0;
     } else if (isImmediate || ++quietRounds > kQuietRounds) {
       _asleep = true;
-      _wakeUp.wait(lock, [this] { return !_pending.empty(); });
+      waitToBeWoken(lock, -1);
       quietRounds = 0;
     }
-    if (!isImmediate) _wakeUp.wait_for(lock, _delay, [this] { return _pending.size() >= kHurry; });
+    if (!isImmediate && _pending.size() < kHurry) {
+      waitToBeWoken(lock, static_cast<int>(_delay.count()));
+    }
     if (_pending.empty()) continue;
     const bool isTaken = takeAndWrite(lock);
     // What was dropped is told even if nothing more is printed.
     if (isTaken && _pending.empty() && _dropped > 0 && !_lineIsOpen) appendNotice();
     if (settled()) _settled.notify_all();
   }
+}
+
+void Output::waitToBeWoken(std::unique_lock<std::mutex>& lock, int milliseconds) const {
+  lock.unlock();
+  pollfd wakeUp{_wakeFd, POLLIN, 0};
+  // Without a descriptor, which the system may have refused, the writer looks for itself.
+  if (poll(&wakeUp, 1, _wakeFd < 0 ? static_cast<int>(kDelay.count()) : milliseconds) > 0) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const ssize_t size = read(_wakeFd, &count, sizeof count);
+  }
+  lock.lock();
+}
+
+void Output::wakeWriter() const {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t size = ::write(_wakeFd, &one, sizeof one);
 }
 
 bool Output::drain(std::chrono::milliseconds limit) {

@@ -63,18 +63,21 @@ class Output : private Thread {
   /// False when something could not be written.
   bool takeAndWrite(std::unique_lock<std::mutex>& lock);
   void appendNotice();
+  /// Releases the lock and waits, without limit if `milliseconds` is negative.
+  void waitToBeWoken(std::unique_lock<std::mutex>& lock, int milliseconds) const;
+  void wakeWriter() const;
   /// The number of bytes that `text` has behind what could be written.
   std::size_t writeAll(std::string_view text) const;
 
   const int _fd;
+  const int _wakeFd;                 // readable once the writer is to be woken
   std::chrono::milliseconds _delay;  // zero: each text wakes the writer
   bool _started = false;
   std::mutex _mutex;                 // guards all below
-  std::condition_variable _wakeUp;   // the writer waits for text
   std::condition_variable _settled;  // drain waits for the writer
   std::string _pending;              // printed, not yet taken by the writer
   std::string _writing;              // taken by the writer; it alone changes the text
-  bool _asleep = false;              // the writer waits for _wakeUp
+  bool _asleep = false;              // the writer waits until it is woken
   bool _lineIsOpen = false;          // what was printed last, kept or dropped, ended no line
   bool _keptLineIsOpen = false;      // the same of what was kept
   std::size_t _dropped = 0;          // bytes since the last notice
@@ -84,7 +87,7 @@ class Output : private Thread {
 class Trace {
  public:
   /// On from the start.
-  static void enable(bool on) { _enabled.store(on, std::memory_order_relaxed); }
+  static void enable(bool on) { _enabled = on; }
   static bool enabled() { return _enabled.load(std::memory_order_relaxed); }
 
   [[gnu::format(printf, 1, 2)]] static void print(const char* format, ...);
