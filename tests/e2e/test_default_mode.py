@@ -1,6 +1,7 @@
 """The default mode: the agent launches snmpd with the shipped configuration and watches it."""
 
 import os
+import re
 import shutil
 import signal
 import time
@@ -208,14 +209,15 @@ def test_finding_in_the_log(unit):
     with open(unit.path(LOG), "a") as log:
         log.write("x" * 255 + "\n" + FINDING)
     wait_until(lambda: unit.masters() != before, 15, "the end of the master")
-    unit.ctl("alarm", "raise", "0x0403", "--count", 100, "--text4", "meanwhile {n}")
+    unit.ctl("alarm", "raise", "0x0403", "--count", 100, "--numbered", "--text5", "meanwhile")
     unit.wait_restarted(before)
     assert unit.commands()[done:] == [KILL, f"rm {LOG}", "sync"]
     assert FINDING not in unit.path(LOG).read_text()
     [master] = unit.masters()
     assert LOG in unit.inside(f"ls -l /proc/{master}/fd").split()
-    for number in (1, 50, 100):
-        wait_until(lambda: f'"meanwhile {number}"' in unit.receiver.output(), what="alarms")
+    wait_until(lambda: all(re.search(rf' = STRING: "{number}".* = STRING: "meanwhile"',
+                                     unit.receiver.output()) for number in (1, 50, 100)),
+               what="alarms")
     assert_environment_kept(unit)
     assert_notified(unit, "second")
 
