@@ -63,8 +63,10 @@ int sessionStarted(int, int, void* started, void*) {
   session->timeout = kPatience;
   netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
   state.transport = transport;
-  state.receive = std::exchange(transport->f_recv, watchReceived);
-  state.send = std::exchange(transport->f_send, watchSent);
+  if (transport->f_recv != watchReceived) {
+    state.receive = std::exchange(transport->f_recv, watchReceived);
+    state.send = std::exchange(transport->f_send, watchSent);
+  }
   state.received = AgentXStream();
   // A program that is started and stays must not keep the connection of an agent that has ended.
   fcntl(transport->sock, F_SETFD, FD_CLOEXEC);

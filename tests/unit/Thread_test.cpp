@@ -3,12 +3,16 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <limits>
 #include <list>
 #include <memory>
 #include <semaphore>
 #include <thread>
 
+#include "NotificationQueue.h"
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -75,9 +79,61 @@ TEST(ThreadTest, AStartThatTheSystemRefusesIsPrinted) {
   ASSERT_EQ(pthread_getattr_default_np(&impossible), 0);
   ASSERT_EQ(pthread_attr_setstacksize(&impossible, std::numeric_limits<std::size_t>::max() / 2), 0);
   ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
+  EXPECT_EQ(printed([&] { EXPECT_EQ(makeProbe(false).start(), -1); }), "Create thread fail!\n");
+
+  // Of an object whose thread runs already it is still that one which stop ends.
+  pthread_setattr_default_np(&usual);
   ProbeThread& thread = makeProbe(false);
+  ASSERT_EQ(thread.start(), 0);
+  ASSERT_TRUE(thread.begun.try_acquire_for(kPatience));
+  pthread_setattr_default_np(&impossible);
   EXPECT_EQ(printed([&] { EXPECT_EQ(thread.start(), -1); }), "Create thread fail!\n");
   pthread_setattr_default_np(&usual);
+  EXPECT_EQ(thread.stop(), 0);
+  EXPECT_TRUE(thread.ended.try_acquire_for(kPatience));
+}
+
+TEST(ThreadTest, AThreadThatHasEndedLeavesNoStackBehind) {
+  const auto mapped = [] {
+    std::ifstream maps("/proc/self/maps");
+    return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
+  };
+  const auto runAndStop = [](int times) {
+    for (int i = 0; i < times; ++i) {
+      ProbeThread& thread = makeProbe(true);
+      ASSERT_EQ(thread.start(), 0);
+      ASSERT_TRUE(thread.ended.try_acquire_for(kPatience));
+      printed([&] { thread.stop(); });
+    }
+  };
+  runAndStop(50);
+  const auto before = mapped();
+  runAndStop(200);
+  EXPECT_LT(mapped(), before + 50);
+}
+
+TEST(ThreadTest, AProducerThatIsStoppedWhileItWaitsLeavesTheQueueUsable) {
+  struct Producer : Thread {
+    explicit Producer(NotificationQueue& full) : Thread(kIdle, SCHED_OTHER, 0), queue(full) {}
+    void run() override {
+      queue.push({});
+      queue.push({});  // there is room for one
+    }
+    NotificationQueue& queue;
+  };
+  auto* queue = new NotificationQueue;
+  queue->setCapacity(1);
+  queue->sessionStarted();
+  auto* producer = new Producer(*queue);
+  ASSERT_EQ(producer->start(), 0);
+  while (!queue->hasWork()) std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_EQ(producer->stop(), 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(30));
+  EXPECT_NE(queue->take(), nullptr);
+  queue->sent(1);
+  queue->acknowledged(1);
+  EXPECT_TRUE(queue->push({}));
 }
 
 }  // namespace

@@ -1,0 +1,70 @@
+#include "MasterSession.h"
+
+#include <fcntl.h>
+
+#include "AgentLibrary.h"
+#include "NotificationQueue.h"
+#include "TestSupport.h"
+
+namespace norva::test {
+namespace {
+
+/// The library's part is played: a session of any kind, and the callbacks that tell of it.
+TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
+  auto* queue = new NotificationQueue;
+  MasterSession::follow(*queue);
+  netsnmp_session wanted;
+  snmp_sess_init(&wanted);
+  std::string peer = "udp:127.0.0.1:9";
+  wanted.peername = peer.data();
+  netsnmp_session* session = snmp_open(&wanted);
+  ASSERT_NE(session, nullptr);
+  netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
+  static Bytes fromMaster;
+  transport->f_recv = [](netsnmp_transport*, void* buffer, int, void**, int*) {
+    std::copy(fromMaster.begin(), fromMaster.end(), static_cast<std::uint8_t*>(buffer));
+    return static_cast<int>(fromMaster.size());
+  };
+  queue->push({});
+  EXPECT_FALSE(queue->hasWork());
+  snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, session);
+  EXPECT_EQ(session->retries, 0);
+  EXPECT_EQ(fcntl(transport->sock, F_GETFD), FD_CLOEXEC);
+  ASSERT_NE(queue->take(), nullptr);
+
+  Bytes notify = hex("01 0c 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 00");
+  int size = 0;
+  transport->f_send(transport, notify.data(), static_cast<int>(notify.size()), nullptr, &size);
+  queue->sent(MasterSession::lastNotification());
+  EXPECT_EQ(MasterSession::lastNotification(), 0U);
+
+  const auto receive = [&](const std::string& error) {
+    fromMaster = hex("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 " +
+                     error + " 00 00");
+    std::uint8_t buffer[64];
+    transport->f_recv(transport, buffer, sizeof buffer, nullptr, &size);
+  };
+  receive("01 01");  // the master knows no such session
+  snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, session);
+  EXPECT_FALSE(queue->hasWork());
+  snmp_close(session);
+
+  session = snmp_open(&wanted);
+  transport = snmp_sess_transport(snmp_sess_pointer(session));
+  transport->f_recv = [](netsnmp_transport*, void* buffer, int, void**, int*) {
+    std::copy(fromMaster.begin(), fromMaster.end(), static_cast<std::uint8_t*>(buffer));
+    return static_cast<int>(fromMaster.size());
+  };
+  snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, session);
+  ASSERT_NE(queue->take(), nullptr) << "it was not acknowledged";
+  transport->f_send(transport, notify.data(), static_cast<int>(notify.size()), nullptr, &size);
+  queue->sent(MasterSession::lastNotification());
+  receive("00 00");
+  snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, session);
+  snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, session);
+  EXPECT_FALSE(queue->hasWork());
+  snmp_close(session);
+}
+
+}  // namespace
+}  // namespace norva::test
