@@ -11,12 +11,11 @@ SOURCE = Path(__file__).resolve().parents[1]
 sys.path.insert(0, str(SOURCE / "tools/world"))
 sys.dont_write_bytecode = True
 
+from default_world import LOG, DefaultWorld  # noqa: E402
 from receiver import V2C_SINK, Receiver  # noqa: E402
-from world import ROOT, World, WorldError, wait_until  # noqa: E402
+from world import ROOT, World, WorldError  # noqa: E402
 
 UNITS = ROOT + ".10.1.1"
-PROGRAM = "/mnt/actflash/currsw/app/snmpd"
-LOG = "/home/snmpd.log"
 READ = ["-v2c", "-c", "public", "-On", "127.0.0.1:1161"]
 WRITE = ["-v2c", "-c", "private", "-On", "127.0.0.1:1161"]
 
@@ -43,14 +42,6 @@ class Demo:
         for line in output.splitlines():
             print("   " + line)
         return output
-
-    def run_inside(self, script, **options):
-        result = self.world.run("sh", "-ec", script, **options)
-        self.expect(result.returncode == 0, result.stderr)
-
-    def masters(self):
-        """Process ids of every snmpd that runs."""
-        return self.world.run("pgrep", "-x", "--runstates", "D,R,S", "snmpd").stdout.split()
 
     def expect(self, holds, what):
         if not holds:
@@ -163,19 +154,12 @@ def launch(demo):
     demo.say("The simulated unit, and the agent in its default mode with the example configuration: "
              "it launches snmpd itself and attaches to it after 5 s.")
     world = demo.world
-    conf = world.directory / "unit.conf"
-    conf.write_text((SOURCE / "packaging/snmpd.conf").read_text())
-    agent_conf = SOURCE / "packaging/snmpAgentX.conf"
-    demo.run_inside(f"mkdir -p $(dirname {PROGRAM}) /etc/snmp; touch {PROGRAM}; "
-                    f"mount --bind $(command -v snmpd) {PROGRAM}; cat > /etc/snmp/snmpAgentX.conf",
-                    input=agent_conf.read_text())
-    world.start_unit()
-    world.start_agent(["-d", world.database, "-c", conf, "-p", "1161", "-x", "/var/agentx/master"],
-                      prefix=["env", "-u", "SNMPCONFPATH"])
+    world.place_agent_configuration()
+    world.launch()
     print("   $ norvaSnmp -d mapping.db -c unit.conf -p 1161 -x /var/agentx/master")
     world.wait_output("init_snmp end....")
     print("   " + re.search("^cmd->.*", world.agent_output(), re.M)[0])
-    demo.expect(len(demo.masters()) == 1, "one snmpd")
+    demo.expect(len(world.masters()) == 1, "one snmpd")
 
 
 def read_as_shipped(demo):
@@ -190,12 +174,10 @@ def read_as_shipped(demo):
 def restart(demo):
     demo.say("A line 'duplicate registration' in snmpd's log: within 10 s the agent restarts snmpd, "
              "and its objects come back without help.")
-    before = demo.masters()
-    demo.run_inside(f"echo 'duplicate registration' >> {LOG}")
-    wait_until(lambda: demo.masters() and not set(before) & set(demo.masters()), 20,
-               "another snmpd")
-    print(f"   snmpd was process {before[0]}, is {demo.masters()[0]}")
-    demo.world.wait_served()
+    before = demo.world.masters()
+    demo.world.inside(f"echo 'duplicate registration' >> {LOG}")
+    demo.world.wait_restarted(before)
+    print(f"   snmpd was process {before[0]}, is {demo.world.masters()[0]}")
     demo.expect("NDAS" in demo.show("snmpget", *READ, demo.oid("Software Version")), "served again")
 
 
@@ -230,9 +212,9 @@ MASTER_STEPS = [launch, read_as_shipped, restart]
 def main(arguments):
     with_master = "--master" in arguments
     steps = MASTER_STEPS if with_master else STEPS
-    cover = ("/etc", "/home", "/mnt", "/var") if with_master else ()
+    kind = DefaultWorld if with_master else World
     try:
-        with World(SOURCE / "build/release", cover) as world:
+        with kind(SOURCE / "build/release") as world:
             demo = Demo(world)
             for step in [*steps, *([shell] if "--shell" in arguments else []), end]:
                 step(demo)

@@ -1,26 +1,18 @@
 """The default mode: the agent launches snmpd with the shipped configuration and watches it."""
 
-import os
-import re
-import shutil
 import signal
 import time
-from pathlib import Path
 
 import pytest
 
 from conftest import wait_started
-from world import ROOT, SOURCE, SYS_UPTIME, SnmpError, World, parse_varbinds, wait_until
+from default_world import LOG, MIB_SOURCE, PROGRAM, TRANSPORT, DefaultWorld
+from world import ROOT, SnmpError, parse_varbinds, wait_until
 
-PROGRAM = "/mnt/actflash/currsw/app/snmpd"
-MIB_SOURCE = "/mnt/actflash/currsw/mibs"
 MIB_DIRECTORY = "/home/snmp/share/snmp"
-LOG = "/home/snmpd.log"
 LOG_LIMIT = 102400
-TRANSPORT = "/var/agentx/master"
 KILL = "killall -9 snmpd"
 FINDING = "duplicate registration: MIB modules one and other\n"
-SHIPPED = SOURCE / "packaging"
 
 ELSEWHERE = "192.0.2.1"  # a manager whose address is not the unit's own 127.0.0.1
 SITE_NAME = f"{ROOT}.1.1.1.6.0"
@@ -32,67 +24,12 @@ V3 = ("-v3", "-u", "norva", "-a", "SHA", "-A", "change-this-auth-phrase", "-x", 
 PRIVATE = (*V3, "-l", "authPriv")
 
 
-class DefaultWorld(World):
-    """A unit as it leaves the factory, neither /etc/snmp nor anything in /home, with snmpd and its
-    MIB files in their places. The commands that the agent runs are recorded."""
-
-    def __init__(self):
-        super().__init__(cover=("/etc", "/home", "/mnt", "/var"))
-        self.conf = Path(shutil.copy(SHIPPED / "snmpd.conf", self.directory / "unit.conf"))
-        self.inside(f"mkdir -p {MIB_SOURCE} $(dirname {PROGRAM}); touch {MIB_SOURCE}/FIRST-MIB")
-        self.place_program()
-        self.start_unit()
-        self._commands = self.directory / "commands"
-        (self.directory / "bin").mkdir()
-        for name in ("cp", "killall", "mkdir", "rm", "sync"):
-            wrapper = self.directory / "bin" / name
-            wrapper.write_text(f'#!/bin/sh\necho "{name} $*" >> {self._commands}\n'
-                               f'exec {shutil.which(name)} "$@"\n')
-            wrapper.chmod(0o755)
-
-    def inside(self, script):
-        result = self.run("sh", "-ec", script)
-        assert result.returncode == 0, result.stderr
-        return result.stdout
-
-    def path(self, inside):
-        """A path in a covered directory, as it is reached from outside."""
-        return Path(f"/proc/{self.unit.pid()}/root{inside}")
-
-    def place_program(self):
-        self.inside(f"touch {PROGRAM}; mount --bind $(command -v snmpd) {PROGRAM}")
-
+class Unit(DefaultWorld):
     def launch(self):
-        """Starts the agent, without what a world tells the library in the environment."""
-        self._commands.unlink(missing_ok=True)
         begin = time.monotonic()
-        self.start_agent(["-d", self.database, "-c", self.conf, "-p", "1161", "-x", TRANSPORT],
-                         prefix=["env", "-u", "MIBS", "-u", "SNMPCONFPATH",
-                                 "-u", "SNMP_PERSISTENT_DIR"],
-                         env={"PATH": f"{self.directory}/bin:{self.environment['PATH']}"})
+        super().launch()
         wait_started(self)
         assert time.monotonic() > begin + 5, "the master has time to start"
-
-    def commands(self):
-        """What the agent has run since its launch, snmpd excepted."""
-        return [line.rstrip() for line in self._commands.read_text().splitlines()]
-
-    def masters(self):
-        """Process ids, as seen inside, of every snmpd that runs."""
-        return self.run("pgrep", "-x", "--runstates", "D,R,S", "snmpd").stdout.split()
-
-    def wait_restarted(self, before):
-        """Waits until the masters `before` are gone and the agent's objects are back. Supervisors
-        look every 10 s, the agent every 5 s."""
-        wait_until(lambda: not set(before) & set(self.masters()), 15, "the master restarted")
-        self.wait_served()
-        assert len(self.masters()) == 1
-
-    def wait_pass(self):
-        """Waits until a supervisor reads the log; the time of that."""
-        log = self.path(LOG)
-        os.utime(log, (0, log.stat().st_mtime))
-        return wait_until(lambda: log.stat().st_atime, 15, "the log read")
 
     def terminate(self):
         """The agent ends, its master stays."""
@@ -116,7 +53,7 @@ class DefaultWorld(World):
 def unit():
     """Served in the default mode; a stale snmpd ran at its port before. With the receiver that the
     shipped configuration sends to."""
-    with DefaultWorld() as world:
+    with Unit() as world:
         world.start_master()
         world.launch()
         world.inside(f"ip address add {ELSEWHERE}/32 dev lo")
@@ -172,13 +109,13 @@ def test_first_start(unit):
 
 def test_agent_ends_and_its_master_stays(unit):
     """Several times; the next start makes only what is missing. The last master is ended first."""
-    for between, made in [("rmdir /etc/snmp", ["mkdir /etc/snmp"]),
-                          (f"cp {SHIPPED}/snmpAgentX.conf /etc/snmp", []),
-                          ("kill $(pgrep -x --runstates D,R,S snmpd)", [])]:
+    def end_master():
+        unit.inside("kill $(pgrep -x --runstates D,R,S snmpd)")
+        wait_until(lambda: unit.masters() == [], what="end of the master on SIGTERM")
+    for between, made in [(lambda: unit.inside("rmdir /etc/snmp"), ["mkdir /etc/snmp"]),
+                          (unit.place_agent_configuration, []), (end_master, [])]:
         left = unit.terminate()
-        unit.inside(between)
-        if between.startswith("kill"):
-            wait_until(lambda: unit.masters() == [], what="end of the master on SIGTERM")
+        between()
         unit.launch()
         assert unit.commands() == [*made, KILL]
         assert len(unit.masters()) == 1 and left not in unit.masters()
@@ -209,15 +146,15 @@ def test_finding_in_the_log(unit):
     with open(unit.path(LOG), "a") as log:
         log.write("x" * 255 + "\n" + FINDING)
     wait_until(lambda: unit.masters() != before, 15, "the end of the master")
-    unit.ctl("alarm", "raise", "0x0403", "--count", 100, "--numbered", "--text5", "meanwhile")
+    flood = unit.flood(100)
     unit.wait_restarted(before)
     assert unit.commands()[done:] == [KILL, f"rm {LOG}", "sync"]
     assert FINDING not in unit.path(LOG).read_text()
     [master] = unit.masters()
     assert LOG in unit.inside(f"ls -l /proc/{master}/fd").split()
-    wait_until(lambda: all(re.search(rf' = STRING: "{number}".* = STRING: "meanwhile"',
-                                     unit.receiver.output()) for number in (1, 50, 100)),
-               what="alarms")
+    assert flood.wait() == 0
+    wait_until(lambda: all(f'"{number}"' in unit.receiver.output() for number in range(1, 101)),
+               what="all alarms")
     assert_environment_kept(unit)
     assert_notified(unit, "second")
 

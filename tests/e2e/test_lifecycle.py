@@ -9,10 +9,9 @@ from pathlib import Path
 import pytest
 
 from conftest import wait_handled, wait_started
-from world import ROOT, SnmpError, World, wait_until
+from world import ROOT, World, wait_until
 
 SCALAR = f"{ROOT}.1.1.1.1.0"
-SCALAR_ID = "0x0004"
 SCALAR_VALUE = "NDAS 4.2.1"
 
 
@@ -75,12 +74,7 @@ def test_master_restarted_and_interrupt(ready):
 
 
 def silent_unit(world):
-    """A manager's request hangs at the silent unit."""
-    world.ctl("stats", "reset")
-    world.ctl("fault", "silent", "--object", SCALAR_ID)
-    world.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-r0", "-t30", "127.0.0.1:1161",
-                            SCALAR])
-    wait_until(lambda: "faults 1\n" in world.ctl("stats"), what="a request to the silent unit")
+    world.hang(SCALAR)
 
 
 def test_output_leaves_while_the_unit_is_silent(ready):
@@ -151,9 +145,8 @@ def polled(world):
 def flooded(world):
     """Alarms without an end while managers poll."""
     polled(world)
-    if not hasattr(world, "flood"):
-        world.flood = world.spawn("flood", [world.build / "tools/dasunit/dasunit", "ctl", "alarm",
-                                            "raise", "0x0403", "--count", "1000000"])
+    if not hasattr(world, "flooding"):
+        world.flooding = world.flood(1_000_000)
     wait_until(lambda: "TrapAlarm::sendTrap" in world.agent_output(), 30, "a notification")
 
 

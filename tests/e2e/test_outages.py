@@ -12,10 +12,9 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 
 from receiver import V2C_SINK, Receiver
-from world import ROOT, SnmpError, World, empty_schema, parse_varbinds, scalar_row, wait_until
+from world import ALARM_OBJECT, ROOT, World, empty_schema, parse_varbinds, scalar_row, wait_until
 
 LONG = bool(os.environ.get("NORVA_LONG"))
-ALARM_OBJECT = "0x0403"
 # What the shipped configuration of the master gives the agent.
 PATIENT_MASTER = V2C_SINK + "agentXTimeout 15\nagentXRetries 0\n"
 TIMEOUT = 1  # norvaDeviceTimeout of most tests
@@ -40,12 +39,6 @@ def start(world, *settings, master=V2C_SINK, ping=1, **agent):
 def restart_unit(world):
     world.unit.kill()
     world.start_unit()
-
-
-def flood(world, count, first=1):
-    """Posts numbered alarms as fast as they are taken; numbers and texts agree from `first` on."""
-    return world.spawn("flood", [world.build / "tools/dasunit/dasunit", "ctl", "alarm", "raise",
-                                 ALARM_OBJECT, "--count", str(count), "--numbered"])
 
 
 def sequences(receiver):
@@ -83,13 +76,7 @@ class Managers:
 
 
 def hang(world):
-    """A manager's request that is with the unit, which does not answer."""
-    world.ctl("stats", "reset")
-    world.ctl("fault", "silent")
-    world.spawn("hanging", ["snmpget", "-v2c", "-c", "public", "-r0", "-t20", "127.0.0.1:1161",
-                            *SCALARS])
-    wait_until(lambda: not re.search(r"^faults 0$", world.ctl("stats"), re.M),
-               what="a request with the silent unit")
+    world.hang(*SCALARS)
 
 
 def test_control_process_killed_in_the_middle_of_a_request(world):
@@ -114,7 +101,7 @@ def test_silent_unit_under_polling(world):
     managers = Managers(world)
     world.ctl("fault", "silent")
     time.sleep(10)
-    assert flood(world, 1000).wait(30) == 0
+    assert world.flood(1000).wait(30) == 0
     time.sleep(50 if LONG else 5)
     world.ctl("fault", "none")
     wait_until(lambda: is_right(world), 5, "a right answer")
@@ -177,7 +164,7 @@ def test_master_away(world, settings, alarms, kept):
     receiver = start(world, *settings)
     world.master.kill()
     begin = time.monotonic()
-    assert flood(world, alarms).wait(30) == 0
+    assert world.flood(alarms).wait(30) == 0
     assert time.monotonic() - begin < 10
     time.sleep(20 if LONG else 2)
     world.start_master(V2C_SINK)
@@ -193,7 +180,7 @@ def test_master_killed_in_a_flood(world):
     """Every alarm arrives at least once, in order within a session, twice under one number only."""
     count, restarts = (20_000, 20) if LONG else (8_000, 6)
     receiver = start(world, "norvaBacklog 20000", stdout=subprocess.DEVNULL)
-    posting = flood(world, count)
+    posting = world.flood(count)
     for number in range(restarts):
         receiver.wait(number * count // (restarts + 1), 30)
         world.master.kill()
@@ -215,7 +202,7 @@ def test_master_stopped(world, ping):
     last = 0
     for seconds in (3, 8, 25) if LONG else (3, 8):
         world.master.signal(signal.SIGSTOP)
-        assert flood(world, 500).wait(30) == 0
+        assert world.flood(500).wait(30) == 0
         time.sleep(seconds)
         world.master.signal(signal.SIGCONT)
         last += 500
@@ -260,12 +247,12 @@ def test_bad_settings_are_named_and_change_nothing(world, line):
 
 def without_master(world):
     world.master.kill()
-    flood(world, 300).wait(30)
+    world.flood(300).wait(30)
 
 
 def stopped_master(world):
     world.master.signal(signal.SIGSTOP)
-    flood(world, 300).wait(30)
+    world.flood(300).wait(30)
 
 
 def replaying(world):

@@ -23,6 +23,7 @@ from pathlib import Path
 SOURCE = Path(__file__).resolve().parents[2]
 ROOT = ".1.3.6.1.4.1.53412.8.2.2.4"
 SYS_UPTIME = ".1.3.6.1.2.1.1.3.0"
+ALARM_OBJECT = "0x0403"  # of the sample and of whoever floods
 
 SCALARS = "SNMP_GENERAL_OBJ_TABLE"
 CELLS = "SNMP_TABLE_OBJ_TABLE"
@@ -125,6 +126,11 @@ class Process:
         os.kill(self.pid(), number)
         if number == signal.SIGCONT:
             os.kill(self._popen.pid, number)  # nsenter stops when its child does
+
+    def resident(self):
+        """Resident memory in KiB."""
+        status = Path(f"/proc/{self.pid()}/status").read_text()
+        return int(re.search(r"VmRSS:\s*(\d+) kB", status)[1])
 
     def kill(self):
         if self.running():
@@ -249,6 +255,22 @@ class World:
         if result.returncode != 0:
             raise WorldError(f"dasunit ctl {' '.join(map(str, words))}: {result.stderr.strip()}")
         return result.stdout
+
+    def flood(self, count):
+        """Posts alarms, text 4 numbered from 1, as fast as the alarm queue takes them; the process
+        that does."""
+        return self.spawn("flood", [self.build / "tools/dasunit/dasunit", "ctl", "alarm", "raise",
+                                    ALARM_OBJECT, "--count", str(count), "--numbered"])
+
+    def hang(self, *oids, count=None):
+        """The unit falls silent, for good or for `count` requests, and a manager asks for `oids`:
+        that manager, its request being with the unit."""
+        self.ctl("stats", "reset")
+        self.ctl("fault", "silent", *(["--count", count] if count else []))
+        manager = self.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-Onx", "-r0", "-t30",
+                                         "127.0.0.1:1161", *oids])
+        wait_until(lambda: "faults 0\n" not in self.ctl("stats"), what="a request to the unit")
+        return manager
 
     def held(self, object_id):
         """What the unit holds: (kind, width, access, value), value an int or a text."""
