@@ -79,6 +79,18 @@ def test_acknowledgement_of_a_set(served, fault):
     assert_all_right(served)
 
 
+@pytest.mark.parametrize("fault", ["wrong-length 6", "wrong-command 0x11", "truncate 0"])
+def test_set_of_an_object_that_reads_wrong(served, fault):
+    """Refused, and nothing is written."""
+    before = len(served.frames())
+    served.ctl("fault", *fault.split(), "--on", "get")
+    with pytest.raises(SnmpError, match="badValue"):
+        served.set(NUMBER, "i", 4321)
+    served.ctl("fault", "none")
+    assert served.writes(before) == []
+    assert_all_right(served)
+
+
 def test_unasked_reply_is_not_taken_for_an_answer(served):
     served.ctl("reply", "12 05 10 00 01 01 ff ff")
     served.ctl("reply", "12 07 10 00 03 01 ff ff ff ff")

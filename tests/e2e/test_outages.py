@@ -11,6 +11,7 @@ from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
+from polling import Polling
 from receiver import V2C_SINK, Receiver
 from world import ALARM_OBJECT, ROOT, World, empty_schema, parse_varbinds, scalar_row, wait_until
 
@@ -53,26 +54,14 @@ def is_right(world, oid=FIRST):
     return world.get(oid, timeout=1)[0].value == SCALARS[oid]
 
 
-class Managers:
+def poll(world):
     """Managers that never pause, each asking for objects of its own; no answer is wrong."""
-
-    def __init__(self, world, count=5):
-        oids = list(SCALARS)
-        self._world = world
-        self._loops = [world.spawn(f"manager{number}", [
-            "sh", "-c", "while [ ! -e stop ]; do snmpget -v2c -c public -Onx -r0 -t20 "
-            f"127.0.0.1:1161 {' '.join(oids[number:number + 3])} 2>&1; done"])
-            for number in range(count)]
-
-    def stop(self):
-        (self._world.directory / "stop").touch()
-        answers = 0
-        for loop in self._loops:
-            assert loop.wait(30) == 0
-            for bound in parse_varbinds("\n".join(re.findall(r"^\..*", loop.output(), re.M))):
-                assert bound.value in (SCALARS[bound.oid], None), bound
-                answers += bound.value is not None
-        return answers
+    def wrong(line):
+        return line.startswith(".") and any(value not in (SCALARS[oid], None)
+                                            for oid, _, value in parse_varbinds(line))
+    return Polling(world, [f"snmpget -v2c -c public -Onx -r0 -t20 127.0.0.1:1161 "
+                           f"{' '.join(list(SCALARS)[n:n + 3])}" for n in range(5)],
+                   OTHERS[-1], wrong)
 
 
 def hang(world):
@@ -81,7 +70,7 @@ def hang(world):
 
 def test_control_process_killed_in_the_middle_of_a_request(world):
     receiver = start(world, f"norvaDeviceTimeout {TIMEOUT}")
-    managers = Managers(world)
+    polling = poll(world)
     for number in range(1, 21):
         hang(world)
         restart_unit(world)
@@ -89,7 +78,7 @@ def test_control_process_killed_in_the_middle_of_a_request(world):
         world.ctl("alarm", "raise", ALARM_OBJECT)
         receiver.wait(number)
     assert_right(world)
-    assert managers.stop() > 0
+    assert min(polling.stop()) > 0
     assert sequences(receiver) == list(range(1, 21))
     assert re.search(r"called, failed: errno: Connection timed out, error code:110\n"
                      r"DataManage::getObjValue  readData error!\n"
@@ -98,7 +87,7 @@ def test_control_process_killed_in_the_middle_of_a_request(world):
 
 def test_silent_unit_under_polling(world):
     receiver = start(world, "norvaDeviceTimeout 3", master=PATIENT_MASTER)
-    managers = Managers(world)
+    polling = poll(world)
     world.ctl("fault", "silent")
     time.sleep(10)
     assert world.flood(1000).wait(30) == 0
@@ -109,7 +98,7 @@ def test_silent_unit_under_polling(world):
     receiver.wait(1000)
     assert [int(event.text4) for event in receiver.received()] == list(range(1, 1001))
     assert sequences(receiver) == list(range(1, 1001))
-    managers.stop()
+    polling.stop()
 
 
 def test_late_reply_is_no_answer(world):

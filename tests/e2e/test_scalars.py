@@ -4,7 +4,7 @@ from collections import namedtuple
 
 import pytest
 
-from world import CELLS, ROOT, SnmpError, Varbind, empty_schema, scalar_row, wait_until
+from world import ROOT, SnmpError, Varbind, cell_row, empty_schema, scalar_row, wait_until
 
 # One scalar: its suffix is its position here. `unit` is the rest of its line in the object file,
 # `row` what differs from a writable INTEGER of method 0.
@@ -105,12 +105,12 @@ def test_only_instance_zero_exists(served):
 
 def test_trace_of_a_get(served):
     before = len(served.agent_output())
-    requests = len(served.requests(id_of("unsigned 2")))
+    frames = len(served.frames())
     served.get(oid_of("unsigned 2"))
     request, reply = "02 07 03 01 00 00 00 00 ", "12 05 10 00 03 01 fe ff "
     served.wait_output(
         request + reply + "norvasnmp:getSnmpValue oid=0x103,covMethod=0\n", after=before)
-    assert served.requests(id_of("unsigned 2"))[requests:] == [bytes.fromhex(request)]
+    assert served.requests(frames) == [bytes.fromhex(request)]
 
 
 @pytest.mark.parametrize("name, letter, given, frame, answer", [
@@ -139,11 +139,10 @@ def test_trace_of_a_get(served):
     ("text", "o", "1.3.6", "01 17 0d 01" + " 00" * 20, ""),
 ])
 def test_set(restored, name, letter, given, frame, answer):
-    before = len(restored.requests(id_of(name)))
+    before = len(restored.frames())
     output = len(restored.agent_output())
     restored.set(oid_of(name), letter, given)
-    writes = [frame for frame in restored.requests(id_of(name))[before:] if frame[0] == 0x01]
-    assert writes == [bytes.fromhex(frame)]
+    assert restored.writes(before) == [bytes.fromhex(frame)]
     assert restored.get(oid_of(name))[0].value == answer
     length = {"s": len(str(given)), "o": 12}.get(letter, 4)  # as the unit's library has it
     restored.wait_output(f"set 'ACTION'  oid = {id_of(name):x}   set length = {length}..\n",
@@ -167,8 +166,7 @@ def test_value_that_its_type_cannot_carry(world):
         for n, (unit, *_) in enumerate(UNSENDABLE.values())))
     rows = [scalar_row(0x0101 + n, n + 1, access=1, **row)
             for n, (_, row, *_) in enumerate(UNSENDABLE.values())]
-    rows += [f"INSERT INTO {CELLS} VALUES ('{0x0181 + n:04X}', '0', '{n + 2}', '{row['type']}', '1',"
-             f" '.10.1', '{row.get('method', 0):X}', '0', 'cell', '1', '1', '0', '0')"
+    rows += [cell_row(0x0181 + n, n + 2, access=1, **row)
              for n, (_, row, *_) in enumerate(UNSENDABLE.values())]
     world.start_master()
     world.start_agent(database=world.make_database(
@@ -203,11 +201,11 @@ def test_several_scalars_in_one_set(restored):
     ("decimal", "s", "12,5", "badValue"),
 ])
 def test_refused_set_writes_nothing(served, name, letter, given, reason):
-    before = len(served.requests(id_of(name)))
+    before = len(served.frames())
     with pytest.raises(SnmpError) as refusal:
         served.set(oid_of(name), letter, given)
     assert refusal.value.reason == reason
-    assert [frame for frame in served.requests(id_of(name))[before:] if frame[0] == 0x01] == []
+    assert served.writes(before) == []
     assert served.get(oid_of(name)) == expected([name])
 
 
@@ -226,10 +224,9 @@ def test_root(world, text, root):
     prefix = "" if text is None else f'0x80ba text 64 ro "{text}"\n'
     world.start_unit("0x0101 unsigned 1 rw 42\n" + prefix)
     world.start_master()
-    cell = (f"INSERT INTO {CELLS} VALUES ('0101', '0', '2', '2', '3', '{TABLE}', '0', '0', 'cell',"
-            " '1', '1', '0', '0')")
     world.start_agent(database=world.make_database(
-        *empty_schema(), scalar_row(0x0101, 9), cell, base=False), wait=False)
+        *empty_schema(), scalar_row(0x0101, 9), cell_row(0x0101, node=TABLE), base=False),
+        wait=False)
     world.wait_served(root)
     names = [f"{root}.1.1.1.9.0"]
     if len(root) < 50:  # no table's node fits behind the long one

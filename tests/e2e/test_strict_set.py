@@ -6,7 +6,7 @@ from collections import namedtuple
 
 import pytest
 
-from world import CELLS, ROOT, SnmpError, empty_schema, scalar_row, wait_until
+from world import ROOT, SnmpError, cell_row, empty_schema, scalar_row, wait_until
 
 # `unit` is the rest of the line in the object file; type, method and access those of the mapping.
 Object = namedtuple("Object", "unit type method access", defaults=(2, 0, 3))
@@ -46,11 +46,6 @@ def oid_of(name, kind="scalar"):
     return f"{ROOT}.1.1.1.{number + 1}.0" if kind == "scalar" else f"{ROOT}.10.1.1.{number + 2}.1.0"
 
 
-def cell_row(object_id, column, type_, method, access, node=".10.1", row=1):
-    return (f"INSERT INTO {CELLS} VALUES ('{object_id:04X}', '0', '{column}', '{type_}', '{access}',"
-            f" '{node}', '{method:X}', '0', 'cell', '{row}', '1', '0', '0')")
-
-
 @pytest.fixture(scope="module")
 def served(shared_world):
     world = shared_world
@@ -62,8 +57,9 @@ def served(shared_world):
     for name, (_, type_, method, access) in OBJECTS.items():
         rows.append(scalar_row(id_of(name, "scalar"), NAMES.index(name) + 1, type=type_,
                                method=method, access=2 if access == 3 else 1))
-        rows.append(cell_row(id_of(name, "cell"), NAMES.index(name) + 2, type_, method, access))
-    rows += [cell_row(SECOND_TABLE + n, 2, 2, 0, 3, ".10.2", n + 1) for n in range(4)]
+        rows.append(cell_row(id_of(name, "cell"), NAMES.index(name) + 2, type=type_, method=method,
+                             access=access))
+    rows += [cell_row(SECOND_TABLE + n, row=n + 1, node=".10.2") for n in range(4)]
     world.start_master("agentXTimeout 15\nagentXRetries 0\n")
     world.settings("norvaStrictSet yes", "norvaDeviceTimeout 2")
     world.start_agent(database=world.make_database(*empty_schema(), *rows, base=False))
@@ -86,15 +82,6 @@ def restored(served):
                 served.ctl("add", f"{id_of(name, kind):#06x} {case.unit}")
     for n in range(4):
         served.ctl("set", hex(SECOND_TABLE + n), n)
-
-
-def requests_since(world, before):
-    return [frame.bytes for frame in world.frames()[before:]
-            if frame.direction == "rx" and frame.bytes[3] != 0x0F]
-
-
-def writes_since(world, before):
-    return [frame for frame in requests_since(world, before) if frame[0] == 0x01]
 
 
 def refusal(world, *assignments):
@@ -149,7 +136,7 @@ def test_what_was_asked(restored, kind):
         before = len(restored.frames())
         restored.set(oid_of(name, kind), letter, given)
         assert restored.held(id_of(name, kind))[-1] == held, (name, given)
-        requests = requests_since(restored, before)
+        requests = restored.requests(before)
         assert len([frame for frame in requests if frame[0] == 0x01]) == 1
         assert len(requests) == (3 if kind == "scalar" else 2)
 
@@ -163,7 +150,7 @@ def test_or_a_refusal(restored, kind):
         bad = (oid_of(name, kind), letter, given)
         assert refusal(restored, *bad) == (reason, 1), (name, given)
         assert refusal(restored, *good, *bad) == (reason, 1 + (bad[0] != good[0])), (name, given)
-        assert writes_since(restored, before) == [], (name, given)
+        assert restored.writes(before) == [], (name, given)
 
 
 @pytest.mark.parametrize("cell, reason", [
@@ -174,7 +161,7 @@ def test_or_a_refusal(restored, kind):
 def test_what_is_no_cell(restored, cell, reason):
     before = len(restored.frames())
     assert refusal(restored, oid_of("u8"), "i", 7, cell, "i", 7) == (reason, 2)
-    assert writes_since(restored, before) == []
+    assert restored.writes(before) == []
 
 
 MIXED = [(oid_of("u16"), "i", 101), (second(1), "i", 102), (oid_of("u16", "cell"), "i", 103),

@@ -5,7 +5,8 @@ from collections import Counter
 import pytest
 
 from conftest import printed
-from world import CELLS, ROOT, SYS_UPTIME, SnmpError, Varbind, empty_schema, scalar_row, wait_until
+from world import (CELLS, ROOT, SYS_UPTIME, SnmpError, Varbind, cell_row, empty_schema,
+                   scalar_row, wait_until)
 
 # The sample's two tables: the first object id and, by column, what the cells of a row answer.
 FIRST_ID = {1: 0x1000, 2: 0x2000}
@@ -74,18 +75,12 @@ def restored(served):
         served.ctl("add", line)
 
 
-def frames_since(world, before):
-    """What the unit was asked for since: the frames to it, without the heartbeat's objects."""
-    return [frame.bytes for frame in world.frames()[before:]
-            if frame.direction == "rx" and frame.bytes[3] != 0x0F]
-
-
 @pytest.mark.parametrize("tool", [["snmpwalk"]] + [
     ["snmpbulkwalk", f"-Cr{repetitions}"] for repetitions in (1, 7, 50, 1000)], ids=" ".join)
 def test_walk_of_both_tables(served, tool):
     before = len(served.frames())
     assert served.snmp(*tool, TABLES) == EVERYTHING
-    asked = Counter(int.from_bytes(frame[2:4], "little") for frame in frames_since(served, before))
+    asked = Counter(int.from_bytes(frame[2:4], "little") for frame in served.requests(before))
     assert asked == {id_of(*column, row): 1 for column in COLUMNS for row in ROWS if column[1] > 1}
 
 
@@ -99,7 +94,7 @@ def test_walk_of_both_tables(served, tool):
 def test_get(served, cells):
     before = len(served.frames())
     assert served.get(*[oid_of(*cell) for cell in cells]) == [expected(*cell) for cell in cells]
-    assert len(frames_since(served, before)) == len([cell for cell in cells if cell[1] > 1])
+    assert len(served.requests(before)) == len([cell for cell in cells if cell[1] > 1])
 
 
 @pytest.mark.parametrize("suffix, type, value", [
@@ -127,8 +122,7 @@ def test_get_beside_the_cells(served, suffix, type, value):
 def test_set_of_one_cell(restored, cell, letter, given, frame, answer):
     before = len(restored.frames())
     restored.set(oid_of(*cell), letter, given)
-    writes = [frame for frame in frames_since(restored, before) if frame[0] == 0x01]
-    assert writes == [bytes.fromhex(frame)]
+    assert restored.writes(before) == [bytes.fromhex(frame)]
     assert restored.get(oid_of(*cell))[0].value == answer
 
 
@@ -162,7 +156,7 @@ def test_refused_set_writes_nothing(restored, cells, letter, given, reason, line
         restored.set(*[word for cell in cells for word in (oid_of(*cell), letter, given)])
     assert refusal.value.reason == reason
     restored.wait_output(line, after=output)
-    assert [frame for frame in frames_since(restored, before) if frame[0] == 0x01] == []
+    assert restored.writes(before) == []
     values = [varbind.value for varbind in restored.get(*[oid_of(*cell) for cell in cells])]
     assert values == [COLUMNS[cell[:2]](cell[2]) for cell in cells]
 
@@ -171,7 +165,7 @@ def test_set_refused_for_another_object_writes_nothing(restored):
     before = len(restored.frames())
     with pytest.raises(SnmpError, match="notWritable"):
         restored.set(oid_of(1, 5, 3), "i", 7, f"{ROOT}.1.1.1.6.0", "s", "Quay", SYS_UPTIME, "t", 1)
-    assert [frame for frame in frames_since(restored, before) if frame[0] == 0x01] == []
+    assert restored.writes(before) == []
 
 
 # A cell, and the commands of the frames that reach the unit: an unreadable cell is read at least.
@@ -183,7 +177,7 @@ def test_accepted_set_writes_nothing(restored, cell, commands):
         restored.ctl("delete", hex(id_of(*cell)))
     before = len(restored.frames())
     restored.set(oid_of(*cell), "i", 77)
-    assert {frame[0] for frame in frames_since(restored, before)} == commands
+    assert {frame[0] for frame in restored.requests(before)} == commands
     assert restored.get(oid_of(*cell)) == [missing(*cell) if commands else expected(*cell)]
 
 
@@ -229,7 +223,7 @@ def test_cells_mapped_in_an_odd_way(world):
     before = len(world.frames())
     assert world.get(oid_of(*cell), oid_of(2, 2, 6)) == [missing(*cell), expected(2, 2, 6)]
     world.set(oid_of(*cell), "i", 7)
-    assert len(frames_since(world, before)) == 1
+    assert len(world.requests(before)) == 1
     place = EVERYTHING.index(expected(*cell))
     assert world.walk(TABLES) == EVERYTHING[:place] + EVERYTHING[9 * len(ROWS):]
     assert world.get(oid_of(1, 4, 7), oid_of(1, 9, 32)) == [expected(1, 4, 7), expected(1, 9, 32)]
@@ -242,8 +236,7 @@ def test_cells_mapped_in_an_odd_way(world):
 
 def cell_rows(node, first_id):
     """SQL for a table of one column of integers."""
-    return [f"INSERT INTO {CELLS} VALUES ('{first_id + row:04X}', '0', '2', '2', '3', '{node}',"
-            f" '0', '0', 'cell', '{row}', '1', '0', '0')" for row in ROWS]
+    return [cell_row(first_id + row, row=row, node=node) for row in ROWS]
 
 
 def test_scalar_inside_a_table(world):

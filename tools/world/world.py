@@ -97,6 +97,12 @@ def scalar_row(object_id, suffix, *, type=2, access=2, method=0, name="object"):
             f" '1', '1', '1', '{suffix}', '{method:X}', '0', '{name}', '0')")
 
 
+def cell_row(object_id, column=2, row=1, *, node=".10.1", type=2, access=3, method=0):
+    """SQL that adds a table cell to a mapping database."""
+    return (f"INSERT INTO {CELLS} VALUES ('{object_id:04X}', '0', '{column}', '{type}', '{access}',"
+            f" '{node}', '{method:X}', '0', 'cell', '{row}', '1', '0', '0')")
+
+
 def empty_schema():
     """SQL for the two tables of a mapping database, without rows."""
     columns = ", ".join(f"c{number}" for number in range(13))
@@ -288,10 +294,15 @@ class World:
         lines = [line.split() for line in self.record.read_text().splitlines()]
         return [Frame(words[1], bytes.fromhex("".join(words[2:]))) for words in lines]
 
-    def requests(self, object_id):
-        """The frames for an object that the unit received so far."""
-        return [frame.bytes for frame in self.frames() if frame.direction == "rx"
-                and frame.bytes[2:4] == object_id.to_bytes(2, "little")]
+    def requests(self, before):
+        """What the unit was asked for behind the first `before` frames: the frames to it, without
+        those for the heartbeat's objects."""
+        return [frame.bytes for frame in self.frames()[before:]
+                if frame.direction == "rx" and frame.bytes[3] != 0x0F]
+
+    def writes(self, before):
+        """Those of them that write."""
+        return [frame for frame in self.requests(before) if frame[0] == 0x01]
 
     def start_master(self, conf=""):
         """The master agent, answering. `conf`: more lines for its configuration."""
