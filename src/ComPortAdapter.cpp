@@ -62,7 +62,7 @@ void ComPortAdapter::lookUpQueues() {
   _alarmQid = msgget(_alarmKey, kQueueFlags);
 }
 
-void ComPortAdapter::removeQueues() {
+void ComPortAdapter::removeQueues() const {
   msgctl(_alarmQid, IPC_RMID, nullptr);
   msgctl(_readQid, IPC_RMID, nullptr);
   msgctl(_writeQid, IPC_RMID, nullptr);

@@ -74,7 +74,7 @@ class ComPortAdapter {
 
  private:
   void lookUpQueues();
-  void removeQueues();
+  void removeQueues() const;
   /// As msgrcv, but for signals: the message type, then the payload.
   static ssize_t receive(int qid, std::uint8_t* buffer, std::size_t length);
   /// What read and readAlarm return: -1, the failure printed and left in errno; or the size of the

@@ -54,7 +54,7 @@ class LibraryGateTest : public testing::Test {
     pollfd poller{wakeFd, POLLIN, 0};
     return poll(&poller, 1, static_cast<int>(limit.count())) == 1;
   }
-  void callBack() {
+  void callBack() const {
     const int last = external_readfdlen - 1;
     external_readfdfunc[last](wakeFd, external_readfd_data[last]);
   }

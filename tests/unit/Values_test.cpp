@@ -33,7 +33,7 @@ TEST(AnswerValueTest, AnswersEveryTypeOrNothing) {
   check(ASN_OPAQUE, std::string(50, 'z'), kField20, Bytes(50, 'z'));
   // Another type with the low byte of INTEGER is a number's type like the others.
   for (const int type :
-       {ASN_COUNTER, ASN_GAUGE, ASN_TIMETICKS, ASN_UINTEGER, 0x100 + ASN_INTEGER}) {
+       std::vector<int>{ASN_COUNTER, ASN_GAUGE, ASN_TIMETICKS, ASN_UINTEGER, 0x100 + ASN_INTEGER}) {
     check(type, zeros, kNumber, bytesOf(Integer{0x0A000007}));
     check(type, "12.50", kMade, {});
     check(type, "1234", kField4, {});
