@@ -23,32 +23,6 @@ struct alignas(long) ReceiveBuffer {
   std::uint8_t bytes[ComPortAdapter::kTypeSize + limit] = {};
 };
 
-/// Widens the value of a 1- or 2-byte integer object to 32 bits. False for a length that is none of
-/// an integer.
-bool widenInteger(ObjValue& record) {
-  const bool isSigned = record.kind() == ValueKind::kSigned;
-  switch (record.objLen()) {
-    case kObjLenByte: {
-      const std::uint8_t byte = record.value()[0];
-      record.setInteger32(isSigned ? static_cast<std::uint32_t>(static_cast<std::int8_t>(byte))
-                                   : byte);
-      break;
-    }
-    case kObjLenShort: {
-      const std::uint16_t word = record.integer16();
-      record.setInteger32(isSigned ? static_cast<std::uint32_t>(static_cast<std::int16_t>(word))
-                                   : word);
-      break;
-    }
-    case kObjLenLong:
-      break;
-    default:
-      return false;
-  }
-  record.setObjLen(kObjLenLong);
-  return true;
-}
-
 /// Cuts the 32-bit integer to the width of the record's `objLen`. No range check: the low bytes
 /// are kept. False for a length that is none of an integer.
 bool narrowInteger(ObjValue& record) {
@@ -78,11 +52,6 @@ void toTextField(ObjValue& record) {
     SnmpObjConvertStrategy().toIpText(record);
     record.setObjLen(objLen);
   }
-}
-
-Presentation::Form presentationForm(ValueKind kind, std::uint16_t covMethod) {
-  if (SnmpObjConvertStrategy::makesText(covMethod)) return Presentation::kMadeText;
-  return kind == ValueKind::kText ? Presentation::kTextField : Presentation::kInteger;
 }
 
 }  // namespace
@@ -232,23 +201,11 @@ int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue,
   ObjInfo info;
   if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
 
-  const std::uint8_t deviceLen = record.objLen();
-  switch (record.kind()) {
-    case ValueKind::kText:
-      record.setObjLen(static_cast<std::uint8_t>(record.text().size() + kObjLenOverhead));
-      break;
-    case ValueKind::kUnsigned:
-    case ValueKind::kSigned:
-      if (!widenInteger(record)) return -1;
-      break;
-    case ValueKind::kOther:
-      break;
-  }
+  Presentation made;
+  if (present(*_pConvertStrategy, info.covMethod, record, made) == -1) return -1;
   Trace::print("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), info.covMethod);
-  if (presentation != nullptr) {
-    *presentation = {presentationForm(record.kind(), info.covMethod), deviceLen};
-  }
-  return _pConvertStrategy->convertToSnmp(info.covMethod, record);
+  if (presentation != nullptr) *presentation = made;
+  return 0;
 }
 
 int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bool isAddress) {
