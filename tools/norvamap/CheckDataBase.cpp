@@ -1,0 +1,267 @@
+#include <map>
+#include <set>
+#include <tuple>
+
+#include "Check.h"
+#include "RowCheck.h"
+#include "Text.h"
+#include "View.h"
+
+namespace norva::mapping {
+
+namespace {
+
+using dasunit::formatObjectId;
+
+/// Walks over one of the two tables; false for one that the agent does not load.
+bool isLoaded(const std::string& file, const TableRules& rules, const RawTable& table,
+              const char* consequence, Findings& findings) {
+  if (table.isUsable()) return true;
+  const std::string reason = table.exists
+                                 ? format("%d columns, %d are needed", table.columns, kTableColumns)
+                                 : std::string("no such table");
+  findings.add({file, rules.table, Severity::kError, reason + ": " + consequence, {}, {}, {}});
+  return false;
+}
+
+class ScalarCheck {
+ public:
+  ScalarCheck(const Mapping& mapping, Findings& findings) : mapping_(mapping), findings_(findings) {
+    for (const SnmpObjRecord& scalar : mapping.scalars()) {
+      ownerOf_.try_emplace(scalar.oidSuffix, scalar.objId);
+    }
+  }
+
+  void run() {
+    const RawTable& table = mapping_.raw().scalars;
+    if (!isLoaded(mapping_.path(), kScalarRules, table, "no scalar is served", findings_)) return;
+    for (const RawRow& row : table.rows) {
+      RowCheck check(mapping_.path(), kScalarRules, row, findings_);
+      if (check.checkNumbers() && isUsed(check)) checkUsed(check);
+    }
+    checkCount();
+  }
+
+ private:
+  /// False, reported, for a repeated object id.
+  bool isUsed(RowCheck& check) {
+    const auto [first, isNew] = rowOf_.try_emplace(check.objId(), check.rowNumber());
+    if (isNew) return true;
+    if (check.isSound(kObjIdColumn)) {
+      check.error(format("the object is in row %d already: this row is not used", first->second));
+    }
+    return false;
+  }
+
+  void checkUsed(RowCheck& check) {
+    SnmpObjRecord scalar;
+    mapping_.catalogue().getObjRecord(check.objId(), scalar);
+    bool hasOid = true;
+    for (int i = 0; i < static_cast<int>(kOidSuffixLength); ++i) {
+      hasOid = hasOid && check.isSound(kScalarSuffix + i);
+    }
+    const std::uint16_t owner = ownerOf_.at(scalar.oidSuffix);
+    if (hasOid && owner != check.objId()) {
+      check.error("object " + formatObjectId(owner) + " has the same OID: this one is not served");
+      return;
+    }
+    check.checkMeaning((scalar.info.access & 2) != 0);
+  }
+
+  void checkCount() {
+    const auto& scalars = mapping_.scalars();
+    if (scalars.size() <= kMaxScalars) return;
+    Finding finding{mapping_.path(), kScalarTable, Severity::kError, {}, {}, {}, {}};
+    for (std::size_t i = kMaxScalars; i < scalars.size(); ++i) {
+      finding.objects.push_back(scalars[i].objId);
+      finding.rows.push_back(rowOf_[scalars[i].objId]);
+    }
+    finding.text = format("%zu scalars, the agent serves the %zu lowest object ids", scalars.size(),
+                          kMaxScalars);
+    findings_.add(std::move(finding));
+  }
+
+  const Mapping& mapping_;
+  Findings& findings_;
+  std::map<OidSuffix, std::uint16_t> ownerOf_;
+  std::map<std::uint16_t, int> rowOf_;
+};
+
+class CellCheck {
+ public:
+  CellCheck(const Mapping& mapping, Findings& findings) : mapping_(mapping), findings_(findings) {
+    for (const ServedObject& object : mapping.objects()) {
+      if (object.table >= 0) served_.emplace(object.table, object.column, object.row);
+    }
+  }
+
+  void run() {
+    const RawTable& table = mapping_.raw().cells;
+    if (!isLoaded(mapping_.path(), kCellRules, table, "no table is served", findings_)) return;
+    for (const RawRow& row : table.rows) {
+      RowCheck check(mapping_.path(), kCellRules, row, findings_);
+      if (row.cells[kCellNode]) firstRow_.try_emplace(*row.cells[kCellNode], row.number);
+      if (row.cells[kCellNode] && row.cells[kCellColumnNumber]) {
+        check.setGroup(*row.cells[kCellNode] + ' ' + *row.cells[kCellColumnNumber]);
+      }
+      if (!check.checkNumbers() || !isUsed(check)) continue;
+      if (isReachable(check)) checkReached(check);
+    }
+    for (std::size_t i = 0; i < mapping_.tables().size(); ++i) checkTable(i);
+  }
+
+ private:
+  static Severity severityOf(bool isError) {
+    return isError ? Severity::kError : Severity::kWarning;
+  }
+
+  int tableOf(const std::string& node) const {
+    const auto& tables = mapping_.tables();
+    for (std::size_t i = 0; i < tables.size(); ++i) {
+      if (tables[i].node == node) return static_cast<int>(i);
+    }
+    return -1;
+  }
+
+  /// False, reported, for a cell that an earlier row has.
+  bool isUsed(RowCheck& check) {
+    const bool isSound = check.isSound(kCellColumnNumber) && check.isSound(kCellRow);
+    const std::string key =
+        tableKey(check.text(kCellNode), check.number(kCellRow), check.number(kCellColumnNumber));
+    const auto [first, isNew] = rowOfKey_.try_emplace(key, check.rowNumber());
+    if (!isNew && isSound) {
+      check.error(format("the cell is in row %d already: this row is not used", first->second));
+    }
+    return isNew && isSound;
+  }
+
+  bool isReachable(RowCheck& check) {
+    const int position = tableOf(check.text(kCellNode));
+    const Table& table = mapping_.tables()[static_cast<std::size_t>(position)];
+    if (!table.served) return false;  // reported once for the table
+    const std::uint32_t column = check.number(kCellColumnNumber);
+    const std::uint32_t row = check.number(kCellRow);
+    if (row < 1 || row > kTableRows) {
+      check.error(format("a row outside 1 to %u is not served", kTableRows));
+    } else if (column <= kIndexColumn) {
+      check.error(
+          format("column %u is not served: column 1 is the row's number, columns of the "
+                 "mapping begin at 2",
+                 column));
+    } else if (column > table.maxColumn) {
+      check.error(
+          format("column %u is not served: row 1 of the table has %u cells, so its columns "
+                 "end at %u",
+                 column, table.maxColumn - 1, table.maxColumn));
+    } else if (served_.count({position, column, row}) == 0) {
+      check.error("the cell is not served: another object of the mapping has an OID above it");
+    } else {
+      return true;
+    }
+    return false;
+  }
+
+  void checkReached(RowCheck& check) {
+    SnmpTableObjRecord cell;
+    mapping_.catalogue().getSnmpTableOid(check.text(kCellNode), check.number(kCellColumnNumber),
+                                         check.number(kCellRow), cell);
+    check.checkMeaning(cell.info.access == kCellRules.readWrite);
+    if (!check.isSound(kObjIdColumn)) return;
+    checkConversion(check);
+    checkColumn(check);
+  }
+
+  /// The conversion belongs to the device object, not to the cell.
+  void checkConversion(RowCheck& check) {
+    const auto [first, isNew] = rowOfObject_.try_emplace(check.objId(), check.rowNumber());
+    SnmpObjRecord scalar;
+    const bool isScalar = mapping_.catalogue().getObjRecord(check.objId(), scalar) == 0;
+    if (isNew && !isScalar) return;
+    const std::string where =
+        isScalar ? std::string("a scalar too") : format("in row %d too", first->second);
+    ObjInfo applied;
+    mapping_.catalogue().findObjInfo(check.objId(), applied);
+    const bool differs = applied.covMethod != check.method();
+    check.report(severityOf(differs),
+                 differs ? format("the object is %s, whose covMethod %04X is applied here: %s",
+                                  where.c_str(), applied.covMethod,
+                                  describeMethod(applied.covMethod).c_str())
+                         : "the object is " + where + ": two OIDs show and write one object");
+  }
+
+  /// A column has one type in the management information.
+  void checkColumn(RowCheck& check) {
+    const auto column = std::make_pair(check.text(kCellNode), check.number(kCellColumnNumber));
+    const auto [first, isNew] =
+        typeOf_.try_emplace(column, check.number(kCellType), check.rowNumber());
+    if (isNew || first->second.first == check.number(kCellType)) return;
+    check.warning(
+        format("the type differs from row %d of the same column: a MIB module can "
+               "state one only",
+               first->second.second));
+  }
+
+  void checkTable(std::size_t position) {
+    const Table& table = mapping_.tables()[position];
+    const auto report = [&](Severity severity, const std::string& text) {
+      findings_.add({mapping_.path(),
+                     kCellTable,
+                     severity,
+                     "table " + table.node + ": " + text,
+                     {},
+                     {firstRow_[table.node]},
+                     {}});
+    };
+    try {
+      parseStrictOid(table.node, "");
+    } catch (const dasunit::InputError&) {
+      report(Severity::kError,
+             "its node is not of the form .10.1: it stands at " + oidText(table.oid));
+    }
+    if (!table.served) {
+      report(Severity::kError, "not served: " + table.reason);
+      return;
+    }
+    for (const std::string& foreign : table.foreignNodes) {
+      report(Severity::kWarning, "the columns of " + foreign +
+                                     " are counted with its own: GETs behind its last column "
+                                     "answer noSuchInstance, not noSuchObject");
+    }
+    const std::size_t behind = cellsBehindHole(static_cast<int>(position), table);
+    if (behind != 0) {
+      report(
+          Severity::kError,
+          format("column %u, row %u is not mapped%s: a walk leaves the table there, the %zu "
+                 "cells behind it answer to GET only",
+                 table.holes.front().first, table.holes.front().second,
+                 table.holes.size() > 1 ? format(" (and %zu more)", table.holes.size() - 1).c_str()
+                                        : "",
+                 behind));
+    }
+  }
+
+  std::size_t cellsBehindHole(int position, const Table& table) const {
+    if (table.holes.empty()) return 0;
+    const auto [column, row] = table.holes.front();
+    const auto first = served_.upper_bound({position, column, row});
+    const auto last = served_.lower_bound({position + 1, 0, 0});
+    return static_cast<std::size_t>(std::distance(first, last));
+  }
+
+  const Mapping& mapping_;
+  Findings& findings_;
+  std::set<std::tuple<int, std::uint32_t, unsigned>> served_;  // table, column, row
+  std::map<std::string, int> firstRow_;                        // of a node
+  std::map<std::string, int> rowOfKey_;
+  std::map<std::uint16_t, int> rowOfObject_;
+  std::map<std::pair<std::string, std::uint32_t>, std::pair<std::uint32_t, int>> typeOf_;
+};
+
+}  // namespace
+
+void checkDataBase(const Mapping& mapping, Findings& findings) {
+  ScalarCheck(mapping, findings).run();
+  CellCheck(mapping, findings).run();
+}
+
+}  // namespace norva::mapping

@@ -1,0 +1,126 @@
+#include "RawTable.h"
+
+#include <sqlite3.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "Format.h"
+#include "Text.h"
+
+namespace norva::mapping {
+
+using dasunit::InputError;
+
+const TableLayout kScalarLayout = {{{"objId", 16, 16, true},
+                                    {"auxByte", 10, 8, false},
+                                    {"magic", 10, 8, false},
+                                    {"asnType", 16, 16, true},
+                                    {"access", 16, 16, true},
+                                    {"suffix1", 10, 32, true},
+                                    {"suffix2", 10, 32, true},
+                                    {"suffix3", 10, 32, true},
+                                    {"suffix4", 10, 32, true},
+                                    {"covMethod", 16, 16, true},
+                                    {"selectFlag", 16, 8, false},
+                                    {"name", 0, 0, true},
+                                    {"auxWord", 16, 16, false}}};
+
+const TableLayout kCellLayout = {{{"objId", 16, 16, true},
+                                  {"auxByte", 10, 8, false},
+                                  {"column", 10, 32, true},
+                                  {"asnType", 10, 16, true},
+                                  {"access", 10, 16, true},
+                                  {"ancestorNode", 0, 0, true},
+                                  {"covMethod", 16, 16, true},
+                                  {"selectFlag", 16, 8, false},
+                                  {"name", 0, 0, true},
+                                  {"row", 10, 8, true},
+                                  {"tableAttr", 10, 8, false},
+                                  {"auxWord", 16, 16, false},
+                                  {"extraWord", 16, 16, false}}};
+
+namespace {
+
+using Connection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
+using Statement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
+
+Connection openForReading(const std::string& path) {
+  if (!std::ifstream(path)) throw InputError(path + ": " + std::strerror(errno));
+  sqlite3* handle = nullptr;
+  const int status = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
+  Connection connection(handle, sqlite3_close);
+  if (status != SQLITE_OK) throw InputError(path + ": " + sqlite3_errmsg(handle));
+  return connection;
+}
+
+Statement prepare(const std::string& path, sqlite3* connection, const std::string& sql) {
+  sqlite3_stmt* handle = nullptr;
+  if (sqlite3_prepare_v2(connection, sql.c_str(), -1, &handle, nullptr) != SQLITE_OK) {
+    throw InputError(path + ": " + sqlite3_errmsg(connection));
+  }
+  return {handle, sqlite3_finalize};
+}
+
+bool hasTable(const std::string& path, sqlite3* connection, const char* table) {
+  const Statement query = prepare(path, connection,
+                                  "SELECT 1 FROM sqlite_master WHERE type IN ('table', 'view') "
+                                  "AND name = ? COLLATE NOCASE");
+  sqlite3_bind_text(query.get(), 1, table, -1, SQLITE_STATIC);
+  return sqlite3_step(query.get()) == SQLITE_ROW;
+}
+
+RawTable readTable(const std::string& path, sqlite3* connection, const char* table) {
+  RawTable result;
+  result.exists = hasTable(path, connection, table);
+  if (!result.exists) return result;
+  const Statement query = prepare(path, connection, std::string("SELECT * FROM ") + table);
+  result.columns = sqlite3_column_count(query.get());
+  int status = sqlite3_step(query.get());
+  for (int number = 1; status == SQLITE_ROW; ++number) {
+    RawRow row{number, {}};
+    for (int column = 0; column < result.columns; ++column) {
+      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(query.get(), column));
+      row.cells.push_back(text == nullptr ? std::nullopt : std::optional<std::string>(text));
+    }
+    result.rows.push_back(std::move(row));
+    status = sqlite3_step(query.get());
+  }
+  if (status != SQLITE_DONE) {
+    throw InputError(format("%s: %s row %zu: %s", path.c_str(), table, result.rows.size() + 1,
+                            sqlite3_errmsg(connection)));
+  }
+  return result;
+}
+
+}  // namespace
+
+RawDataBase::RawDataBase(const std::string& path) {
+  const Connection connection = openForReading(path);
+  scalars = readTable(path, connection.get(), kScalarTable);
+  cells = readTable(path, connection.get(), kCellTable);
+}
+
+ReadNumber readNumber(const std::string& text, const ColumnLayout& column) {
+  const std::uint64_t limit = (std::uint64_t{1} << column.bits) - 1;
+  char* end = nullptr;
+  errno = 0;
+  const std::uint64_t whole = std::strtoull(text.c_str(), &end, column.base);
+  const std::uint64_t value = whole & limit;
+  const bool isBlank = end[std::strspn(end, " \t\r\n")] == '\0';
+  const char* const kind = column.base == 16 ? "hexadecimal" : "decimal";
+  const std::string readAs = format(column.base == 16 ? "read as %llX" : "read as %llu",
+                                    static_cast<unsigned long long>(value));
+  const std::string quoted = std::string(column.name) + " '" + text + "' ";
+  if (end == text.c_str() || !isBlank)
+    return {value, quoted + "is no " + kind + " number, " + readAs};
+  if (whole > limit || errno == ERANGE) {
+    return {value, quoted + format("does not fit %d bits, ", column.bits) + readAs};
+  }
+  return {value, ""};
+}
+
+}  // namespace norva::mapping

@@ -1,0 +1,179 @@
+#include "RowCheck.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include "AsnType.h"
+#include "DataManage.h"
+#include "Format.h"
+#include "SnmpObjConvertStrategy.h"
+#include "View.h"
+
+namespace norva::mapping {
+
+const TableRules kScalarRules = {
+    kScalarTable, kScalarLayout, kScalarType, kScalarAccess, kScalarMethod, kScalarName, 2};
+const TableRules kCellRules = {kCellTable,  kCellLayout, kCellType, kCellAccess,
+                               kCellMethod, kCellName,   3};
+
+namespace {
+
+constexpr std::uint16_t kReadOnly = 1;
+/// Bytes that managers' tools take of a text in a notification.
+constexpr std::size_t kMaxShownName = 255;
+
+/// What a manager can do to the agent by writing one of its own settings; null for other objects.
+const char* settingRisk(std::uint16_t objId) {
+  switch (objId) {
+    case kObjOidPrefix:
+      return "whoever writes it moves every object to another OID at the next start";
+    case kObjNotificationVersion:
+      return "whoever writes it changes the notifications' context at the next start";
+    case kObjHeartBeatInterval:
+      return "whoever writes 0 to it makes heartbeats leave without a pause";
+    case kObjHeartBeatSwitch:
+      return "whoever writes it switches the heartbeat";
+    default:
+      return nullptr;
+  }
+}
+
+bool isText(std::uint16_t type) {
+  return type == kAsnOctetString || type == kAsnOpaque;
+}
+
+}  // namespace
+
+RowCheck::RowCheck(const std::string& file, const TableRules& rules, const RawRow& row,
+                   Findings& findings)
+    : file_(file), rules_(rules), row_(row), findings_(findings) {
+  for (int column = 0; column < kTableColumns; ++column) {
+    const auto& cell = row.cells[index(column)];
+    if (!cell || layout(column).base == 0) continue;
+    const ReadNumber read = readNumber(*cell, layout(column));
+    numbers_[index(column)] = read.value;
+    isSound_[index(column)] = read.problem.empty();
+  }
+}
+
+void RowCheck::report(Severity severity, const std::string& text) {
+  findings_.add({file_, rules_.table, severity, text, group_, {row_.number}, {objId()}});
+}
+
+bool RowCheck::checkNumbers() {
+  for (int column = 0; column < kTableColumns; ++column) {
+    if (row_.cells[index(column)] || column == rules_.nameColumn) continue;
+    error(format("%s is NULL: the row is not used", layout(column).name));
+    return false;
+  }
+  for (int column = 0; column < kTableColumns; ++column) {
+    if (!row_.cells[index(column)] || layout(column).base == 0 || isSound(column)) continue;
+    const std::string problem = readNumber(text(column), layout(column)).problem;
+    if (layout(column).isUsed) {
+      error(problem);
+    } else {
+      warning(problem + "; no manager sees it");
+    }
+  }
+  return true;
+}
+
+void RowCheck::checkMeaning(bool writable) {
+  if (isSound(rules_.typeColumn) && isSound(rules_.methodColumn)) checkType();
+  if (isSound(rules_.methodColumn)) checkMethod(writable);
+  if (isSound(rules_.accessColumn)) checkAccess(writable);
+  checkName();
+  checkSetting(writable);
+}
+
+std::optional<std::uint16_t> RowCheck::otherBase(int column) const {
+  const int base = layout(column).base == 16 ? 10 : 16;
+  char* end = nullptr;
+  const unsigned long value = std::strtoul(text(column).c_str(), &end, base);
+  if (*end != '\0') return std::nullopt;
+  return static_cast<std::uint16_t>(value);
+}
+
+void RowCheck::checkType() {
+  const char* const name = typeName(type());
+  if (name == nullptr) {
+    std::string text = "asnType " + this->text(rules_.typeColumn) + " is no type of a value";
+    const auto meant = otherBase(rules_.typeColumn);
+    if (meant && typeName(*meant) != nullptr) {
+      text +=
+          format(layout(rules_.typeColumn).base == 16 ? ", it is read as hexadecimal: %s is %X here"
+                                                      : ", it is read as decimal: %s is %u here",
+                 typeName(*meant), *meant);
+    }
+    error(text + "; GET answers no value or one of the wrong type");
+  } else if (!canBeAnswered(type(), method())) {
+    error(format("type %s has no value for what method %X makes: GET answers noSuchInstance", name,
+                 methodOf(method())));
+  } else if (type() == kAsnInteger && SnmpObjConvertStrategy::makesText(method())) {
+    error(format("method %X makes a text, INTEGER sends its first four bytes as a number",
+                 methodOf(method())));
+  } else if (isText(type()) && methodOf(method()) == kLastMethod) {
+    error(format("method %X leaves a number, %s sends its bytes up to the first zero: nothing",
+                 methodOf(method()), name));
+  }
+}
+
+void RowCheck::checkMethod(bool writable) {
+  const unsigned number = methodOf(method());
+  if (number > kLastMethod) {
+    const std::string text = format("covMethod %s: there is no method %X, the value stays as it is",
+                                    this->text(rules_.methodColumn).c_str(), number);
+    const auto meant = otherBase(rules_.methodColumn);
+    if (meant && *meant != 0 && *meant <= kLastMethod) {
+      error(text + format("; it is read as hexadecimal: %u is %X", *meant, *meant));
+    } else {
+      warning(text);
+    }
+    return;
+  }
+  const unsigned exponent = exponentOf(method());
+  if (exponent == 0) return;
+  const auto method = static_cast<ConversionMethod>(number);
+  const std::string text = format("exponent %u without effect: ", exponent);
+  if (method == ConversionMethod::kScaledInteger) {
+    if (isSound(rules_.typeColumn) && isText(type())) {
+      warning(text + "it scales numbers, the type is a text's");
+    } else if (isSound(rules_.accessColumn) && !writable) {
+      warning(text + "it scales what is written, and the object is read-only");
+    }
+  } else if (method != ConversionMethod::kFixedText) {
+    warning(text + format("method %X does not scale", number));
+  }
+}
+
+void RowCheck::checkAccess(bool writable) {
+  const std::uint32_t access = number(rules_.accessColumn);
+  if (access == kReadOnly || access == rules_.readWrite) return;
+  warning(format("access %u means nothing: 1 is read-only, %u read-write; served %s", access,
+                 rules_.readWrite, writable ? "read-write" : "read-only"));
+}
+
+void RowCheck::checkName() {
+  const auto& name = row_.cells[index(rules_.nameColumn)];
+  const bool isNotified = rules_.table == kScalarRules.table;
+  if (!name) {
+    warning("name is NULL: the name of the row before is repeated");
+  } else if (name->empty()) {
+    warning(isNotified ? "name is empty: notifications do not tell the object" : "name is empty");
+  } else if (isNotified && name->size() > kMaxShownName) {
+    warning(format("name of %zu bytes: managers' tools take %zu of a notification's text",
+                   name->size(), kMaxShownName));
+  } else if (isNotified &&
+             std::any_of(name->begin(), name->end(), [](char c) { return c < ' ' || c > '~'; })) {
+    warning(
+        "name is not printable ASCII: managers' tools show notifications with it in "
+        "hexadecimal");
+  }
+}
+
+void RowCheck::checkSetting(bool writable) {
+  const char* const risk = isSound(kObjIdColumn) && writable ? settingRisk(objId()) : nullptr;
+  if (risk != nullptr) warning(std::string("managers can write a setting of the agent: ") + risk);
+}
+
+}  // namespace norva::mapping
