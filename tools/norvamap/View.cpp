@@ -26,7 +26,7 @@ std::string valueText(const AnswerValue& answer) {
   switch (answer.type()) {
     case kAsnOctetString:
     case kAsnOpaque:
-      return quoted({reinterpret_cast<const char*>(bytes), answer.size()});
+      return inQuotes({reinterpret_cast<const char*>(bytes), answer.size()});
     case kAsnIpAddress:
       return format("%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]);
     default:
@@ -112,7 +112,7 @@ bool canBeAnswered(std::uint16_t asnType, std::uint16_t covMethod) {
   });
 }
 
-std::string quoted(std::string_view bytes) {
+std::string inQuotes(std::string_view bytes) {
   return dasunit::encodeText(bytes);
 }
 

@@ -42,7 +42,7 @@ View viewOf(const ObjValue& record, std::uint16_t asnType, std::uint16_t covMeth
 bool canBeAnswered(std::uint16_t asnType, std::uint16_t covMethod);
 
 /// Bytes in quotes, with escapes for what is not printable.
-std::string quoted(std::string_view bytes);
+std::string inQuotes(std::string_view bytes);
 
 }  // namespace norva::mapping
 

@@ -1,14 +1,25 @@
 // norvamap: what a mapping database means to managers.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "Annotations.h"
 #include "Check.h"
+#include "Diff.h"
+#include "Exporter.h"
 #include "List.h"
 #include "Mapping.h"
+#include "MibModule.h"
 #include "ObjectFile.h"
 #include "Text.h"
+#include "TraceDecoder.h"
 
 namespace {
 
@@ -23,7 +34,20 @@ struct Options {
   std::string database;
   std::string objects;
   std::string format;
+  std::string module = "NORVA-MIB";
+  std::string names;
+  std::string other;  // diff: the new database; decode: the trace
 };
+
+constexpr char kExamples[] =
+    "Examples:\n"
+    "  norvamap check mapping.db --objects unit.objects\n"
+    "  norvamap list mapping.db --format csv > objects.csv\n"
+    "  norvamap mib mapping.db --names names.yaml > NORVA-MIB.txt\n"
+    "  norvamap exporter mapping.db > snmp.yml\n"
+    "  norvaSnmp -X -d mapping.db -x /var/agentx/master -n unit | norvamap decode mapping.db\n"
+    "  norvamap diff old.db new.db\n"
+    "Status: 0; 1 with errors (check) or changes that break something (diff); 2 for bad input.";
 
 void print(const std::string& text) {
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -49,7 +73,59 @@ int runList(const Options& options) {
   return 0;
 }
 
-CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const char* description) {
+Annotations annotationsOf(const Options& options, const Mapping& mapping) {
+  return options.names.empty() ? Annotations() : readAnnotations(options.names, mapping);
+}
+
+int runMib(const Options& options) {
+  const Mapping mapping(options.database, options.root);
+  mapping.requireComplete();
+  print(mibModule(mapping, annotationsOf(options, mapping), options.module));
+  return 0;
+}
+
+int runExporter(const Options& options) {
+  const Mapping mapping(options.database, options.root);
+  mapping.requireComplete();
+  print(exporterModules(mapping, annotationsOf(options, mapping)));
+  return 0;
+}
+
+int runDiff(const Options& options) {
+  const Mapping before(options.database, options.root);
+  const Mapping after(options.other, options.root);
+  before.requireComplete();
+  after.requireComplete();
+  const std::vector<Change> changes = compare(before, after);
+  print(options.format == "json" ? asJson(changes) : asText(changes));
+  const bool breaks = std::any_of(changes.begin(), changes.end(),
+                                  [](const Change& change) { return change.breaks; });
+  return breaks ? kExitFindings : 0;
+}
+
+int runDecode(const Options& options) {
+  const Mapping mapping(options.database, options.root);
+  mapping.requireComplete();
+  const bool isFile = !options.other.empty() && options.other != "-";
+  const int input = isFile ? open(options.other.c_str(), O_RDONLY | O_CLOEXEC) : STDIN_FILENO;
+  if (input == -1) throw InputError(options.other + ": " + std::strerror(errno));
+  const bool isTerminal = isatty(STDOUT_FILENO) != 0;
+  TraceDecoder decoder(mapping, [isTerminal](const std::string& line, bool isFrame) {
+    print(isTerminal && isFrame ? "\033[36m" + line + "\033[0m\n" : line + '\n');
+  });
+  char piece[4096];
+  ssize_t size = 0;
+  while ((size = read(input, piece, sizeof piece)) > 0) {
+    decoder.feed({piece, static_cast<std::size_t>(size)});
+    std::fflush(stdout);  // it may be watched while the agent runs
+  }
+  if (size < 0) throw InputError(options.other + ": " + std::strerror(errno));
+  decoder.finish();
+  return 0;
+}
+
+CLI::App* addSubcommand(CLI::App& app, Options& options, const char* name,
+                        const char* description) {
   CLI::App* command = app.add_subcommand(name, description);
   command->add_option("DB", options.database, "Mapping database")->required()->type_name("");
   command
@@ -61,11 +137,15 @@ CLI::App* addCommand(CLI::App& app, Options& options, const char* name, const ch
 }
 
 void addFormat(CLI::App* command, Options& options, const std::vector<std::string>& formats) {
-  options.format = formats.front();
   command->add_option("--format", options.format, "Format of the output")
       ->check(CLI::IsMember(formats))
       ->type_name("")
       ->default_str(formats.front());
+}
+
+void addNames(CLI::App* command, Options& options) {
+  command->add_option("--names", options.names, "Names, units, enumerations: see norvamap(1)")
+      ->type_name("FILE");
 }
 
 }  // namespace
@@ -74,17 +154,35 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app{"What a mapping database of norvaSnmp means to SNMP managers.", "norvamap"};
   app.require_subcommand(1);
-  CLI::App* check = addCommand(app, options, "check", "Report what is wrong with a mapping");
-  check->add_option("--objects", options.objects, "Object file of dasunit(1): compare the unit too")
+  app.footer(kExamples);
+  int (*run)(const Options&) = nullptr;
+  const auto addCommand = [&](const char* name, const char* description,
+                              int (*command)(const Options&)) {
+    return addSubcommand(app, options, name, description)->callback([&run, command] {
+      run = command;
+    });
+  };
+  CLI::App* check = addCommand("check", "Report what is wrong with a mapping", runCheck);
+  check->add_option("--objects", options.objects, "The unit's objects, see dasunit(1)")
       ->type_name("FILE");
   addFormat(check, options, {"text", "json"});
-  CLI::App* list = addCommand(app, options, "list", "List every object as managers see it");
+  CLI::App* list = addCommand("list", "List every object as managers see it", runList);
   addFormat(list, options, {"table", "csv", "json"});
+  CLI::App* mib = addCommand("mib", "Write the mapping as an SMIv2 module", runMib);
+  mib->add_option("--module", options.module, "Name of the module")
+      ->type_name("NAME")
+      ->capture_default_str();
+  addNames(mib, options);
+  addNames(addCommand("exporter", "Write modules for snmp_exporter", runExporter), options);
+  CLI::App* decode = addCommand("decode", "Put the agent's trace into words", runDecode);
+  decode->add_option("FILE", options.other, "Trace; without it, standard input")->type_name("");
+  CLI::App* diff = addCommand("diff", "What changes for managers from DB to NEW", runDiff);
+  diff->add_option("NEW", options.other, "The new mapping database")->required()->type_name("");
+  addFormat(diff, options, {"text", "json"});
 
   try {
     app.parse(argc, argv);
-    if (check->parsed()) return runCheck(options);
-    return runList(options);
+    return run(options);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help
     std::fprintf(stderr, "norvamap: %s\n", error.what());

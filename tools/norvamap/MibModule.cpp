@@ -1,0 +1,427 @@
+#include "MibModule.h"
+
+#include <algorithm>
+#include <cctype>
+#include <set>
+#include <sstream>
+
+#include "AsnType.h"
+#include "Format.h"
+#include "NamedMapping.h"
+#include "SnmpObjConvertStrategy.h"
+#include "Text.h"
+#include "View.h"
+
+namespace norva::mapping {
+
+namespace {
+
+using dasunit::InputError;
+
+/// Fixed: a date of today would make two texts of one mapping.
+constexpr char kLastUpdated[] = "202611210000Z";
+/// Where the conformance groups stand below the root, unless the mapping uses it.
+constexpr std::uint32_t kGroupArc = 65535;
+/// The column that stands for the second index, which has no column in the mapping.
+constexpr std::uint32_t kSubIndexColumn = 65535;
+constexpr std::size_t kLineLength = 96;
+
+/// The modules' common stem: its OID and its name in the static module.
+const Oid kStem = {1, 3, 6, 1, 4, 1, 53412, 8, 2, 2};
+constexpr char kStemName[] = "norvaUnit";
+constexpr char kStemModule[] = "NORVA-NOTIFY-MIB";
+const Oid kEnterprises = {1, 3, 6, 1, 4, 1};
+
+/// NORVA-MIB becomes norvaMIB.
+std::string identityOf(const std::string& moduleName) {
+  std::string name;
+  bool isFirst = true;
+  for (const char c : moduleName) {
+    if (c == '-') {
+      isFirst = false;
+    } else {
+      name += isFirst ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
+    }
+  }
+  return name;
+}
+
+bool isModuleName(const std::string& name) {
+  return !name.empty() && name.size() <= 64 && std::isupper(static_cast<unsigned char>(name[0])) &&
+         name.back() != '-' && name.find("--") == std::string::npos &&
+         std::all_of(name.begin(), name.end(), [](unsigned char c) {
+           return c < 0x80 && (std::isalnum(c) != 0 || c == '-');
+         });
+}
+
+/// The text in quotes, as SMI takes it, on lines of its own behind `indent`.
+std::string description(const std::string& text) {
+  std::string clean;
+  for (const char c : text) {
+    if (c == '"') {
+      clean += '\'';
+    } else if (c == '\n' || c == '\t' || c == '\r') {
+      clean += ' ';
+    } else {
+      clean += c >= ' ' && c <= '~' ? c : '?';
+    }
+  }
+  const std::string indent(8, ' ');
+  std::string lines;
+  std::string line = "\"";
+  std::istringstream in(clean);
+  bool isFirst = true;
+  for (std::string word; in >> word; isFirst = false) {
+    if (!isFirst && indent.size() + line.size() + 1 + word.size() >= kLineLength) {
+      lines += indent + line + '\n';
+      line = word;
+    } else {
+      line += (isFirst ? "" : " ") + word;
+    }
+  }
+  return lines + indent + line + "\"\n";
+}
+
+std::string capitalized(std::string name) {
+  name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
+  return name;
+}
+
+/// What the conversion means to who reads and writes.
+std::string conversionText(const NamedObject& object) {
+  const std::uint16_t covMethod = object.first->info.covMethod;
+  const unsigned e = exponentOf(covMethod);
+  switch (static_cast<ConversionMethod>(methodOf(covMethod))) {
+    case ConversionMethod::kIpText:
+    case ConversionMethod::kIpTextToo:
+      return " An IPv4 address as dotted text.";
+    case ConversionMethod::kTimeText:
+      return " The agent's local time and date: hour:minute:second month/day/year.";
+    case ConversionMethod::kFixedText:
+      return format(" The unit's number divided by 10^%u, as text with two decimals.%s", e,
+                    object.writable ? " A SET takes digits and a point." : "");
+    case ConversionMethod::kLowHalf:
+      return " The low 16 bits of the unit's number.";
+    case ConversionMethod::kScaledInteger:
+      if (e == 0 || !object.writable || object.first->info.asnType == kAsnOctetString) return "";
+      return format(
+          " A SET is multiplied by 10^%u, a GET is not divided: what was written as 1 "
+          "reads as %.0f.",
+          e, std::stod(format("1e%u", e)));
+    default:
+      return "";
+  }
+}
+
+std::string objectText(const NamedObject& object) {
+  const ServedObject& first = *object.first;
+  std::string text = object.title.empty() ? object.name : object.title;
+  if (!object.annotation.description.empty()) text += ". " + object.annotation.description;
+  if (text.back() != '.') text += '.';
+  text +=
+      " Device object" + format(object.instances.size() > 1 ? "s 0x%04x" : " 0x%04x", first.objId);
+  if (object.instances.size() > 1) {
+    text += format(" (row %u) and on, %zu rows", first.row, object.instances.size());
+  }
+  text += format(", method %04X.", first.info.covMethod) + conversionText(object);
+  return text;
+}
+
+std::string syntaxOf(const NamedObject& object) {
+  if (!object.annotation.values.empty()) {
+    std::string list;
+    for (const auto& [number, label] : object.annotation.values) {
+      list += (list.empty() ? " " : ", ") + label + '(' + std::to_string(number) + ')';
+    }
+    return "INTEGER {" + list + " }";
+  }
+  switch (object.first->info.asnType) {
+    case kAsnInteger:
+      return "Integer32";
+    case kAsnOctetString:
+      return "DisplayString (SIZE (0..64))";
+    default:
+      return typeName(object.first->info.asnType);
+  }
+}
+
+bool isCounter(std::uint16_t type) {
+  return type == kAsnCounter32 || type == kAsnCounter64;
+}
+
+/// One OBJECT-TYPE.
+std::string objectType(const std::string& name, const std::string& syntax, const std::string& units,
+                       const std::string& access, const std::string& text, const std::string& index,
+                       const std::string& place) {
+  std::string definition = '\n' + name + " OBJECT-TYPE\n    SYNTAX      " + syntax + '\n';
+  if (!units.empty()) definition += "    UNITS       \"" + units + "\"\n";
+  definition += "    MAX-ACCESS  " + access + "\n    STATUS      current\n    DESCRIPTION\n";
+  definition += description(text);
+  if (!index.empty()) definition += "    INDEX       { " + index + " }\n";
+  return definition + "    ::= { " + place + " }\n";
+}
+
+class ModuleWriter {
+ public:
+  ModuleWriter(const Mapping& mapping, const Annotations& annotations, const std::string& name)
+      : mapping_(mapping),
+        moduleName_(name),
+        identity_(identityOf(name)),
+        named_(NamedMapping::make(mapping, annotations, reservedNames(name))) {
+    requireApart();
+  }
+
+  std::string write() {
+    std::string body = identity() + nodes();
+    for (const NamedObject& scalar : named_.scalars) body += scalarText(scalar);
+    for (const NamedTable& table : named_.tables) body += tableText(table);
+    body += groups();
+    return moduleName_ + " DEFINITIONS ::= BEGIN\n\n" + imports() + body + "\nEND\n";
+  }
+
+ private:
+  /// Below the root, or below enterprises where a table's node has changed the root's last number.
+  const Oid& root() const { return mapping_.root(); }
+
+  void requireApart() const {
+    if (!isWithin(root(), kEnterprises) || root().size() <= kEnterprises.size()) {
+      throw InputError("root " + oidText(root()) + " does not stand below " +
+                       oidText(kEnterprises));
+    }
+    std::vector<Oid> all;
+    for (const NamedObject& scalar : named_.scalars) all.push_back(nodeOf(scalar));
+    for (const NamedTable& table : named_.tables) all.push_back(table.table->oid);
+    std::sort(all.begin(), all.end());
+    for (std::size_t i = 0; i < all.size(); ++i) {
+      if (!isWithin(all[i], root()) || all[i].size() == root().size()) {
+        throw InputError(mapping_.path() + ": " + oidText(all[i]) +
+                         " does not stand below the root: no module can be made");
+      }
+      if (i > 0 && isWithin(all[i], all[i - 1])) {
+        throw InputError(mapping_.path() + ": " + oidText(all[i]) + " stands below the object " +
+                         oidText(all[i - 1]) + ": no module can be made, see 'norvamap check'");
+      }
+    }
+  }
+
+  static Oid nodeOf(const NamedObject& scalar) {
+    Oid oid = scalar.first->oid;
+    oid.pop_back();  // the instance
+    return oid;
+  }
+
+  /// "parent number" of an OID below the root.
+  std::string placeOf(Oid oid) const {
+    const std::uint32_t last = oid.back();
+    oid.pop_back();
+    return (oid == root() ? identity_ : nodeName(oid)) + ' ' + std::to_string(last);
+  }
+
+  std::string nodeName(const Oid& oid) const {
+    std::string name = identity_ + "Node";
+    for (std::size_t i = root().size(); i < oid.size(); ++i) {
+      name += (i == root().size() ? "" : "x") + std::to_string(oid[i]);
+    }
+    return name;
+  }
+
+  std::string imports() const {
+    std::set<std::string> types;
+    bool hasText = false;
+    bool hasObjects = !named_.tables.empty();
+    const auto note = [&](const NamedObject& object) {
+      hasObjects = true;
+      const std::uint16_t type = object.first->info.asnType;
+      if (type == kAsnOctetString) {
+        hasText = true;
+      } else if (type != kAsnInteger) {
+        types.insert(typeName(type));
+      } else if (object.annotation.values.empty()) {
+        types.insert("Integer32");
+      }
+    };
+    for (const NamedObject& scalar : named_.scalars) note(scalar);
+    for (const NamedTable& table : named_.tables) {
+      types.insert("Integer32");
+      for (const NamedObject& column : table.columns) note(column);
+    }
+    std::string text = "IMPORTS\n    MODULE-IDENTITY";
+    if (hasObjects) text += ", OBJECT-TYPE";
+    for (const std::string& type : types) text += ", " + type;
+    if (!stemmed()) text += ", enterprises";
+    text += "\n        FROM SNMPv2-SMI";
+    if (hasText) text += "\n    DisplayString\n        FROM SNMPv2-TC";
+    if (hasGroups()) text += "\n    MODULE-COMPLIANCE, OBJECT-GROUP\n        FROM SNMPv2-CONF";
+    if (stemmed()) text += format("\n    %s\n        FROM %s", kStemName, kStemModule);
+    return text + ";\n";
+  }
+
+  bool stemmed() const { return isWithin(root(), kStem) && root().size() > kStem.size(); }
+  bool hasGroups() const {
+    return !named_.scalars.empty() ||
+           std::any_of(named_.tables.begin(), named_.tables.end(),
+                       [](const NamedTable& table) { return !table.columns.empty(); });
+  }
+
+  /// The identity at the root, and the nodes between the stem and it.
+  std::string identity() const {
+    const Oid& stem = stemmed() ? kStem : kEnterprises;
+    std::string parent = stemmed() ? kStemName : "enterprises";
+    std::string above;
+    for (std::size_t i = stem.size(); i + 1 < root().size(); ++i) {
+      const std::string name = identity_ + "Root" + std::to_string(i + 1 - stem.size());
+      above +=
+          format("\n%s OBJECT IDENTIFIER ::= { %s %u }\n", name.c_str(), parent.c_str(), root()[i]);
+      parent = name;
+    }
+    return '\n' + identity_ + " MODULE-IDENTITY\n    LAST-UPDATED \"" + kLastUpdated +
+           "\"\n    ORGANIZATION \"norvaSnmp\"\n    CONTACT-INFO \"The maintainer of the mapping "
+           "database.\"\n    DESCRIPTION\n" +
+           description(
+               "The objects of a unit, generated by norvamap from its mapping database: "
+               "change the database, not this text.") +
+           "    REVISION     \"" + kLastUpdated + "\"\n    DESCRIPTION  \"Generated.\"\n" +
+           format("    ::= { %s %u }\n", parent.c_str(), root().back()) + above;
+  }
+
+  /// A line for each node between the root and an object.
+  std::string nodes() const {
+    std::set<Oid> inner;
+    const auto note = [&](Oid oid) {
+      for (oid.pop_back(); oid.size() > root().size(); oid.pop_back()) inner.insert(oid);
+    };
+    for (const NamedObject& scalar : named_.scalars) note(nodeOf(scalar));
+    for (const NamedTable& table : named_.tables) note(table.table->oid);
+    std::string text = inner.empty() ? "" : "\n";
+    for (const Oid& oid : inner) {
+      text += nodeName(oid) + " OBJECT IDENTIFIER ::= { " + placeOf(oid) + " }\n";
+    }
+    return text;
+  }
+
+  static std::string accessOf(const NamedObject& object) {
+    return object.writable && !isCounter(object.first->info.asnType) ? "read-write" : "read-only";
+  }
+
+  std::string scalarText(const NamedObject& scalar) const {
+    return objectType(scalar.name, syntaxOf(scalar), scalar.annotation.units, accessOf(scalar),
+                      objectText(scalar), "", placeOf(nodeOf(scalar)));
+  }
+
+  std::string tableText(const NamedTable& table) const {
+    const std::string& name = table.name;
+    const std::string entry = name + "Entry";
+    std::string text = "The table at " + table.table->node + " below the root.";
+    if (!table.annotation.description.empty()) text += ' ' + table.annotation.description;
+    std::string definition = objectType(name + "Table", "SEQUENCE OF " + capitalized(entry), "",
+                                        "not-accessible", text, "", placeOf(table.table->oid)) +
+                             objectType(entry, capitalized(entry), "", "not-accessible", "A row.",
+                                        name + "Row, " + name + "Sub", name + "Table 1");
+    definition += '\n' + capitalized(entry) + " ::= SEQUENCE {\n    " + name + "Row Integer32,\n";
+    for (const NamedObject& column : table.columns) {
+      definition += "    " + column.name + ' ' + sequenceType(column) + ",\n";
+    }
+    definition += "    " + name + "Sub Integer32\n}\n";
+    definition +=
+        objectType(name + "Row", format("Integer32 (1..%u)", kTableRows), "", "not-accessible",
+                   "Number of the row. The agent answers it, too, as column 1.", "", entry + " 1");
+    for (const NamedObject& column : table.columns) {
+      definition +=
+          objectType(column.name, syntaxOf(column), column.annotation.units, accessOf(column),
+                     objectText(column), "", format("%s %u", entry.c_str(), column.first->column));
+    }
+    return definition + objectType(name + "Sub", "Integer32 (0..2147483647)", "", "not-accessible",
+                                   "The last number of every cell's OID, 0. No column of its own.",
+                                   "", format("%s %u", entry.c_str(), kSubIndexColumn));
+  }
+
+  static std::string sequenceType(const NamedObject& column) {
+    if (!column.annotation.values.empty()) return "INTEGER";
+    return column.first->info.asnType == kAsnOctetString ? "DisplayString" : syntaxOf(column);
+  }
+
+  /// An arc that no object of the mapping stands at.
+  std::uint32_t groupArc() const {
+    std::set<std::uint32_t> used;
+    for (const ServedObject& object : mapping_.objects()) used.insert(object.oid[root().size()]);
+    std::uint32_t arc = kGroupArc;
+    while (used.count(arc) != 0) --arc;
+    return arc;
+  }
+
+  std::string group(const std::string& name, const std::vector<NamedObject>& objects,
+                    int number) const {
+    std::string list;
+    // The comma in front: a new object then changes no line of another.
+    for (const NamedObject& object : objects) {
+      list += std::string(list.empty() ? "" : ",") + "\n        " + object.name;
+    }
+    return '\n' + name + " OBJECT-GROUP\n    OBJECTS {" + list +
+           "\n    }\n    STATUS      current\n    DESCRIPTION \"Generated.\"\n" +
+           format("    ::= { %sGroups %d }\n", identity_.c_str(), number);
+  }
+
+  std::string groups() const {
+    if (!hasGroups()) return "";
+    std::string text = format("\n%sGroups OBJECT IDENTIFIER ::= { %s %u }\n", identity_.c_str(),
+                              identity_.c_str(), groupArc());
+    std::string mandatory;
+    if (!named_.scalars.empty()) {
+      mandatory = identity_ + "ScalarGroup";
+      text += group(mandatory, named_.scalars, 1);
+    }
+    int number = 2;
+    for (const NamedTable& table : named_.tables) {
+      if (!table.columns.empty()) {
+        mandatory += (mandatory.empty() ? "" : ", ") + table.name + "Group";
+        text += group(table.name + "Group", table.columns, number);
+      }
+      ++number;
+    }
+    return text + '\n' + identity_ +
+           "Compliance MODULE-COMPLIANCE\n    STATUS      current\n    DESCRIPTION "
+           "\"Generated.\"\n    MODULE\n        MANDATORY-GROUPS { " +
+           mandatory + " }\n" + format("    ::= { %sGroups %d }\n", identity_.c_str(), 9);
+  }
+
+  const Mapping& mapping_;
+  const std::string moduleName_;
+  const std::string identity_;
+  const NamedMapping named_;
+};
+
+}  // namespace
+
+std::vector<std::string> reservedNames(const std::string& moduleName) {
+  const std::string identity = identityOf(moduleName);
+  return {identity, identity + "Groups", identity + "ScalarGroup", identity + "Compliance",
+          // of the modules around it
+          "norva", "norvaProducts", "norvaDas", "norvaUnit", "norvaEvents", "norvaEventModules",
+          "iso", "org", "dod", "internet", "directory", "mgmt", "experimental", "private",
+          "enterprises", "security", "snmpV2", "system", "snmpMIB",
+          // types, from which a name must not differ in capitals only
+          "integer32", "unsigned32", "ipAddress", "counter32", "counter64", "gauge32", "timeTicks",
+          "opaque", "displayString", "physAddress", "macAddress", "truthValue", "testAndIncr",
+          "autonomousType", "instancePointer", "variablePointer", "rowPointer", "rowStatus",
+          "timeStamp", "timeInterval", "dateAndTime", "storageType", "tDomain", "tAddress", "bits",
+          "objectName", "objectSyntax", "notificationName", "simpleSyntax", "applicationSyntax",
+          "extUTCTime",
+          // words of the language that some parsers read in small letters, too
+          "current", "deprecated", "obsolete", "mandatory", "optional", "integer", "sequence",
+          "object", "identifier", "octet", "string", "choice", "implicit", "application",
+          "universal", "size", "access", "status", "syntax", "units", "index", "description",
+          "reference", "augments", "defval", "begin", "end", "imports", "exports", "from", "macro",
+          "definitions", "group", "module", "notifications", "objects", "organization", "revision",
+          "variables", "enterprise", "null", "counter", "gauge", "of"};
+}
+
+std::string mibModule(const Mapping& mapping, const Annotations& annotations,
+                      const std::string& moduleName) {
+  if (!isModuleName(moduleName)) {
+    throw InputError("module name '" + moduleName +
+                     "': a capital, then letters, digits and single hyphens");
+  }
+  return ModuleWriter(mapping, annotations, moduleName).write();
+}
+
+}  // namespace norva::mapping
