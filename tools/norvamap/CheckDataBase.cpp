@@ -111,10 +111,6 @@ class CellCheck {
   }
 
  private:
-  static Severity severityOf(bool isError) {
-    return isError ? Severity::kError : Severity::kWarning;
-  }
-
   int tableOf(const std::string& node) const {
     const auto& tables = mapping_.tables();
     for (std::size_t i = 0; i < tables.size(); ++i) {
@@ -173,20 +169,19 @@ class CellCheck {
 
   /// The conversion belongs to the device object, not to the cell.
   void checkConversion(RowCheck& check) {
-    const auto [first, isNew] = rowOfObject_.try_emplace(check.objId(), check.rowNumber());
+    const bool isNew = known_.insert(check.objId()).second;
     SnmpObjRecord scalar;
     const bool isScalar = mapping_.catalogue().getObjRecord(check.objId(), scalar) == 0;
     if (isNew && !isScalar) return;
-    const std::string where =
-        isScalar ? std::string("a scalar too") : format("in row %d too", first->second);
+    const char* const where = isScalar ? "a scalar too" : "in an earlier row too";
     ObjInfo applied;
     mapping_.catalogue().findObjInfo(check.objId(), applied);
-    const bool differs = applied.covMethod != check.method();
-    check.report(severityOf(differs),
-                 differs ? format("the object is %s, whose covMethod %04X is applied here: %s",
-                                  where.c_str(), applied.covMethod,
-                                  describeMethod(applied.covMethod).c_str())
-                         : "the object is " + where + ": two OIDs show and write one object");
+    if (applied.covMethod != check.method()) {
+      check.error(format("the object is %s, whose covMethod %04X is applied here: %s", where,
+                         applied.covMethod, describeMethod(applied.covMethod).c_str()));
+    } else {
+      check.warning(format("the object is %s: two OIDs show and write one object", where));
+    }
   }
 
   /// A column has one type in the management information.
@@ -253,7 +248,7 @@ class CellCheck {
   std::set<std::tuple<int, std::uint32_t, unsigned>> served_;  // table, column, row
   std::map<std::string, int> firstRow_;                        // of a node
   std::map<std::string, int> rowOfKey_;
-  std::map<std::uint16_t, int> rowOfObject_;
+  std::set<std::uint16_t> known_;  // object ids so far
   std::map<std::pair<std::string, std::uint32_t>, std::pair<std::uint32_t, int>> typeOf_;
 };
 

@@ -5,6 +5,7 @@
 #include "Check.h"
 #include "DataManage.h"
 #include "ObjectProtocol.h"
+#include "RowCheck.h"
 #include "SnmpObjConvertStrategy.h"
 #include "View.h"
 
@@ -49,7 +50,7 @@ std::string mismatch(const DeviceObject& object, std::uint16_t type, std::uint16
   if (!canBeAnswered(type, covMethod)) return {};  // whatever the unit holds; said already
   if (method == ConversionMethod::kTimeText) return {};
   if (!viewOf(recordOf(object), type, covMethod).isAnswered) {
-    return format("%s has no value for it: GET answers noSuchInstance", describeType(type).c_str());
+    return describeType(type) + " has no value for it: GET answers noSuchInstance";
   }
   if (isText && (method == ConversionMethod::kFixedText || method == ConversionMethod::kLowHalf)) {
     return format("method %X reads its first four bytes as a number", methodOf(covMethod));
@@ -121,7 +122,8 @@ class UnitCheck {
   void checkMapped(const ServedObject& served) {
     const auto found = objects_.find(served.objId);
     if (found == objects_.end()) {
-      report(served, Severity::kError, "the unit has no such object: GET answers noSuchInstance");
+      report(served, Severity::kError,
+             std::string("the unit has no such object: ") + noAnswer(served.table >= 0));
       return;
     }
     const DeviceObject& object = found->second;

@@ -49,7 +49,7 @@ bool Findings::hasErrors() const {
 std::string Findings::asText() const {
   std::string text;
   for (const Finding& finding : findings_) {
-    text += place(finding) + ": " + word(finding.severity) + ": " + finding.text + '\n';
+    text += oneLine(place(finding) + ": " + word(finding.severity) + ": " + finding.text) + '\n';
   }
   return text;
 }

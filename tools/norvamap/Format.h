@@ -15,6 +15,9 @@ using Oid = std::vector<std::uint32_t>;
 /// As sprintf.
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);
 
+/// The text on one line, whatever the database holds: control characters become '?'.
+std::string oneLine(std::string text);
+
 /// Dotted text with a leading dot; empty for no sub-identifiers.
 std::string oidText(const Oid& oid);
 

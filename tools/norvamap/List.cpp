@@ -67,7 +67,7 @@ std::string asTable(const std::vector<Line>& lines) {
     for (std::size_t i = 0; i < line.size(); ++i) {
       row += line[i] + std::string(widths[i] + 2 - line[i].size(), ' ');
     }
-    text += row.substr(0, row.find_last_not_of(' ') + 1) + '\n';
+    text += oneLine(row.substr(0, row.find_last_not_of(' ') + 1)) + '\n';
   }
   return text;
 }

@@ -54,22 +54,22 @@ bool isModuleName(const std::string& name) {
          });
 }
 
-/// The text in quotes, as SMI takes it, on lines of its own behind `indent`.
-std::string description(const std::string& text) {
-  std::string clean;
-  for (const char c : text) {
-    if (c == '"') {
-      clean += '\'';
-    } else if (c == '\n' || c == '\t' || c == '\r') {
-      clean += ' ';
-    } else {
-      clean += c >= ' ' && c <= '~' ? c : '?';
-    }
+/// The text as SMI takes one between quotes: printable ASCII, no quote.
+std::string plain(std::string text) {
+  for (char& c : text) {
+    if (c == '"') c = '\'';
+    if (c == '\n' || c == '\t' || c == '\r') c = ' ';
+    if (c < ' ' || c > '~') c = '?';
   }
+  return text;
+}
+
+/// The text in quotes, on lines of its own.
+std::string description(const std::string& text) {
   const std::string indent(8, ' ');
   std::string lines;
   std::string line = "\"";
-  std::istringstream in(clean);
+  std::istringstream in(plain(text));
   bool isFirst = true;
   for (std::string word; in >> word; isFirst = false) {
     if (!isFirst && indent.size() + line.size() + 1 + word.size() >= kLineLength) {
@@ -154,7 +154,7 @@ std::string objectType(const std::string& name, const std::string& syntax, const
                        const std::string& access, const std::string& text, const std::string& index,
                        const std::string& place) {
   std::string definition = '\n' + name + " OBJECT-TYPE\n    SYNTAX      " + syntax + '\n';
-  if (!units.empty()) definition += "    UNITS       \"" + units + "\"\n";
+  if (!units.empty()) definition += "    UNITS       \"" + plain(units) + "\"\n";
   definition += "    MAX-ACCESS  " + access + "\n    STATUS      current\n    DESCRIPTION\n";
   definition += description(text);
   if (!index.empty()) definition += "    INDEX       { " + index + " }\n";

@@ -22,6 +22,10 @@ constexpr std::uint16_t kReadOnly = 1;
 /// Bytes that managers' tools take of a text in a notification.
 constexpr std::size_t kMaxShownName = 255;
 
+bool isText(std::uint16_t type) {
+  return type == kAsnOctetString || type == kAsnOpaque;
+}
+
 /// What a manager can do to the agent by writing one of its own settings; null for other objects.
 const char* settingRisk(std::uint16_t objId) {
   switch (objId) {
@@ -38,11 +42,12 @@ const char* settingRisk(std::uint16_t objId) {
   }
 }
 
-bool isText(std::uint16_t type) {
-  return type == kAsnOctetString || type == kAsnOpaque;
-}
-
 }  // namespace
+
+const char* noAnswer(bool isCell) {
+  return isCell ? "GET answers noSuchInstance, a walk leaves the table there"
+                : "GET answers noSuchInstance";
+}
 
 RowCheck::RowCheck(const std::string& file, const TableRules& rules, const RawRow& row,
                    Findings& findings)
@@ -107,8 +112,8 @@ void RowCheck::checkType() {
     }
     error(text + "; GET answers no value or one of the wrong type");
   } else if (!canBeAnswered(type(), method())) {
-    error(format("type %s has no value for what method %X makes: GET answers noSuchInstance", name,
-                 methodOf(method())));
+    error(format("type %s has no value for what method %X makes: %s", name, methodOf(method()),
+                 noAnswer(&rules_ == &kCellRules)));
   } else if (type() == kAsnInteger && SnmpObjConvertStrategy::makesText(method())) {
     error(format("method %X makes a text, INTEGER sends its first four bytes as a number",
                  methodOf(method())));
@@ -155,7 +160,7 @@ void RowCheck::checkAccess(bool writable) {
 
 void RowCheck::checkName() {
   const auto& name = row_.cells[index(rules_.nameColumn)];
-  const bool isNotified = rules_.table == kScalarRules.table;
+  const bool isNotified = &rules_ == &kScalarRules;
   if (!name) {
     warning("name is NULL: the name of the row before is repeated");
   } else if (name->empty()) {

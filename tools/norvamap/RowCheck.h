@@ -26,6 +26,9 @@ struct TableRules {
 extern const TableRules kScalarRules;
 extern const TableRules kCellRules;
 
+/// What a manager sees of an object without a value.
+const char* noAnswer(bool isCell);
+
 class RowCheck {
  public:
   /// REQUIRES: the row has all columns.

@@ -154,9 +154,17 @@ void TraceDecoder::takeFrames(bool isLast) {
     const std::size_t size = frameSize(at, isLast);
     if (size == 0) break;
     const auto first = bytes_.begin() + static_cast<std::ptrdiff_t>(at);
-    sink_(words({first, first + static_cast<std::ptrdiff_t>(size)}), true);
-    hadFrame_ = true;
+    const std::vector<std::uint8_t> frame(first, first + static_cast<std::ptrdiff_t>(size));
     at += size;
+    if (const std::string told = words(frame); !told.empty()) {
+      sink_(told, true);
+      hadFrame_ = true;
+    } else if (at < bytes_.size()) {
+      sink_(hexText(frame), false);
+      hadFrame_ = true;
+    } else {
+      line_ = hexText(frame) + ' ';  // a frame of no kind, or a word that looks like a byte
+    }
   }
   bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(at));
 }
@@ -180,7 +188,7 @@ std::string TraceDecoder::words(const std::vector<std::uint8_t>& frame) {
       if (frame.size() == TrapMessage::kSize) return eventWords(frame);
       break;
   }
-  return "unknown frame: " + hexText(frame);
+  return "";
 }
 
 std::string TraceDecoder::replyWords(const std::vector<std::uint8_t>& frame) {

@@ -1,7 +1,8 @@
 // `norvamap decode`: the agent's trace with its frames in words.
 //
 // The agent prints the payloads of its message queues as hexadecimal bytes in front of its next
-// line. Each frame becomes a line here; all other text stays as it is.
+// line. Each frame becomes a line here; all other text stays as it
+// is, bytes that are no frame included.
 
 #ifndef NORVA_MAPPING_TRACE_DECODER_H_
 #define NORVA_MAPPING_TRACE_DECODER_H_
@@ -44,6 +45,7 @@ class TraceDecoder {
   bool isGetRequest(std::size_t at) const;
   bool isEvent(std::size_t at) const;
 
+  /// Empty for bytes that are no frame of the protocol.
   std::string words(const std::vector<std::uint8_t>& frame);
   std::string replyWords(const std::vector<std::uint8_t>& frame);
   std::string setWords(const std::vector<std::uint8_t>& frame) const;

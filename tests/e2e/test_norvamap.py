@@ -1,0 +1,462 @@
+"""norvamap: what it says of a mapping is what managers then see of the agent."""
+
+import json
+import os
+import re
+import subprocess
+import time
+
+import pytest
+
+from world import CELLS, ROOT, SCALARS, SOURCE, World, empty_schema, scalar_row, wait_until
+
+BUILD = SOURCE / (os.environ.get("NORVA_BUILD") or "build/dev")
+TOOL = BUILD / "tools/norvamap/norvamap"
+SAMPLE = BUILD / "data/mapping.db"
+NAMES = SOURCE / "data/names.yaml"
+MIBS = f"{SOURCE}/mibs:{SOURCE}/mibs/base"
+MODULES = "NORVA-MIB:NORVA-NOTIFY-MIB:SNMPv2-MIB"
+
+# The sample without the constraints that keep errors out, and without what check says of it.
+LOOSE = [*empty_schema(), f"ATTACH '{SAMPLE}' AS sample",
+         *(f"INSERT INTO main.{table} SELECT * FROM sample.{table}" for table in (SCALARS, CELLS)),
+         f"UPDATE main.{SCALARS} SET c4 = '1' WHERE c0 IN ('0611', '0FFA', '0FFB')",
+         f"UPDATE main.{SCALARS} SET c9 = '0000' WHERE c0 = '0705'"]
+
+
+def norvamap(*args, status=0):
+    result = subprocess.run([TOOL, *map(str, args)], capture_output=True, text=True, timeout=30)
+    assert result.returncode == status, result.stdout + result.stderr
+    return result.stderr if status == 2 else result.stdout
+
+
+def findings(database, *args):
+    """(row, severity, text) of each."""
+    found = json.loads(subprocess.run([TOOL, "check", database, "--format", "json", *args],
+                                      capture_output=True, timeout=30, check=False).stdout)
+    return [(finding["rows"][0] if finding["rows"] else None, finding["severity"], finding["text"])
+            for finding in found]
+
+
+def scalar(object_id, column, value):
+    quoted = "NULL" if value is None else f"'{value}'"
+    return f"UPDATE main.{SCALARS} SET c{column} = {quoted} WHERE c0 = '{object_id:04X}'"
+
+
+def cell_row(object_id, node, column, row, type=2, access=1, method=0):
+    return (f"INSERT INTO main.{CELLS} VALUES ('{object_id:04X}', '0', '{column}', '{type}',"
+            f" '{access}', '{node}', '{method:X}', '0', 'cell', '{row}', '0', '0', '0')")
+
+
+def column(first, node, number, rows=32):
+    return [cell_row(first + row, node, number, row + 1) for row in range(rows)]
+
+
+def check_answers(world, answers):
+    """`answers`: OID below the root to the value of a GET, None for no value."""
+    for suffix, value in answers.items():
+        answer = world.get(f"{ROOT}.{suffix}")[0]
+        assert answer.value == value, (suffix, answer)
+
+
+def serve(world, database, objects=None):
+    world.start_unit(objects)
+    world.start_master()
+    world.start_agent(database=database)
+
+
+# Each row: what is changed, what check says of it and what a GET then answers below the root.
+PLANTED = [
+    (scalar(0x0309, 3, None), "error", "asnType is NULL: the row is not used", {"1.1.4.9.0": None}),
+    (scalar(0x0306, 8, "x7"), "error", "suffix4 'x7' is no decimal number, read as 0",
+     {"1.1.4.0.0": 0, "1.1.4.6.0": None}),
+    (scalar(0x0302, 8, 2 + (1 << 32)), "error",
+     "suffix4 '4294967298' does not fit 32 bits, read as 2", {"1.1.4.2.0": -12}),
+    (scalar(0x0307, 3, "66"), "error", "asnType 66 is no type of a value, it is read as hexadecimal:"
+     " Gauge32 is 42 here; GET answers no value or one of the wrong type", {"1.1.4.7.0": None}),
+    (scalar_row(0x0308, 99), "error", "the object is in row 30 already: this row is not used",
+     {"1.1.1.99.0": None, "1.1.4.8.0": 1}),
+    (scalar(0x0408, 8, "1"), "error", "object 0x0401 has the same OID: this one is not served",
+     {"1.1.5.1.0": 0, "1.1.5.8.0": None}),
+    (scalar(0x030A, 9, "0004"), "error",
+     "method 4 makes a text, INTEGER sends its first four bytes as a number",
+     {"1.1.4.10.0": int.from_bytes(b"2800", "big")}),
+    (scalar(0x030C, 3, "41"), "error",
+     "type Counter32 has no value for what method 4 makes: GET answers noSuchInstance",
+     {"1.1.4.12.0": None}),
+    (scalar(0x0704, 9, "11"), "error", "covMethod 11: there is no method 11, the value stays as it is;"
+     " it is read as hexadecimal: 11 is B", {"1.1.6.4.0": 0x12345678}),
+    (scalar(0x0704, 3, "4"), None, None, {}),
+    (scalar(0x0704, 3, "2"), None, None, {}),
+    (scalar(0x0305, 4, "1"), "warning", "exponent 1 without effect: it scales what is written, and the"
+     " object is read-only", {"1.1.4.5.0": -200}),
+    (scalar(0x0304, 4, "4"), "warning", "access 4 means nothing: 1 is read-only, 2 read-write; served"
+     " read-only", {}),
+    (scalar(0x0407, 11, ""), "warning", "name is empty: notifications do not tell the object", {}),
+    (f"UPDATE main.{CELLS} SET c0 = '0303' WHERE c0 = '1040'", "error", "the object is a scalar too,"
+     " whose covMethod 1004 is applied here: / 10^1 as text",
+     {"10.1.1.4.1.0": int.from_bytes(b"58.7", "big"), "10.1.1.4.2.0": -3}),
+    (cell_row(0x0301, ".10.1", 3, 1), "error", "the cell is in row 2 already: this row is not used",
+     {"10.1.1.3.1.0": 1}),
+    (cell_row(0x0301, ".10.1", 3, 40), "error", "a row outside 1 to 32 is not served",
+     {"10.1.1.3.40.0": None}),
+    (cell_row(0x0301, ".10.1", 20, 2), "error", "column 20 is not served: row 1 of the table has 8"
+     " cells, so its columns end at 9", {"10.1.1.20.2.0": None}),
+    (f"DELETE FROM main.{CELLS} WHERE c0 = '20C4'", "error", "table .10.2: column 8, row 5 is not"
+     " mapped: a walk leaves the table there, the 27 cells behind it answer to GET only",
+     {"10.2.1.8.5.0": None, "10.2.1.8.6.0": -39375}),
+]
+
+
+def test_planted_errors(world):
+    assert findings(world.make_database(*LOOSE, base=False)) == []
+    database = world.make_database(*LOOSE, *(planted[0] for planted in PLANTED), base=False)
+    found = [(severity, text) for _, severity, text in findings(database)]
+    assert sorted(found) == sorted(planted[1:3] for planted in PLANTED if planted[1])
+    serve(world, database)
+    for planted in PLANTED:
+        check_answers(world, planted[3])
+    assert len(world.walk(f"{ROOT}.10.2.1.8")) == 4
+    assert norvamap("check", database, status=1).splitlines()[0] == (
+        f"{database}: {SCALARS} row 24 (object 0x0302): error: suffix4 '4294967298' does not fit 32"
+        " bits, read as 2")
+
+
+# Each: the rows, what check says, what GETs answer.
+STRUCTURES = {
+    "256 scalars and three tables": (
+        [scalar_row(0x0100 + number, number) for number in range(256)]
+        + [row for number in (1, 2, 3) for row in column(0x1000, f".2{number}", 2)],
+        {"256 scalars, the agent serves the 255 lowest object ids",
+         "table .23: not served: the agent serves the first 2 tables only",
+         "the object is in an earlier row too: two OIDs show and write one object"},
+        {"1.1.1.254.0": 254, "1.1.1.255.0": None, "22.1.2.32.0": 31, "23.1.2.1.0": None}),
+    "nodes": (
+        [*column(0x1000, ".30", 2), *column(0x1020, ".3001", 2), *column(0x1040, ".30", 3)],
+        {"table .30: the columns of .3001 are counted with its own: GETs behind its last column"
+         " answer noSuchInstance, not noSuchObject"},
+        {"30.1.3.32.0": 95, "3001.1.2.1.0": 32, "30.1.4.1.0": None}),
+    "a scalar inside a table": (
+        [*column(0x1000, ".1", 2), *column(0x1020, ".1", 3), scalar_row(0x0101, 2),
+         f"UPDATE {SCALARS} SET c6 = '1', c7 = '3', c8 = '2'"],
+        {"the cell is not served: another object of the mapping has an OID above it"},
+        {"1.1.3.2.0": 1, "1.1.3.1.0": 32, "1.1.3.3.0": 34, "1.1.2.2.0": 1}),
+    "a malformed node and a long one": (
+        [*column(0x1000, "5", 2), *column(0x1020, "." + ".".join(["1"] * 22), 2)],
+        {"table 5: its node is not of the form .10.1: it stands at .1.3.6.1.4.1.53412.8.2.2.45",
+         f"table .{'.'.join(['1'] * 22)}: not served: with the root its node has 33 numbers, 32 are"
+         " possible"},
+        {"1.1.1.1.0": None}),
+    "a table where a scalar is": (
+        [scalar_row(0x0101, 1), *column(0x1000, ".1.1.1.1", 2)],
+        {"table .1.1.1.1: not served: another object has this OID"},
+        {"1.1.1.1.0": 1, "1.1.1.1.1.2.1.0": None}),
+}
+STRUCTURE_OBJECTS = "".join(f"0x{0x0100 + n:04x} unsigned 2 ro {n}\n" for n in range(256)) + "".join(
+    f"0x{0x1000 + n:04x} unsigned 2 ro {n}\n" for n in range(96))
+
+
+@pytest.mark.parametrize("rows, said, answers", STRUCTURES.values(), ids=STRUCTURES)
+def test_structure(world, rows, said, answers):
+    database = world.make_database(*empty_schema(), *rows, base=False)
+    assert {text for _, _, text in findings(database)} == said
+    world.start_unit(STRUCTURE_OBJECTS)
+    world.start_master()
+    world.start_agent(database=database, wait=False)
+    world.wait_output("init_snmp end....")
+    listed = [line.split(",")[0] for line in
+              norvamap("list", database, "--format", "csv").splitlines()[1:]]
+    wait_until(lambda: listed and world.get(listed[-1]), what="the last object")
+    check_answers(world, answers)
+    # What list names and nothing else: what it leaves out has just been asked for.
+    assert all(bound.value is not None for oid in listed for bound in world.get(oid))
+
+
+UNIT = """
+0x0101 unsigned 2 ro 258
+0x0102 text 20 rw "12.5"
+0x0103 signed 1 ro -1
+0x0104 other 1 ro 1
+0x0105 unsigned 2 ro 7
+0x0106 text 20 ro "10.0.1.7"
+0x0999 unsigned 1 ro 1
+"""
+UNIT_ROWS = {
+    scalar_row(0x0101, 1, type=4, access=1):
+        ("the unit's object is an unsigned integer of 2 bytes: OCTET STRING sends the bytes of the"
+         " number up to the first zero", ""),
+    scalar_row(0x0102, 2, type=4, access=2, method=0x1004):
+        ("the unit's object is a text of 20 bytes: method 4 reads its first four bytes as a number",
+         "82537224.00"),
+    scalar_row(0x0103, 3, type=0x42, access=1):
+        ("the unit's object is a signed integer of 1 bytes: negative values appear as large ones"
+         " under Gauge32", (1 << 32) - 1),
+    scalar_row(0x0104, 4, access=1):
+        ("the unit's object is of kind 'other' with 1 bytes: integers of that kind are not widened:"
+         " the number shown is too large", 1 << 24),
+    scalar_row(0x0105, 5, access=2):
+        ("read-write, but read-only in the unit: a SET is refused", 7),
+    scalar_row(0x0106, 6, type=0x40, access=1, method=1):
+        ("the unit's object is a text of 20 bytes: method 1 makes an address of the first four bytes",
+         "49.48.46.48"),
+    scalar_row(0x0107, 7, access=1):
+        ("the unit has no such object: GET answers noSuchInstance", None),
+}
+
+
+def test_against_the_unit(world):
+    database = world.make_database(*empty_schema(), *UNIT_ROWS, base=False)
+    world.objects.write_text(UNIT)
+    found = findings(database, "--objects", world.objects)
+    assert [text for _, _, text in found] == [
+        *(text for text, _ in UNIT_ROWS.values()), "mapped by no row: no manager sees it"]
+    serve(world, database, UNIT)
+    for number, (_, value) in enumerate(UNIT_ROWS.values(), 1):
+        answer = world.get(f"{ROOT}.1.1.1.{number}.0")[0]
+        assert (answer.value if answer.type != "Gauge32" else int(answer.value)) == value, answer
+    assert findings(SAMPLE, "--objects", SOURCE / "data/unit.objects") == findings(SAMPLE)
+
+
+def test_list_is_what_a_walk_shows(sample_world):
+    listed = json.loads(norvamap("list", SAMPLE, "--format", "json"))
+    walk = sample_world.walk()
+    assert [line["oid"] for line in listed] == [bound.oid for bound in walk]
+    assert {line["type"] for line in listed} == {"INTEGER", "OCTET STRING"}
+    for line, bound in zip(listed, walk):
+        assert (line["type"] == "INTEGER") == (bound.type == "INTEGER"), line
+    assert len(listed) == 615
+
+
+@pytest.fixture(scope="module")
+def module_directory(tmp_path_factory):
+    """A directory with the sample's module."""
+    directory = tmp_path_factory.mktemp("mibs")
+    (directory / "NORVA-MIB.txt").write_text(norvamap("mib", SAMPLE, "--names", NAMES))
+    return directory
+
+
+def test_names(sample_world, module_directory):
+    """The last argument of these tools is the agent, so an OID stands behind it."""
+    def run(tool, *args):
+        options = [arg for arg in args if arg.startswith("-")]
+        rest = [arg for arg in args if not arg.startswith("-")]
+        result = sample_world.run(
+            "env", f"MIBDIRS={module_directory}:{MIBS}", f"MIBS={MODULES}", tool, "-v2c", "-c",
+            "private", *options, "127.0.0.1:1161", *rest)
+        return result.stdout + result.stderr
+    lines = run("snmpwalk", "NORVA-MIB::norvaMIB").splitlines()
+    assert len(lines) == 615
+    assert all(re.match(r"NORVA-MIB::[a-z][A-Za-z0-9]*(\.0|\.\d+\.0) = \w", line)
+               for line in lines), lines
+    assert not re.search("Wrong Type", "\n".join(lines))
+    assert "NORVA-MIB::doorState.0 = INTEGER: closed(0)" in lines
+    assert "NORVA-MIB::remoteUnitTemperature.3.0 = INTEGER: -1 degrees Celsius" in lines
+    assert run("snmpset", "NORVA-MIB::downlinkSwitch.0", "=", "disabled") == (
+        "NORVA-MIB::downlinkSwitch.0 = INTEGER: disabled(0)\n")
+    assert sample_world.held(0x0501)[-1] == 0
+    table = run("snmptable", "-Ci", "-Cb", "NORVA-MIB::remoteUnitTable").splitlines()
+    assert table[2].split()[1:6] == ["Name", "State", "Temperature", "Attenuation", "OutputPower"]
+    assert re.match(r"\s*3\.0\s+RU 3 connected -1 degrees Celsius\s+10 0\.1 dB", table[5]), table[5]
+    translated = sample_world.run("env", f"MIBDIRS={module_directory}:{MIBS}", f"MIBS={MODULES}",
+                                  "snmptranslate", "-On", "NORVA-MIB::remoteUnitLabel.2.0").stdout
+    assert translated.strip() == f"{ROOT}.10.1.1.8.2.0"
+
+
+def test_decode_tells_what_managers_saw(sample_world, tmp_path):
+    world = sample_world
+    time.sleep(0.3)  # what was done before has been printed
+    start = len(world.agent_output())
+    answers = {bound.oid: str(bound.value) for bound in world.walk()}
+    read = len(answers) - 2 * 32 - 1  # but for the rows' own numbers and the clock
+    world.set(f"{ROOT}.1.2.1.2.0", "i", 14)
+    world.set(f"{ROOT}.10.1.1.5.3.0", "i", 7)
+    world.set(f"{ROOT}.1.1.1.7.0", "s", "Quay 9")
+    world.ctl("fault", "wrong-command", "0x1f", "--count", 1)
+    world.get(f"{ROOT}.1.2.1.2.0")
+    world.wait_output("ERROR  oid = 502 !!!!!!!!!!!\n", after=start)
+    trace = tmp_path / "trace"
+    trace.write_text(world.agent_output()[start:])
+    lines = norvamap("decode", SAMPLE, trace).splitlines()
+    object_of = {line["oid"]: line["object"] for line in
+                 json.loads(norvamap("list", SAMPLE, "--format", "json"))}
+    told = {}
+    for line in lines:
+        if got := re.match(r"got  (\w+) .* -> (?:INTEGER |OCTET STRING )\"?(.*?)\"?$", line):
+            told.setdefault(got[1], got[2])
+    assert len(told) == read
+    for oid, value in answers.items():
+        assert told.get(object_of[oid], value) == value, oid
+    for line in ('set  0x0502 "Downlink Attenuation": unsigned 1, 14, rw -> INTEGER 14',
+                 'set  0x1062 "RU 3 Attenuation": unsigned 2, 70, rw -> INTEGER 70',
+                 'set  0x0601 "Site Location": text 64, "Quay 9", rw -> OCTET STRING "Quay 9"',
+                 "DataManage::setObjValue error obj type!", "done",
+                 "set 'ACTION'  oid = 601   set length = 6..",
+                 "1f 04 10 00 02 05 0e ERR: DatabaseFacade::select:  error!  cmd=1f  oid=0x0502"):
+        assert line in lines
+    assert [line for line in lines if re.match(r" ?([0-9a-f]{2} ){2}", line)] == [line]
+    assert subprocess.run([TOOL, "decode", SAMPLE], input=trace.read_text(), text=True,
+                          capture_output=True, check=True).stdout.splitlines() == lines
+
+
+def test_decode_while_the_agent_waits():
+    """The request that a silent unit leaves without an answer is told at once."""
+    with subprocess.Popen([TOOL, "decode", SAMPLE], stdin=subprocess.PIPE,
+                          stdout=subprocess.PIPE, text=True) as decode:
+        decode.stdin.write("before\n02 07 02 05 00 00 00 00 ")
+        decode.stdin.flush()
+        assert decode.stdout.readline() == "before\n"
+        assert decode.stdout.readline() == 'get  0x0502 "Downlink Attenuation"\n'
+        decode.stdin.close()
+        assert decode.wait(10) == 0
+
+
+def test_notifications_by_name(world, module_directory):
+    conf = world.directory / "named.conf"
+    conf.write_text("authCommunity log public\n")
+    log = world.directory / "named.log"
+    receiver = world.spawn("snmptrapd", [
+        "snmptrapd", "-f", "-n", "-C", "-c", conf, "-M", f"{module_directory}:{MIBS}", "-m", MODULES,
+        "-OQs", "-F", "%v\\n", "-Lf", log, "udp:127.0.0.1:1163"])
+    world.start_unit()
+    world.ctl("set", "0x0ffa", 0)
+    world.start_master("trap2sink 127.0.0.1:1163 public\n")
+    world.start_agent()
+    def received(what):
+        return [line for line in log.read_text().splitlines() if f"snmpTrapOID.0 = {what}" in line]
+    wait_until(lambda: received("norvaNotifyHeartbeat"), what="a heartbeat")
+    world.ctl("set", "0x0ffa", 255)
+    for event in (("alarm", "raise"), ("ru", "add"), ("event", "report")):
+        world.ctl(*event, "0x0403", "--device-id", 8)
+    for name in ("norvaNotifyAlarm", "norvaNotifyRemoteUnit", "norvaNotifyGeneral"):
+        line = wait_until(lambda name=name: received(name), what=name)[0]
+        assert "norvaNotifyDevice = 8" in line and "norvaNotifySequence = " in line
+    assert 'norvaNotifyName = Over Temperature Alarm' in received("norvaNotifyAlarm")[0]
+    assert receiver.running()
+
+
+def lint(directory, module="NORVA-MIB"):
+    return subprocess.run(["smilint", "-l", "6", "-s", module], capture_output=True, text=True,
+                          timeout=60, env={**os.environ, "SMIPATH": f"{directory}:{MIBS}"},
+                          check=False).stderr
+
+
+ODD_NAMES = ["RF  Power (dBm)", "2G Power", "Größe", "Site", "Site", "site", "x" * 200, "x" * 200,
+             "Current", "INTEGER", "Mac Address", "---", "ru table", 'say "no"', "Enterprises", "", "a"]
+
+
+# Each table has four objects beside its columns.
+@pytest.mark.parametrize("rows, count", [
+    ([], 0),
+    ([scalar_row(0x0100 + number, number + 1, type=(2, 4, 0x40, 0x41, 0x42, 0x43, 0x46)[number % 7],
+                name=f"Object {number}") for number in range(250)]
+    + [row for table in (1, 2) for number in range(2, 22)
+       for row in column(0x1000 * table + 32 * number, f".2{table}.1", number)],
+     250 + 2 * 24),
+    ([scalar_row(0x0100 + number, number + 1, name=name.replace("'", "''"))
+     for number, name in enumerate(ODD_NAMES)]
+    + column(0x1000, ".20", 2) + column(0x1020, ".20", 3)
+    + [f"UPDATE {CELLS} SET c8 = 'RU ' || c9 || ' Row'"],
+     len(ODD_NAMES) + 6),
+], ids=["empty", "large", "odd names"])
+def test_module_is_clean(tmp_path, rows, count):
+    with World() as world:
+        database = world.make_database(*empty_schema(), *rows, base=False)
+        text = norvamap("mib", database)
+        assert norvamap("mib", database) == text
+        (tmp_path / "NORVA-MIB").write_text(text)
+        assert lint(tmp_path) == ""
+        objects = set(re.findall(r"^(\w+) OBJECT-TYPE", text, re.M))
+        assert len({name.lower() for name in objects}) == text.count(" OBJECT-TYPE\n") == count
+
+
+def test_module_of_the_sample(world, module_directory):
+    assert lint(module_directory) == lint(module_directory, "NORVA-NOTIFY-MIB") == ""
+    # A new row adds lines and changes none.
+    changed = world.make_database(*LOOSE, base=False)
+    before = norvamap("mib", changed).splitlines()
+    after = norvamap("mib", world.make_database(
+        scalar_row(0x0999, 50, name="New Object"), base=changed)).splitlines()
+    remaining = iter(after)
+    assert all(line in remaining for line in before)
+    assert len(after) == len(before) + 9
+
+
+@pytest.mark.parametrize("text, said", [
+    ("scalars:\n  0x0502: {units: dB}\n  0x9999: {units: dB}\n",
+     "3: the mapping serves no scalar of object 0x9999"),
+    ("tables:\n  .10.1:\n    columns:\n      77: {name: x}\n", "4: the mapping serves no column 77 there"),
+    ("tables:\n  .77: {name: x}\n", "2: the mapping serves no table .77"),
+    ("scalars:\n  0x0502: {name: 1x}\n",
+     "2: name '1x': a small letter, then up to 63 letters and digits"),
+    ("scalars:\n  0x0502: {name: same}\n  0x0504: {name: same}\n", "3: name 'same' is taken already"),
+    ("scalars:\n  0x0502: {unit: dB}\n", "2: unknown key 'unit'"),
+    ("scalars: [\n", "2: end of sequence flow not found"),
+])
+def test_annotations_are_checked(tmp_path, text, said):
+    names = tmp_path / "names.yaml"
+    names.write_text(text)
+    assert norvamap("mib", SAMPLE, "--names", names, status=2) == f"norvamap: {names}:{said}\n"
+
+
+def test_exporter(sample_world):
+    """Scraped by the real program: every number of the walk, and every other text as a label."""
+    world = sample_world
+    config = world.directory / "snmp.yml"
+    config.write_text(norvamap("exporter", SAMPLE, "--names", NAMES))
+    world.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address", "127.0.0.1:9116",
+                             "--config.file", config])
+    def scrape(module):
+        return dict(line.rsplit(" ", 1) for line in world.run(
+            "/usr/bin/python3", "-c", "import sys, urllib.request as r;"
+            "sys.stdout.write(r.urlopen(sys.argv[1]).read().decode())",
+            f"http://127.0.0.1:9116/snmp?target=127.0.0.1:1161&module={module}").stdout.splitlines()
+                    if not line.startswith(("#", "snmp_")))
+    numbers = wait_until(lambda: scrape("norva"), what="a scrape")
+    assert numbers["norva_downlink_output_power"] == "36.5"
+    assert numbers['norva_remote_unit_temperature{row="3"}'] == "-1"
+    assert numbers["norva_boot_count_value"] == "17"
+    texts = scrape("norva_text")
+    assert texts['norva_remote_unit_name{norva_remote_unit_name="RU 3",row="3"}'] == "1"
+    # All but the rows' own numbers and the clock.
+    assert len(numbers) + len(texts) == 615 - 2 * 32 - 1
+
+
+def test_diff(world):
+    new = world.make_database(
+        *LOOSE, scalar(0x0502, 4, "1"), scalar(0x0504, 9, "2004"), scalar(0x0309, 3, "42"),
+        scalar(0x0306, 8, "60"), scalar(0x0301, 11, "Board Heat"), scalar_row(0x0999, 50, name="New"),
+        f"DELETE FROM main.{SCALARS} WHERE c0 = '0307'",
+        f"DELETE FROM main.{CELLS} WHERE c5 = '.10.2' AND c2 = '8'", base=False)
+    old = world.make_database(*LOOSE, base=False)
+    changes = {(change["oid"].removeprefix(ROOT + "."), change["change"], change["breaks"]):
+               (change["text"], change["count"])
+               for change in json.loads(norvamap("diff", old, new, "--format", "json", status=1))}
+    assert changes == {
+        ("1.2.1.2.0", "access", True): ("read-write -> read-only", 1),
+        ("1.2.1.4.0", "scale", True): ("/ 10^1 as text -> / 10^2 as text", 1),
+        ("1.1.4.9.0", "type", True): ("INTEGER -> Gauge32", 1),
+        ("1.1.4.6.0", "moved", True): (f"to {ROOT}.1.1.4.60.0", 1),
+        ("1.1.4.1.0", "name", True): ('-> "Board Heat"', 1),
+        ("1.1.1.50.0", "added", False): ("object 0x0999", 1),
+        ("1.1.4.7.0", "removed", True): ("object 0x0307", 1),
+        ("10.2.1.8.1.0", "removed", True): ("cells", 32)}
+    assert norvamap("diff", old, old) == ""
+    assert "10.2.1.8.1.0 \"cell\"" not in norvamap("diff", new, old, status=1)
+    added = world.make_database(scalar_row(0x0999, 50, name="New"), base=old)
+    assert norvamap("diff", old, added) == f'{ROOT}.1.1.1.50.0 "New": added: object 0x0999\n'
+
+
+@pytest.mark.parametrize("sql, said", [
+    (None, "No such file or directory"),
+    (["CREATE TABLE a (b)"], f"{SCALARS}: no such table"),
+    ([f"CREATE TABLE {SCALARS} (a, b)", f"INSERT INTO {SCALARS} VALUES (1, 2)"],
+     f"{SCALARS} has 2 columns, 13 are needed"),
+])
+def test_bad_database(world, sql, said):
+    path = world.make_database(*sql, base=False) if sql else world.directory / "nowhere.db"
+    before = path.read_bytes() if sql else None
+    for command in ("list", "mib", "exporter"):
+        assert norvamap(command, path, status=2) == f"norvamap: {path}: {said}\n"
+    assert path.exists() == bool(sql) and (not sql or path.read_bytes() == before)
+    if sql:
+        assert (None, "error") in [(row, severity) for row, severity, _ in findings(path)]
