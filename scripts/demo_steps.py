@@ -61,11 +61,34 @@ def start(demo):
 
 
 def walk(demo):
-    demo.say("A walk of the scalars. Each line is a device object, read from the unit just now.")
-    lines = demo.show("snmpwalk", *READ, ROOT + ".1").splitlines()
+    demo.say("A walk of the scalars by name. Each line is a device object, read from the unit just "
+             "now; its name comes from the module that norvamap makes of the mapping database.")
+    print("   $ norvamap mib mapping.db --names names.yaml > mibs/NORVA-MIB.txt")
+    demo.world.inside(f"mkdir mibs; norvamap mib mapping.db --names {SOURCE}/data/names.yaml "
+                    "> mibs/NORVA-MIB.txt")
+    demo.world.environment["MIBDIRS"] = f"mibs:{SOURCE}/mibs:{SOURCE}/mibs/base"
+    lines = demo.show("snmpwalk", "-m", "NORVA-MIB:NORVA-NOTIFY-MIB:SNMPv2-MIB",
+                      *READ[:-2], READ[-1], "NORVA-MIB::norvaMIB.1").splitlines()
     demo.expect(len(lines) == len(demo.scalars), f"{len(demo.scalars)} scalars, got {len(lines)}")
-    demo.expect(all(re.search(r' = (INTEGER: |STRING: |"")', line) for line in lines),
-                "every scalar is a number or a text")
+    demo.expect(all(re.match(r"NORVA-MIB::[a-z]\w+\.0 = (INTEGER|STRING): ", line)
+                    for line in lines), "every scalar has a name and is a number or a text")
+
+
+def check(demo):
+    demo.say("What the mapping database makes of the unit, asked before it is served: norvamap "
+             "finds no error, and four things to think about.")
+    demo.world.environment["PATH"] += f":{demo.world.build}/tools/norvamap"
+    output = demo.show("norvamap", "check", "mapping.db", "--objects", "unit.objects")
+    demo.expect(output.count(": warning: ") == 4 and ": error: " not in output, "four warnings")
+
+
+def decode(demo):
+    demo.say("The same trace in words: what the unit has and what a manager sees of it.")
+    print("   $ norvamap decode mapping.db agent.log | tail -3")
+    output = demo.world.inside("norvamap decode mapping.db agent.log | tail -3")
+    print("   " + output.strip().replace("\n", "\n   "))
+    demo.expect('got  0x0502 "Downlink Attenuation": unsigned 1, 14, rw -> INTEGER 14' in output,
+                "the GET in words")
 
 
 def get_each_kind(demo):
@@ -205,7 +228,8 @@ def end(demo):
     demo.expect(demo.world.master_answers(), "snmpd answers")
 
 
-STEPS = [start, walk, get_each_kind, set_and_get, frames, refused_set, table, set_cell, notification]
+STEPS = [check, start, walk, get_each_kind, set_and_get, frames, decode, refused_set,
+         table, set_cell, notification]
 MASTER_STEPS = [launch, read_as_shipped, restart]
 
 
