@@ -47,7 +47,8 @@ std::string mismatch(const DeviceObject& object, std::uint16_t type, std::uint16
   const bool isText = object.kind() == ValueKind::kText;
   const bool isFourBytes = object.objLen() == kObjLenLong;
   const auto method = static_cast<ConversionMethod>(methodOf(covMethod));
-  if (!canBeAnswered(type, covMethod)) return {};  // whatever the unit holds; said already
+  // Whatever the unit holds; said already.
+  if (typeName(type) == nullptr || !canBeAnswered(type, covMethod)) return {};
   if (method == ConversionMethod::kTimeText) return {};
   if (!viewOf(recordOf(object), type, covMethod).isAnswered) {
     return describeType(type) + " has no value for it: GET answers noSuchInstance";

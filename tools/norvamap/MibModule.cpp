@@ -1,13 +1,12 @@
 #include "MibModule.h"
 
 #include <algorithm>
-#include <cctype>
 #include <set>
-#include <sstream>
 
 #include "AsnType.h"
 #include "Format.h"
 #include "NamedMapping.h"
+#include "SmiText.h"
 #include "SnmpObjConvertStrategy.h"
 #include "Text.h"
 #include "View.h"
@@ -24,68 +23,12 @@ constexpr char kLastUpdated[] = "202611210000Z";
 constexpr std::uint32_t kGroupArc = 65535;
 /// The column that stands for the second index, which has no column in the mapping.
 constexpr std::uint32_t kSubIndexColumn = 65535;
-constexpr std::size_t kLineLength = 96;
 
 /// The modules' common stem: its OID and its name in the static module.
 const Oid kStem = {1, 3, 6, 1, 4, 1, 53412, 8, 2, 2};
 constexpr char kStemName[] = "norvaUnit";
 constexpr char kStemModule[] = "NORVA-NOTIFY-MIB";
 const Oid kEnterprises = {1, 3, 6, 1, 4, 1};
-
-/// NORVA-MIB becomes norvaMIB.
-std::string identityOf(const std::string& moduleName) {
-  std::string name;
-  bool isFirst = true;
-  for (const char c : moduleName) {
-    if (c == '-') {
-      isFirst = false;
-    } else {
-      name += isFirst ? static_cast<char>(std::tolower(static_cast<unsigned char>(c))) : c;
-    }
-  }
-  return name;
-}
-
-bool isModuleName(const std::string& name) {
-  return !name.empty() && name.size() <= 64 && std::isupper(static_cast<unsigned char>(name[0])) &&
-         name.back() != '-' && name.find("--") == std::string::npos &&
-         std::all_of(name.begin(), name.end(), [](unsigned char c) {
-           return c < 0x80 && (std::isalnum(c) != 0 || c == '-');
-         });
-}
-
-/// The text as SMI takes one between quotes: printable ASCII, no quote.
-std::string plain(std::string text) {
-  for (char& c : text) {
-    if (c == '"') c = '\'';
-    if (c == '\n' || c == '\t' || c == '\r') c = ' ';
-    if (c < ' ' || c > '~') c = '?';
-  }
-  return text;
-}
-
-/// The text in quotes, on lines of its own.
-std::string description(const std::string& text) {
-  const std::string indent(8, ' ');
-  std::string lines;
-  std::string line = "\"";
-  std::istringstream in(plain(text));
-  bool isFirst = true;
-  for (std::string word; in >> word; isFirst = false) {
-    if (!isFirst && indent.size() + line.size() + 1 + word.size() >= kLineLength) {
-      lines += indent + line + '\n';
-      line = word;
-    } else {
-      line += (isFirst ? "" : " ") + word;
-    }
-  }
-  return lines + indent + line + "\"\n";
-}
-
-std::string capitalized(std::string name) {
-  name[0] = static_cast<char>(std::toupper(static_cast<unsigned char>(name[0])));
-  return name;
-}
 
 /// What the conversion means to who reads and writes.
 std::string conversionText(const NamedObject& object) {
@@ -149,18 +92,6 @@ bool isCounter(std::uint16_t type) {
   return type == kAsnCounter32 || type == kAsnCounter64;
 }
 
-/// One OBJECT-TYPE.
-std::string objectType(const std::string& name, const std::string& syntax, const std::string& units,
-                       const std::string& access, const std::string& text, const std::string& index,
-                       const std::string& place) {
-  std::string definition = '\n' + name + " OBJECT-TYPE\n    SYNTAX      " + syntax + '\n';
-  if (!units.empty()) definition += "    UNITS       \"" + plain(units) + "\"\n";
-  definition += "    MAX-ACCESS  " + access + "\n    STATUS      current\n    DESCRIPTION\n";
-  definition += description(text);
-  if (!index.empty()) definition += "    INDEX       { " + index + " }\n";
-  return definition + "    ::= { " + place + " }\n";
-}
-
 class ModuleWriter {
  public:
   ModuleWriter(const Mapping& mapping, const Annotations& annotations, const std::string& name)
@@ -168,11 +99,12 @@ class ModuleWriter {
         moduleName_(name),
         identity_(identityOf(name)),
         named_(NamedMapping::make(mapping, annotations, reservedNames(name))) {
+    leaveOut();
     requireApart();
   }
 
   std::string write() {
-    std::string body = identity() + nodes();
+    std::string body = identity() + nodes() + leftOut_;
     for (const NamedObject& scalar : named_.scalars) body += scalarText(scalar);
     for (const NamedTable& table : named_.tables) body += tableText(table);
     body += groups();
@@ -180,8 +112,24 @@ class ModuleWriter {
   }
 
  private:
-  /// Below the root, or below enterprises where a table's node has changed the root's last number.
   const Oid& root() const { return mapping_.root(); }
+
+  /// The language has no objects whose last number is 0.
+  void leaveOut() {
+    std::erase_if(named_.scalars, [this](const NamedObject& scalar) {
+      if (nodeOf(scalar).back() != 0) return false;
+      leftOut_ += comment(scalar.first->oid);
+      return true;
+    });
+    std::erase_if(named_.tables, [this](const NamedTable& table) {
+      if (table.table->oid.back() != 0) return false;
+      leftOut_ += comment(table.table->oid);
+      return true;
+    });
+  }
+  static std::string comment(const Oid& oid) {
+    return "\n-- Not expressible: " + oidText(oid) + '\n';
+  }
 
   void requireApart() const {
     if (!isWithin(root(), kEnterprises) || root().size() <= kEnterprises.size()) {
@@ -372,11 +320,8 @@ class ModuleWriter {
     }
     int number = 2;
     for (const NamedTable& table : named_.tables) {
-      if (!table.columns.empty()) {
-        mandatory += (mandatory.empty() ? "" : ", ") + table.name + "Group";
-        text += group(table.name + "Group", table.columns, number);
-      }
-      ++number;
+      mandatory += (mandatory.empty() ? "" : ", ") + table.name + "Group";
+      text += group(table.name + "Group", table.columns, number++);
     }
     return text + '\n' + identity_ +
            "Compliance MODULE-COMPLIANCE\n    STATUS      current\n    DESCRIPTION "
@@ -387,7 +332,8 @@ class ModuleWriter {
   const Mapping& mapping_;
   const std::string moduleName_;
   const std::string identity_;
-  const NamedMapping named_;
+  NamedMapping named_;
+  std::string leftOut_;  // comments
 };
 
 }  // namespace

@@ -106,6 +106,11 @@ void nameObject(NamedObject& object, const Annotation* annotation) {
   if (object.name.empty()) object.name = "object";
 }
 
+/// False for what managers' tools cannot be told of.
+bool hasValues(const ObjInfo& info) {
+  return typeName(info.asnType) != nullptr && canBeAnswered(info.asnType, info.covMethod);
+}
+
 template <typename Map, typename Key>
 const typename Map::mapped_type* find(const Map& map, const Key& key) {
   const auto found = map.find(key);
@@ -116,7 +121,7 @@ void addTables(NamedMapping& named, const Mapping& mapping, const Annotations& a
   std::map<std::pair<int, std::uint32_t>, std::vector<const ServedObject*>> columns;
   for (const ServedObject& object : mapping.objects()) {
     if (object.table < 0 || object.isIndex) continue;
-    if (!canBeAnswered(object.info.asnType, object.info.covMethod)) continue;
+    if (!hasValues(object.info)) continue;
     columns[{object.table, object.column}].push_back(&object);
   }
   for (std::size_t position = 0; position < mapping.tables().size(); ++position) {
@@ -137,6 +142,7 @@ void addTables(NamedMapping& named, const Mapping& mapping, const Annotations& a
                  annotation == nullptr ? nullptr : find(annotation->columns, it->first.second));
       table.columns.push_back(std::move(column));
     }
+    if (table.columns.empty()) continue;
     if (annotation != nullptr) table.annotation = annotation->table;
     table.name = table.annotation.name;
     if (table.name.empty()) table.name = identifierOf(titleOf(table.columns));
@@ -175,7 +181,7 @@ NamedMapping NamedMapping::make(const Mapping& mapping, const Annotations& annot
   NamedMapping named;
   for (const ServedObject& object : mapping.objects()) {
     if (object.table >= 0) continue;
-    if (!canBeAnswered(object.info.asnType, object.info.covMethod)) continue;
+    if (!hasValues(object.info)) continue;
     NamedObject scalar;
     scalar.title = object.info.name;
     scalar.first = &object;

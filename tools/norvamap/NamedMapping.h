@@ -31,7 +31,8 @@ struct NamedTable {
 };
 
 struct NamedMapping {
-  /// Scalars by OID, tables in the agent's order. What has no value under its type is left out.
+  /// Scalars by OID, tables in the agent's order. What has no value under its type is left out, and
+  /// tables without any other column than their rows' numbers.
   /// The mapping must outlive the result. Names are at most 64 characters long and differ also when
   /// capitals are not told from small letters, from `reserved` too. Throws InputError for an
   /// annotated name that is taken.

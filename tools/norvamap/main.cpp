@@ -138,8 +138,8 @@ CLI::App* addSubcommand(CLI::App& app, Options& options, const char* name,
 
 void addFormat(CLI::App* command, Options& options, const std::vector<std::string>& formats) {
   command->add_option("--format", options.format, "Format of the output")
-      ->check(CLI::IsMember(formats))
-      ->type_name("")
+      ->check(CLI::IsMember(formats).description(""))
+      ->type_name(CLI::detail::join(formats, "|"))
       ->default_str(formats.front());
 }
 
@@ -182,7 +182,10 @@ int main(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
-    return run(options);
+    const int status = run(options);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+      throw InputError(std::string("output: ") + std::strerror(errno));
+    return status;
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help
     std::fprintf(stderr, "norvamap: %s\n", error.what());
