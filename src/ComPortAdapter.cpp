@@ -25,6 +25,7 @@ struct QueueMsg {
 
 /// Writes "%02x " per byte, the whole payload in one call: it stands on the path of every request.
 void tracePayload(const std::uint8_t* payload, std::size_t size) {
+  if (!Trace::enabled()) return;
   static constexpr char kDigits[] = "0123456789abcdef";
   static constexpr std::size_t kCharsPerByte = 3;
   std::array<char, kCharsPerByte * ComPortAdapter::kMaxReceive> line;

@@ -104,7 +104,6 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
     if (_pComPortAdapter->read(reply.bytes, kGetReplyLimit) == -1) {
       const int error = errno;
       Output::puts("DataManage::getObjValue  readData error!");
-      if (error == ETIMEDOUT) ++_owedReplies;
       afterFailedRead(oid, error);
       return kFailed;
     }
@@ -142,32 +141,21 @@ int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
   do {
     reply.bytes[kFrameCommand] = 0;
     if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) {
-      const int error = errno;
-      if (error == ETIMEDOUT) ++_owedAcknowledgements;
-      afterFailedRead(oid, error);
+      afterFailedRead(oid, errno);
       return kFailed;
     }
-  } while (isLateReply(reply.bytes[kFrameCommand]));
+  } while (isLate(reply.bytes[kFrameCommand]));
   return reply.bytes[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
 }
 
-bool DataManage::isLate(const GetReplyHeader& header, std::uint16_t oid) {
+bool DataManage::isLate(const GetReplyHeader& header, std::uint16_t oid) const {
   if (!_pComPortAdapter->replyTimer().isLimited()) return false;
-  if (header.command == kCommandSetReply && _owedAcknowledgements > 0) {
-    --_owedAcknowledgements;
-    return true;
-  }
-  if (header.command != kCommandGetReply) return false;
-  if (header.oid != oid) return true;
-  // The unit answers in order: what has not come by now never comes.
-  _owedReplies = _owedAcknowledgements = 0;
-  return false;
+  return header.command == kCommandSetReply ||
+         (header.command == kCommandGetReply && header.oid != oid);
 }
 
-bool DataManage::isLateReply(std::uint8_t command) {
-  if (command != kCommandGetReply || _owedReplies == 0) return false;
-  --_owedReplies;
-  return true;
+bool DataManage::isLate(std::uint8_t command) const {
+  return _pComPortAdapter->replyTimer().isLimited() && command == kCommandGetReply;
 }
 
 void DataManage::afterFailedRead(std::uint16_t oid, int error) {

@@ -50,8 +50,8 @@ class DataManage {
 
   /// Reads object `oid`. Returns 0 with `objLen`, `attr` and value of `record` filled and its `oid`
   /// left alone, or kFailed after printing why. The first reply that comes is taken as the answer,
-  /// whatever its object id; while waits are limited, replies that are another object's, or that an
-  /// earlier request has not waited for, are skipped. Any thread.
+  /// whatever its object id; while waits are limited, another object's value and acknowledgements
+  /// are skipped: they come late, from requests that have not waited for them. Any thread.
   int getObjValue(std::uint16_t oid, ObjValue& record);
 
   /// Writes `record`'s value, of its `objLen`, to object `oid`. Returns 0 when the device
@@ -96,10 +96,11 @@ class DataManage {
 
   // All below REQUIRE the lock.
 
-  /// Whether a reply to a get request is a late one to an earlier request.
-  bool isLate(const GetReplyHeader& header, std::uint16_t oid);
-  /// The same of a reply to a set request, by its command.
-  bool isLateReply(std::uint8_t command);
+  /// Whether what came for a get of `oid` is the late reply to an earlier request: an
+  /// acknowledgement, or another object's value. One of the same object's is as good as its own.
+  bool isLate(const GetReplyHeader& header, std::uint16_t oid) const;
+  /// The same of what came for a set, by its command.
+  bool isLate(std::uint8_t command) const;
   /// After a read that failed with `error`: counts a silent unit, and takes a reply that is too
   /// large off the queue, where it would fail every later read too. Either is reported.
   void afterFailedRead(std::uint16_t oid, int error);
@@ -108,9 +109,6 @@ class DataManage {
   std::unique_ptr<ComPortAdapter> _pComPortAdapter;
   const std::unique_ptr<SnmpObjConvertStrategy> _pConvertStrategy;
   std::atomic<unsigned> _timeouts = 0;
-  // Replies that requests have not waited for and that may still come.
-  unsigned _owedReplies = 0;
-  unsigned _owedAcknowledgements = 0;
 };
 
 }  // namespace norva

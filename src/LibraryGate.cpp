@@ -15,7 +15,7 @@ namespace norva {
 
 namespace {
 
-/// More than a device wait ever has to do: the notifications' own limit is lower.
+/// At a time, in a device wait. What the master may owe limits it first.
 constexpr std::size_t kMostInDeviceWait = 1000;
 
 /// A thread that is stopped in the middle of the library would leave it in pieces.
@@ -83,6 +83,7 @@ bool LibraryGate::workDuringWait() {
 }
 
 void LibraryGate::beginDeviceWait() {
+  if (_work != nullptr) _work->deviceWait(true);
   {
     const std::lock_guard lock(_mutex);
     _deviceWait = true;
@@ -92,9 +93,12 @@ void LibraryGate::beginDeviceWait() {
 }
 
 void LibraryGate::endDeviceWait() {
-  std::unique_lock lock(_mutex);
-  _deviceWait = false;
-  _returned.wait(lock, [this] { return !_borrowed; });
+  {
+    std::unique_lock lock(_mutex);
+    _deviceWait = false;
+    _returned.wait(lock, [this] { return !_borrowed; });
+  }
+  if (_work != nullptr) _work->deviceWait(false);
 }
 
 void LibraryGate::lendOnce() {

@@ -31,6 +31,8 @@ class LibraryWork {
   virtual bool isWaiting() const = 0;
   /// Does no more than `most` pieces. For the gate's holder.
   virtual void perform(std::size_t most) = 0;
+  /// A device wait begins or ends. Main thread.
+  virtual void deviceWait(bool begins) = 0;
 };
 
 class LibraryGate {

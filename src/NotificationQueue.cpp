@@ -21,7 +21,8 @@ bool NotificationQueue::push(Notification notification) {
   std::unique_lock lock(_mutex);
   while (!hasRoom() && !isOutage()) {
     // An outage that nothing tells of begins when the master has had its time.
-    waitForChange(lock, keeps() ? _progress + kStall : Clock::time_point::max());
+    waitForChange(
+        lock, keeps() ? (_listens ? _progress : Clock::now()) + kStall : Clock::time_point::max());
   }
   const bool mustTell = append({{std::move(notification)}, nullptr});
   while (keeps() && _waiting.size() > _capacity) dropOldest();
@@ -45,7 +46,7 @@ bool NotificationQueue::wasTaken(const Heartbeat& heartbeat) {
 
 bool NotificationQueue::isOutage() const {
   if (!keeps()) return false;
-  return !_connected || Clock::now() - _progress >= kStall;
+  return !_connected || (_listens && Clock::now() - _progress >= kStall);
 }
 
 void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
@@ -96,6 +97,7 @@ void NotificationQueue::tellRoom() {
 
 void NotificationQueue::update() {
   _sendable = !_waiting.empty() && _owed.size() < kMaxOwed && (_connected || !keeps());
+  _holdsAny = held() > 0;
 }
 
 const NotificationQueue::Numbered* NotificationQueue::take() {
@@ -122,9 +124,10 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
 void NotificationQueue::sent(std::uint32_t id) {
   const std::lock_guard lock(_mutex);
   if (_owed.empty()) return;
-  if (_connected) {
+  if (_connected && id != 0) {
     _owed.back().packet = id;
   } else {
+    if (_connected) Output::print("notification %u could not be sent\n", _owed.back().sequence);
     _owed.pop_back();
   }
   update();
@@ -146,6 +149,14 @@ void NotificationQueue::sessionStarted() {
   _connected = true;
   _progress = Clock::now();
   update();
+}
+
+void NotificationQueue::listensToMaster(bool listens) {
+  if (listens && _holdsAny) {
+    const std::lock_guard lock(_mutex);
+    _progress = Clock::now();
+  }
+  _listens = listens;
 }
 
 void NotificationQueue::sessionEnded() {

@@ -7,10 +7,10 @@
 // the head and leaves again, with its old number, in the next session.
 //
 // While the master answers, a full queue holds its producer up and nothing is lost. In an outage
-// (no session, or nothing acknowledged for kStall) alarms are taken in all the same and the oldest
-// ones dropped. A heartbeat waits for its turn, holding up its own thread, and is given up with the
-// session. With a capacity of 0 nothing is kept: each notification is handed to the library in its
-// turn, which drops it where there is no session.
+// (no session, or nothing acknowledged for kStall although the master was listened to) alarms are
+// taken in all the same and the oldest ones dropped. A heartbeat waits for its turn, holding up its
+// own thread, and is given up with the session. With a capacity of 0 nothing is kept: each
+// notification is handed to the library in its turn, which drops it where there is no session.
 //
 // Any thread. No other lock is taken while the queue's is held.
 
@@ -81,13 +81,17 @@ class NotificationQueue {
   /// once it was handed to the library. Prints, in front of the first one after an outage, how many
   /// were dropped.
   const Numbered* take();
-  /// What was taken last has left as packet `id` of the session.
+  /// What was taken last has left as packet `id` of the session; 0: the library has sent nothing,
+  /// which is printed.
   void sent(std::uint32_t id);
   /// True when take would yield one. No lock.
   bool hasWork() const { return _sendable.load(); }
 
   void sessionStarted();
   void sessionEnded();
+  /// Whether the library reads what the master sends: not before the request loop, nor while a
+  /// request handler waits for the unit. Main thread.
+  void listensToMaster(bool listens);
   /// The master has taken packet `id`, which may be none of ours.
   void acknowledged(std::uint32_t id);
 
@@ -126,8 +130,11 @@ class NotificationQueue {
   std::uint32_t _sequence = 0;
   std::size_t _dropped = 0;  // since the last line about it
   bool _connected = false;
-  Clock::time_point _progress{};  // when the master took something, or the queue was empty
+  // When the master took something, when it was listened to again, or when the queue was empty.
+  Clock::time_point _progress{};
   std::atomic<bool> _sendable = false;
+  std::atomic<bool> _holdsAny = false;
+  std::atomic<bool> _listens = false;
 };
 
 }  // namespace norva

@@ -58,9 +58,11 @@ int readRaw(ObjValue& record) {
 }
 
 WriteResult writeRaw(const ObjValue& record) {
+  const bool wasSilent = isSilent;
   const int result =
       withUnit(record, [&](DataManage& unit) { return unit.setObjValue(record.oid(), record); });
   if (result == 0) return WriteResult::kDone;
+  if (wasSilent) return WriteResult::kNotAsked;
   return isSilent ? WriteResult::kUnanswered : WriteResult::kRefused;
 }
 

@@ -34,9 +34,9 @@ void setNumber(ObjValue& record, const SetValue& value);
 int writeObject(ObjValue& record, const SnmpDataBase& catalogue, const SetValue& value);
 
 /// As DataManage::getObjValue and setObjValue, of the object that `record` names. A write that the
-/// unit has not answered may have been carried out.
+/// unit has not answered may have been carried out; one that it was not asked for was not.
 int readRaw(ObjValue& record);
-enum class WriteResult { kDone, kRefused, kUnanswered };
+enum class WriteResult { kDone, kRefused, kUnanswered, kNotAsked };
 WriteResult writeRaw(const ObjValue& record);
 
 }  // namespace norva

@@ -75,23 +75,24 @@ int Output::start() {
   _started = true;
   if (Thread::start() == 0) return 0;
   _started = false;
+  _isRefused = true;
   return -1;
 }
 
 void Output::write(std::string_view text, std::string_view end) {
   const std::size_t size = text.size() + end.size();
   if (size == 0) return;
-  const std::lock_guard lock(_mutex);
+  std::unique_lock lock(_mutex);
+  if (_dropped == 0 && !hasRoom(size) && _started && _mayWait) waitForRoom(lock, size);
   const bool startsLine = !_lineIsOpen;
   _lineIsOpen = (end.empty() ? text : end).back() != '\n';
-  const std::size_t waiting = _pending.size() + _writing.size();
   if (_dropped > 0) {
-    if (!startsLine || waiting > kCapacity / 2) {
+    if (!startsLine || !hasRoom(kCapacity / 2)) {
       _dropped += size;
       return;
     }
     appendNotice();
-  } else if (waiting + size > kCapacity) {
+  } else if (!hasRoom(size)) {
     _dropped = size;
     return;
   }
@@ -99,6 +100,13 @@ void Output::write(std::string_view text, std::string_view end) {
   _keptLineIsOpen = _lineIsOpen;
   const bool isMuch = _pending.size() >= kHurry && _pending.size() - size < kHurry;
   if (std::exchange(_asleep, false) || isMuch) wakeWriter();
+  if (_isRefused) takeAndWrite(lock);
+}
+
+void Output::waitForRoom(std::unique_lock<std::mutex>& lock, std::size_t size) {
+  ++_waiting;
+  _roomy.wait_for(lock, kPatience, [this, size] { return hasRoom(size) || _dropped > 0; });
+  --_waiting;
 }
 
 void Output::appendNotice() {
@@ -131,6 +139,7 @@ bool Output::takeAndWrite(std::unique_lock<std::mutex>& lock) {
   // What a full disk or a reader that is gone did not take counts with what had no room.
   _dropped += lost;
   _writing.clear();
+  if (_waiting > 0) _roomy.notify_all();
   return lost == 0;
 }
 

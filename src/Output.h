@@ -1,10 +1,11 @@
 // Standard output: everything the agent prints goes through here.
 //
-// Whoever prints never waits for the reader: the text goes into a buffer in memory, from which one
-// writer thread takes it. A live reader has it within kDelay, a terminal at once. Text that a
-// reader who has stopped reading leaves no room for is dropped, from one line to a later one, and a
-// line says how many bytes that were once he reads again. A reader that is gone costs his output
-// only.
+// Whoever prints does not wait for the reader: the text goes into a buffer in memory, from which
+// one writer thread takes it. A live reader has it within kDelay, a terminal at once. Who prints
+// faster than the writer writes is held up, for kPatience at most and never on the main thread.
+// Then text that finds no room is dropped, from one line to a later one, without holding anybody
+// up, and a line says how many bytes that were once the reader reads again. A reader that is gone
+// costs his output only.
 //
 // Output is for what happens seldom: start-up, failures. Trace is for what a request, a
 // notification or a heartbeat prints while all is well, and can be switched off.
@@ -32,6 +33,7 @@ class Output : private Thread {
   static constexpr std::size_t kCapacity = 256 * 1024;  ///< bytes that may wait for the reader
   static constexpr std::chrono::milliseconds kDelay{50};
   static constexpr std::chrono::milliseconds kQuiet{1000};
+  static constexpr std::chrono::milliseconds kPatience{100};
 
   /// As std::printf and std::puts.
   [[gnu::format(printf, 1, 2)]] static void print(const char* format, ...);
@@ -45,8 +47,11 @@ class Output : private Thread {
   explicit Output(int fd, std::chrono::milliseconds delay = kDelay);
 
   /// Starts the writer. Until then what is printed waits for `drain`. Main thread, once. 0, or -1
-  /// when the system refuses a thread.
+  /// when the system refuses a thread: whoever prints then writes himself.
   int start() override;
+
+  /// The calling thread is never held up from now on.
+  static void neverWait() { _mayWait = false; }
 
   /// `text`, then `end`.
   void write(std::string_view text, std::string_view end = {});
@@ -59,6 +64,10 @@ class Output : private Thread {
   void run() override;
 
   /// The functions below REQUIRE that the lock is held; takeAndWrite releases it meanwhile.
+  bool hasRoom(std::size_t size) const {
+    return _pending.size() + _writing.size() + size <= kCapacity;
+  }
+  void waitForRoom(std::unique_lock<std::mutex>& lock, std::size_t size);
   bool settled() const { return _pending.empty() && _writing.empty(); }
   /// False when something could not be written.
   bool takeAndWrite(std::unique_lock<std::mutex>& lock);
@@ -73,8 +82,12 @@ class Output : private Thread {
   const int _wakeFd;                 // readable once the writer is to be woken
   std::chrono::milliseconds _delay;  // zero: each text wakes the writer
   bool _started = false;
+  bool _isRefused = false;  // there is no writer
+  static inline thread_local bool _mayWait = true;
   std::mutex _mutex;                 // guards all below
   std::condition_variable _settled;  // drain waits for the writer
+  std::condition_variable _roomy;    // printers wait for the writer
+  int _waiting = 0;                  // printers that do
   std::string _pending;              // printed, not yet taken by the writer
   std::string _writing;              // taken by the writer; it alone changes the text
   bool _asleep = false;              // the writer waits until it is woken

@@ -5,7 +5,7 @@
 // pays no system call for it, and no signal can come too early: a wake-up carries the number of its
 // wait, and one that arrives behind the reply is discarded with the other leftovers.
 //
-// One wait at a time: its begin, its end and isWakeUp are called under DataManage's mutex.
+// One wait at a time: its begin, its end and classify are called under DataManage's mutex.
 
 #ifndef NORVA_REPLY_TIMER_H_
 #define NORVA_REPLY_TIMER_H_

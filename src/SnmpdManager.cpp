@@ -2,6 +2,7 @@
 
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -65,7 +66,15 @@ void SnmpdManager::run() {
   for (;;) {
     if (reportsFinding()) restartIf(reportsFinding);
     if (isTooLarge()) restartIf(isTooLarge);
+    reapOrphans();
     sleep(kPassInterval);
+  }
+}
+
+void SnmpdManager::reapOrphans() {
+  if (getpid() != 1) return;
+  const std::lock_guard lock(_restartMutex);  // whose holder waits for children of its own
+  while (waitpid(-1, nullptr, WNOHANG) > 0) {
   }
 }
 
@@ -76,7 +85,7 @@ void SnmpdManager::restartIf(bool (*isNeeded)()) {
   runInShell(kKillCommand);
   runInShell(std::string("rm ") + kSnmpdLog);
   runInShell("sync");
-  runInShell(_command);
+  launchInShell(_command);
 }
 
 int startSnmpd(const MasterAgent*, const char* confPath, const char* udpPort,
@@ -86,7 +95,7 @@ int startSnmpd(const MasterAgent*, const char* confPath, const char* udpPort,
                               confPath + " UDP:" + udpPort + " -Lf " + kSnmpdLog + " &";
   runInShell(kKillCommand);
   Output::print("cmd->%s\n", command.c_str());
-  runInShell(command);
+  launchInShell(command);
   auto* manager = new SnmpdManager(command);
   // Deliberate: a second supervisor on the same object.
   manager->start();

@@ -32,6 +32,9 @@ class SnmpdManager : public Thread {
   /// Restarts snmpd unless the other supervisor has removed the reason meanwhile.
   void restartIf(bool (*isNeeded)());
 
+  /// As the first process of a container the agent inherits every snmpd that has ended.
+  void reapOrphans();
+
   const std::string _command;
   std::mutex _restartMutex;
 };

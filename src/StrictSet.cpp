@@ -2,7 +2,6 @@
 
 #include "DataManage.h"
 #include "ObjInfo.h"
-#include "ObjectAccess.h"
 #include "Output.h"
 #include "SnmpDataBase.h"
 #include "StrictValue.h"
@@ -58,15 +57,24 @@ int StrictSet::write(const Name& name) {
   const auto prepared = _writes.find(name);
   if (prepared == _writes.end()) return SNMP_ERR_COMMITFAILED;
   Write& write = prepared->second;
-  const WriteResult result = writeRaw(write.after);
-  write.isDone = result != WriteResult::kRefused;
-  return result == WriteResult::kDone ? SNMP_ERR_NOERROR : SNMP_ERR_COMMITFAILED;
+  write.result = writeRaw(write.after);
+  return write.result == WriteResult::kDone ? SNMP_ERR_NOERROR : SNMP_ERR_COMMITFAILED;
 }
 
 int StrictSet::undo(const Name& name) {
   const auto written = _writes.find(name);
-  if (written == _writes.end() || !written->second.isDone) return SNMP_ERR_NOERROR;
-  const bool isUndone = writeRaw(written->second.before) == WriteResult::kDone;
+  if (written == _writes.end()) return SNMP_ERR_NOERROR;
+  const Write& write = written->second;
+  if (write.result == WriteResult::kRefused || write.result == WriteResult::kNotAsked) {
+    return SNMP_ERR_NOERROR;
+  }
+  // The acknowledgement that was not waited for must not be taken for this write's: a read comes
+  // behind it.
+  ObjValue present = write.before;
+  if (write.result == WriteResult::kUnanswered && readRaw(present) != 0) {
+    return SNMP_ERR_UNDOFAILED;
+  }
+  const bool isUndone = writeRaw(write.before) == WriteResult::kDone;
   return isUndone ? SNMP_ERR_NOERROR : SNMP_ERR_UNDOFAILED;
 }
 

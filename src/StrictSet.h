@@ -15,6 +15,7 @@
 
 #include "AgentLibrary.h"
 #include "ObjValue.h"
+#include "ObjectAccess.h"
 #include "SetValue.h"
 
 namespace norva {
@@ -26,16 +27,17 @@ class StrictSet {
   /// A varbind's name, whole.
   using Name = std::vector<oid>;
 
-  /// Carries out phase `mode` (MODE_SET_...) of a SET of `value` on the object `objId`, which the
-  /// mapping shows as `asnType` and lets managers write if `writable`. Returns an SNMP error
-  /// status, any but noError printed: in RESERVE1 notWritable, resourceUnavailable for an object
-  /// that cannot be read, or what encodeStrictly returns; in ACTION commitFailed; in UNDO
-  /// undoFailed.
+  /// An object as its mapping has it.
   struct Target {
     std::uint16_t objId;
     std::uint16_t asnType;
     bool writable;
   };
+
+  /// Carries out phase `mode` (MODE_SET_...) of a SET of `value` on `target`. Returns an SNMP error
+  /// status, any but noError printed: in RESERVE1 notWritable, resourceUnavailable for an object
+  /// that cannot be read, or what encodeStrictly returns; in ACTION commitFailed; in UNDO
+  /// undoFailed.
   int perform(int mode, const Name& name, const Target& target, const SetValue& value,
               const SnmpDataBase& catalogue);
 
@@ -43,7 +45,7 @@ class StrictSet {
   struct Write {
     ObjValue before;
     ObjValue after;
-    bool isDone = false;  ///< or may be: the unit has not answered
+    WriteResult result = WriteResult::kNotAsked;
   };
 
   int check(const Name& name, const Target& target, const SetValue& value,

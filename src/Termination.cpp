@@ -18,7 +18,7 @@ namespace {
 
 /// How long killall may take. It ends the process itself.
 constexpr std::chrono::milliseconds kKillLimit{1000};
-constexpr std::chrono::milliseconds kOutputLimit{1000};
+constexpr std::chrono::milliseconds kOutputLimit{500};
 
 /// The process ends through killall. Where that is missing or hangs, or the process runs under
 /// another name (an emulator, a debugger), it ends itself; process 1 of a container does not die of
@@ -84,6 +84,7 @@ void Termination::run() {
   const LibraryGate::Loan loan(LibraryGate::getInstance(), kGateLimit);
   if (loan.held()) shutDownLibrary(loan, agentXName);
   Output::getInstance().drain(kOutputLimit);
+  Output::standardError().drain(kOutputLimit);
   killAll();
 }
 

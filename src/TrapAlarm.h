@@ -55,6 +55,7 @@ class TrapAlarm : public Thread, public LibraryWork {
   bool isWaiting() const override { return _queue.hasWork(); }
   /// Sends as many of them as may leave, at most `most`.
   void perform(std::size_t most) override;
+  void deviceWait(bool begins) override { _queue.listensToMaster(!begins); }
 
  private:
   using Sender = std::function<void(netsnmp_variable_list*)>;

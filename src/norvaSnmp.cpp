@@ -65,6 +65,7 @@ void printUsage(const char* program) {
 
 [[noreturn]] void exitWith(int status) {
   Output::getInstance().drain(kExitOutputLimit);
+  Output::standardError().drain(kExitOutputLimit);
   std::exit(status);
 }
 
@@ -267,6 +268,8 @@ void startWithMaster(const Options& options) {
   constexpr std::size_t kNotificationsPerTurn = 16;
   DataManage::getInstance()->limitWaits(Settings::get().deviceTimeout);
   Trace::enable(Settings::get().trace);
+  NotificationQueue::getInstance().listensToMaster(true);
+  Output::neverWait();
   LibraryGate& gate = LibraryGate::getInstance();
   for (;;) {
     gate.performWork(kNotificationsPerTurn);

@@ -207,6 +207,27 @@ def test_unit_that_dies_in_the_middle(restored):
     wait_until(lambda: restored.get(second(1))[0].value == 0, what="the first one put back")
 
 
+def test_late_reply_to_a_read_is_no_refusal(restored):
+    """A read has not waited for its reply, which comes in the middle of the write."""
+    restored.ctl("fault", "delay", 2300, "--count", 1, "--object", hex(SECOND_TABLE))
+    assert restored.get(second(1))[0].value is None
+    restored.ctl("fault", "delay", 150)
+    restored.set(second(1), "i", 42, timeout=30)
+    restored.ctl("fault", "none")
+    assert restored.held(SECOND_TABLE)[-1] == 42
+
+
+def test_only_what_was_asked_for_is_put_back(restored):
+    """The unit is silent at the first of two writes: the second one's object is left alone."""
+    before = len(restored.frames())
+    restored.ctl("fault", "silent", "--on", "set", "--count", 1)
+    with pytest.raises(SnmpError, match="commitFailed|undoFailed"):
+        restored.set(second(1), "i", 55, second(2), "i", 56, timeout=40)
+    assert {frame[2:4] for frame in restored.writes(before)} == {
+        SECOND_TABLE.to_bytes(2, "little")}
+    wait_until(lambda: restored.get(second(1))[0].value == 0, what="the first one put back")
+
+
 def test_object_that_changes_between_check_and_write(restored):
     """The write goes through."""
     restored.ctl("fault", "delay", 700, "--object", hex(SECOND_TABLE))

@@ -28,6 +28,7 @@ struct CountedWork : LibraryWork {
       ++done;
     }
   }
+  void deviceWait(bool) override {}
   std::atomic<bool> begun = false;
   std::atomic<int> waiting = 0, done = 0;
   milliseconds duration{0};

@@ -21,7 +21,10 @@ Notification named(int number) {
 
 class NotificationQueueTest : public testing::Test {
  protected:
-  NotificationQueueTest() { queue.sessionStarted(); }
+  NotificationQueueTest() {
+    queue.sessionStarted();
+    queue.listensToMaster(true);
+  }
 
   void pushUpTo(int last) {
     while (pushed < last) queue.push(named(++pushed));
@@ -104,8 +107,12 @@ TEST_F(NotificationQueueTest, HoldsItsProducerUpWhileTheMasterAnswers) {
   ASSERT_EQ(third.wait_for(kPatience), std::future_status::ready);
   EXPECT_EQ(sendAll(), "3#3 ");
 
-  // The master takes no more: alarms are taken in all the same after a while.
+  // Nobody listens to the master, so that he seems to take nothing.
+  queue.listensToMaster(false);
   auto fourth = pushInBackground(4);
+  EXPECT_EQ(fourth.wait_for(NotificationQueue::kStall + kGrace), std::future_status::timeout);
+  // He takes no more: alarms are taken in all the same after a while.
+  queue.listensToMaster(true);
   EXPECT_EQ(fourth.wait_for(kGrace), std::future_status::timeout);
   EXPECT_EQ(fourth.wait_for(kPatience), std::future_status::ready);
 }

@@ -31,12 +31,6 @@ class DefaultWorld(World):
                                f'exec {shutil.which(name)} "$@"\n')
             wrapper.chmod(0o755)
 
-    def inside(self, script):
-        """The output of a shell script that must not fail."""
-        result = self.run("sh", "-ec", script)
-        assert result.returncode == 0, result.stderr
-        return result.stdout
-
     def path(self, inside):
         """A path in a covered directory, as it is reached from outside."""
         return Path(f"/proc/{self.unit.pid()}/root{inside}")

@@ -232,6 +232,12 @@ class World:
         return subprocess.run([*self.enter, *command], env=self.environment, timeout=timeout,
                               capture_output=True, encoding="latin-1", **options)
 
+    def inside(self, script):
+        """The output of a shell script that must not fail."""
+        result = self.run("sh", "-ec", script)
+        assert result.returncode == 0, result.stderr
+        return result.stdout
+
     def spawn(self, name, command, stdout=None, env=None):
         """Starts a program. Its standard output goes to the file NAME.log or to what is given, its
         standard error to NAME-errors.log."""
