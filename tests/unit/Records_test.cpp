@@ -9,8 +9,11 @@ namespace {
 
 TEST(RecordsTest, ATextEndsWithTheTrapMessage) {
   const Bytes received(300, 'x');
-  const TrapMessage message(received.data(), received.size());
-  EXPECT_EQ(message.text(TrapMessage::kText4).size(), 213U - 21);
+  struct {
+    TrapMessage message;
+    char behind[16];
+  } record{TrapMessage(received.data(), received.size()), "behind"};
+  EXPECT_EQ(record.message.text(TrapMessage::kText4).size(), 213U - 21);
 }
 
 TEST(RecordsTest, ASetFrameIsFilledBeyondTheValueWithZeros) {
