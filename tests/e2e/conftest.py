@@ -12,18 +12,14 @@ sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools/world"))
 from world import World, WorldError, wait_until  # noqa: E402
 
 
-def wait_handled(pid):
+def wait_started(world):
     """The agent answers already while it registers its objects; the handler of SIGTERM is
     installed last."""
     def handled():
         caught = re.search(r"SigCgt:\s*(\w+)", status.read_text())[1]
         return int(caught, 16) >> (signal.SIGTERM - 1) & 1
-    status = Path(f"/proc/{pid}/status")
+    status = Path(f"/proc/{world.agent.pid()}/status")
     wait_until(handled, what="the start-up done")
-
-
-def wait_started(world):
-    wait_handled(world.agent.pid())
 
 
 def printed(world, after=0):

@@ -8,7 +8,7 @@ from pathlib import Path
 
 import pytest
 
-from conftest import wait_handled, wait_started
+from conftest import wait_started
 from world import ROOT, World, wait_until
 
 SCALAR = f"{ROOT}.1.1.1.1.0"
@@ -207,7 +207,10 @@ def test_sigterm_without_the_help_of_others(ready, tmp_path, state, prefix, stat
     (tmp_path / "killall").chmod(0o755)
     ready.start_agent(prefix=[word.format(bin=tmp_path) for word in prefix])
     agent = agent_process(ready, prefix)
-    wait_handled(agent)
+    # As the first process it has a handler from the beginning. What it answers behind this line it
+    # answers with the last one installed.
+    ready.wait_output("init_snmp end....\n")
+    assert_right(ready)
     state(ready)
     os.kill(agent, signal.SIGTERM)
     assert ready.agent.wait(5) == status

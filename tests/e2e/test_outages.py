@@ -205,7 +205,7 @@ def test_master_stopped(world, ping):
 
 def test_no_trace(world):
     """Nothing is printed for what succeeds; failures are."""
-    receiver = start(world, "norvaTrace no", "norvaDeviceTimeout 1")
+    receiver = start(world, "norvaTrace no", "norvaDeviceTimeout 1", master=PATIENT_MASTER)
     world.wait_output("Init _heartBeatInterval is 255 \n")
     assert_right(world)
     time.sleep(0.2)
