@@ -3,6 +3,8 @@
 import json
 import os
 import re
+import shutil
+import sqlite3
 import subprocess
 import time
 
@@ -113,6 +115,9 @@ def test_planted_errors(world):
     database = world.make_database(*LOOSE, *(planted[0] for planted in PLANTED), base=False)
     found = [(severity, text) for _, severity, text in findings(database)]
     assert sorted(found) == sorted(planted[1:3] for planted in PLANTED if planted[1])
+    conversions = {line["oid"]: line["conversion"]
+                   for line in json.loads(norvamap("list", database, "--format", "json"))}
+    assert conversions[f"{ROOT}.10.1.1.4.1.0"] == "/ 10^1 as text"
     serve(world, database)
     for planted in PLANTED:
         check_answers(world, planted[3])
@@ -355,7 +360,8 @@ ODD_NAMES = ["RF  Power (dBm)", "2G Power", "Größe", "Site", "Site", "site", "
     ([scalar_row(0x0100 + number, number + 1, name=name.replace("'", "''"))
      for number, name in enumerate(ODD_NAMES)]
     + column(0x1000, ".20", 2) + column(0x1020, ".20", 3)
-    + [f"UPDATE {CELLS} SET c8 = 'RU ' || c9 || ' Row'"],
+    + [f"UPDATE {CELLS} SET c8 = 'RU ' || c9 || ' Row'",
+       f"UPDATE {SCALARS} SET c5 = '65535' WHERE c0 = '0100'"],
      len(ODD_NAMES) + 6),
 ], ids=["empty", "large", "odd names"])
 def test_module_is_clean(tmp_path, rows, count):
@@ -367,6 +373,8 @@ def test_module_is_clean(tmp_path, rows, count):
         assert lint(tmp_path) == ""
         objects = set(re.findall(r"^(\w+) OBJECT-TYPE", text, re.M))
         assert len({name.lower() for name in objects}) == text.count(" OBJECT-TYPE\n") == count
+        if count == len(ODD_NAMES) + 6:  # who shares a name has his object id behind it
+            assert {"site0103", "site0104", "site0105", "rfPowerDBm", "n2GPower"} <= objects
 
 
 def test_module_of_the_sample(world, module_directory):
@@ -444,6 +452,22 @@ def test_diff(world):
     assert "10.2.1.8.1.0 \"cell\"" not in norvamap("diff", new, old, status=1)
     added = world.make_database(scalar_row(0x0999, 50, name="New"), base=old)
     assert norvamap("diff", old, added) == f'{ROOT}.1.1.1.50.0 "New": added: object 0x0999\n'
+
+
+def test_nothing_is_written(world):
+    """Not even what SQLite itself puts in order: here a log that another program left behind."""
+    left = world.directory / "left.db"
+    writer = sqlite3.connect(world.make_database(*LOOSE[:2], base=False))
+    writer.execute("PRAGMA journal_mode = WAL")
+    writer.execute(scalar_row(0x0101, 1))
+    writer.commit()
+    source = writer.execute("PRAGMA database_list").fetchone()[2]
+    for end in ("", "-wal"):
+        shutil.copy(source + end, f"{left}{end}")
+    writer.close()
+    before = [(path.name, path.read_bytes()) for path in (left, left.with_name("left.db-wal"))]
+    assert "0x0101" in norvamap("list", left)
+    assert [(name, (world.directory / name).read_bytes()) for name, _ in before] == before
 
 
 @pytest.mark.parametrize("sql, said", [
