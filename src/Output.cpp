@@ -100,7 +100,10 @@ void Output::write(std::string_view text, std::string_view end) {
   _keptLineIsOpen = _lineIsOpen;
   const bool isMuch = _pending.size() >= kHurry && _pending.size() - size < kHurry;
   if (std::exchange(_asleep, false) || isMuch) wakeWriter();
-  if (_isRefused) takeAndWrite(lock);
+  if (_isRefused) {
+    writeAll(_pending);
+    _pending.clear();
+  }
 }
 
 void Output::waitForRoom(std::unique_lock<std::mutex>& lock, std::size_t size) {
