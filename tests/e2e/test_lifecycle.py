@@ -104,6 +104,21 @@ def test_standard_descriptors_closed_at_the_start(ready):
     assert_right(ready)
 
 
+def test_start_ends_where_notifications_would_wait_for_ever(ready):
+    """The last descriptor that the start opens is that which wakes the main thread for them."""
+    ready.start_agent()
+    wait_started(ready)
+    descriptors = Path(f"/proc/{ready.agent.pid()}/fd")
+    last = max(int(entry.name) for entry in descriptors.iterdir()
+               if os.readlink(entry) == "anon_inode:[eventfd]")
+    ready.agent.signal(signal.SIGTERM)
+    ready.agent.wait()
+    ready.start_agent(prefix=["prlimit", f"--nofile={last}"], wait=False)
+    assert ready.agent.wait() == 1
+    assert ready.agent_output().endswith(
+        "init_snmp end....\nLibraryGate: no wake-up descriptor: Too many open files\n")
+
+
 def test_reader_of_the_output_stops_and_comes_back(ready):
     """He is told how much he missed."""
     reader = start_piped(ready)
