@@ -2,10 +2,10 @@
 // their own while the main thread serves requests.
 //
 // The rule: library state is touched by the gate's holder only. The main thread holds the gate,
-// also while it waits for work inside agent_check_and_process. What other threads want done with
-// the library they announce as work, and whoever holds the gate does it: the main thread between
-// two turns of its loop, woken through a file descriptor that `open` registers with the library; or
-// the announcing thread itself while a request handler waits for the device (DeviceWait), so that a
+// also while it waits for work inside processEvents. What other threads want done with the library
+// they announce as work, and whoever holds the gate does it: the main thread between two turns of
+// its loop, woken through a file descriptor that `open` registers with the library; or the
+// announcing thread itself while a request handler waits for the device (DeviceWait), so that a
 // silent control process does not stop notifications. Nobody waits for the gate but the thread that
 // ends the process (Loan).
 //

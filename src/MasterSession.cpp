@@ -59,9 +59,10 @@ int watchSent(netsnmp_transport* transport, Buffer buffer, int size, void** opaq
 
 int sessionStarted(int, int, void* started, void*) {
   auto* session = static_cast<netsnmp_session*>(started);
+  netsnmp_transport* transport = transportOf(session);
+  if (transport == nullptr) return 0;
   session->retries = 0;
   session->timeout = kPatience;
-  netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
   state.transport = transport;
   if (transport->f_recv != watchReceived) {
     state.receive = std::exchange(transport->f_recv, watchReceived);

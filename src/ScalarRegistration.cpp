@@ -51,9 +51,7 @@ void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>
     entries.push_back(registrationEntry(object));
   }
   if (entries.empty()) return;
-  // Entries of any name length are taken by their size; the library copies them.
-  register_mib("repeaters", reinterpret_cast<struct variable*>(entries.data()),
-               sizeof(struct variable4), entries.size(), root.data(), root.size());
+  registerVariables("repeaters", entries, root);
 }
 
 }  // namespace norva

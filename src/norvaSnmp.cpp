@@ -274,7 +274,7 @@ void startWithMaster(const Options& options) {
   for (;;) {
     gate.performWork(kNotificationsPerTurn);
     beginTurn();
-    agent_check_and_process(gate.hasWork() ? 0 : 1);
+    processEvents(!gate.hasWork());
   }
 }
 
