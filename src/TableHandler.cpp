@@ -118,9 +118,12 @@ int setCellStrictly(TableClassState& state, int mode, netsnmp_request_info* requ
   const auto* row = static_cast<const RowContext*>(netsnmp_extract_iterator_context(request));
   const netsnmp_table_request_info* table = netsnmp_extract_table_info(request);
   SnmpTableObjRecord cell;
-  if (table != nullptr && table->colnum == kIndexColumn) return SNMP_ERR_NOTWRITABLE;
-  if (row == nullptr || table == nullptr || findCell(state, *table, *row, cell) == -1) {
-    return SNMP_ERR_NOCREATION;
+  if (row == nullptr || table == nullptr || table->colnum == kIndexColumn ||
+      findCell(state, *table, *row, cell) == -1) {
+    // Refused in the first phase, so that there is nothing to write, put back or forget.
+    if (mode != MODE_SET_RESERVE1) return SNMP_ERR_NOERROR;
+    const bool isIndex = table != nullptr && table->colnum == kIndexColumn;
+    return isIndex ? SNMP_ERR_NOTWRITABLE : SNMP_ERR_NOCREATION;
   }
   const netsnmp_variable_list& variable = *request->requestvb;
   const SetValue value(variable.type, variable.val.string, variable.val_len);
