@@ -20,7 +20,10 @@ def start(world, sinks, *commands):
         world.ctl(*command.split(None, 2 if command.startswith("set") else 1))
     receiver = Receiver(world)
     world.start_master(sinks)
-    world.start_agent()
+    # Not asked for anything before it has printed the last line of its start.
+    world.start_agent(wait=False)
+    world.wait_output("_heartBeatInterval is changed to ")
+    world.wait_served()
     return receiver
 
 
