@@ -6,6 +6,30 @@
 
 namespace norva {
 
+namespace {
+
+void (*writeLog)(const char* text) = nullptr;
+bool hasLogged = false;
+
+int logged(netsnmp_log_handler*, int, const char* text) {
+  hasLogged = true;
+  if (writeLog != nullptr) writeLog(text);
+  return 1;
+}
+
+}  // namespace
+
+void routeLog(void (*write)(const char* text)) {
+  netsnmp_log_handler* route = netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
+  if (route == nullptr) return;
+  route->handler = logged;
+  // The second limit of a handler is the most severe priority that it takes, in the development
+  // branch the least severe one: tried with a message that is not written.
+  snmp_log(LOG_DEBUG, "norvaSnmp\n");
+  if (!hasLogged) route->pri_max = LOG_DEBUG;
+  writeLog = write;
+}
+
 void processEvents(bool wait) {
   int end = 0;  // of the descriptors' numbers
   fd_set read, write, except;

@@ -19,6 +19,9 @@
 
 namespace norva {
 
+/// Has all that the library logs written by `write`. Once, before its first message.
+void routeLog(void (*write)(const char* text));
+
 /// One turn of the library's loop: what has come from the master, the registered descriptors, what
 /// is due by time. With `wait` not before there is any of that. As agent_check_and_process, which
 /// does not look at registered descriptors in 5.7.3 and before.

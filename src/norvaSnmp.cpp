@@ -160,14 +160,7 @@ void openStandardDescriptors() {
 
 /// What the library logs reaches standard error without anybody waiting for its reader.
 void routeLibraryLog() {
-  netsnmp_register_loghandler(NETSNMP_LOGHANDLER_CALLBACK, LOG_DEBUG);
-  snmp_register_callback(
-      SNMP_CALLBACK_LIBRARY, SNMP_CALLBACK_LOGGING,
-      [](int, int, void* message, void*) {
-        Output::standardError().write(static_cast<const snmp_log_message*>(message)->msg);
-        return 0;
-      },
-      nullptr);
+  routeLog([](const char* text) { Output::standardError().write(text); });
 }
 
 /// Lets the library set up its MIB tree without any MIB text, which an agent does not need:
