@@ -24,7 +24,7 @@ bool NotificationQueue::push(Notification notification) {
     waitForChange(
         lock, keeps() ? (_listens ? _progress : Clock::now()) + kStall : Clock::time_point::max());
   }
-  const bool mustTell = append({{std::move(notification)}, nullptr});
+  const bool mustTell = append({{std::move(notification)}, 0});
   while (keeps() && _waiting.size() > _capacity) dropOldest();
   return mustTell;
 }
@@ -32,16 +32,19 @@ bool NotificationQueue::push(Notification notification) {
 NotificationQueue::Heartbeat NotificationQueue::pushHeartbeat(Notification notification) {
   std::unique_lock lock(_mutex);
   while (!hasRoom() && (_connected || !keeps())) waitForChange(lock, Clock::time_point::max());
-  if (keeps() && !_connected) return {nullptr, false};
-  auto fate = std::make_shared<Fate>(Fate::kWaiting);
-  return {fate, append({{std::move(notification)}, fate})};
+  if (keeps() && !_connected) return {0, false};
+  if (++_lastHeartbeat == 0) ++_lastHeartbeat;
+  _fates[_lastHeartbeat] = Fate::kWaiting;
+  return {_lastHeartbeat, append({{std::move(notification)}, _lastHeartbeat})};
 }
 
 bool NotificationQueue::wasTaken(const Heartbeat& heartbeat) {
-  if (heartbeat.fate == nullptr) return false;
+  if (heartbeat.id == 0) return false;
   std::unique_lock lock(_mutex);
-  _changed.wait(lock, [&heartbeat] { return *heartbeat.fate != Fate::kWaiting; });
-  return *heartbeat.fate == Fate::kTaken;
+  _changed.wait(lock, [&] { return _fates.at(heartbeat.id) != Fate::kWaiting; });
+  const bool wasTaken = _fates.at(heartbeat.id) == Fate::kTaken;
+  _fates.erase(heartbeat.id);
+  return wasTaken;
 }
 
 bool NotificationQueue::isOutage() const {
@@ -84,8 +87,9 @@ void NotificationQueue::dropOldest() {
 }
 
 void NotificationQueue::settle(const Entry& entry, Fate fate) {
-  if (!entry.isHeartbeat() || *entry.fate != Fate::kWaiting) return;
-  *entry.fate = fate;
+  const auto found = _fates.find(entry.heartbeat);
+  if (found == _fates.end() || found->second != Fate::kWaiting) return;
+  found->second = fate;
   _changed.notify_all();
 }
 

@@ -23,7 +23,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <memory>
+#include <map>
 #include <mutex>
 #include <string>
 
@@ -60,11 +60,9 @@ class NotificationQueue {
   /// there was nothing to send before.
   bool push(Notification notification);
 
-  /// The fate of a heartbeat, shared with its producer.
-  enum class Fate : std::uint8_t { kWaiting, kTaken, kGivenUp };
   struct Heartbeat {
-    std::shared_ptr<Fate> fate;  ///< null: there is no session, the heartbeat is given up
-    bool mustTell;               ///< as push returns
+    std::uint32_t id;  ///< 0: there is no session, the heartbeat is given up
+    bool mustTell;     ///< as push returns
   };
   /// Puts a heartbeat in, waiting for room.
   Heartbeat pushHeartbeat(Notification notification);
@@ -97,12 +95,13 @@ class NotificationQueue {
 
  private:
   using Clock = std::chrono::steady_clock;
+  enum class Fate : std::uint8_t { kWaiting, kTaken, kGivenUp };
 
   struct Entry : Numbered {
-    std::shared_ptr<Fate> fate;  ///< a heartbeat's
+    std::uint32_t heartbeat = 0;  ///< its id; 0: an alarm
     std::uint32_t packet = 0;
 
-    bool isHeartbeat() const { return fate != nullptr; }
+    bool isHeartbeat() const { return heartbeat != 0; }
   };
 
   // All below REQUIRE the lock.
@@ -127,6 +126,8 @@ class NotificationQueue {
   std::size_t _capacity = 1000;
   std::deque<Entry> _waiting;
   std::deque<Entry> _owed;
+  std::map<std::uint32_t, Fate> _fates;  // of heartbeats whose producers wait
+  std::uint32_t _lastHeartbeat = 0;
   std::uint32_t _sequence = 0;
   std::size_t _dropped = 0;  // since the last line about it
   bool _connected = false;
