@@ -11,7 +11,7 @@ namespace {
 
 /// The library's part is played: a session of any kind, and the callbacks that tell of it.
 TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
-  auto* queue = new NotificationQueue;
+  static auto* const queue = new NotificationQueue;  // the library's callbacks keep it
   MasterSession::follow(*queue);
   netsnmp_session wanted;
   snmp_sess_init(&wanted);

@@ -156,14 +156,12 @@ TEST(Sqlite3Test, AFailedGetTableLeavesNothingToGiveBack) {
   const TemporaryDirectory directory;
   Sqlite3 db((directory.path + "/map.db").c_str());
   ASSERT_EQ(db.open(), 0);
-  for (const std::string& table : {std::string("MISSING"), std::string(300, 'T')}) {
-    char* garbage = nullptr;
-    char** result = &garbage;
-    int rows = 0;
-    int columns = 0;
-    EXPECT_EQ(db.getTable(table.c_str(), &result, &rows, &columns), -1);
-    EXPECT_EQ(result, nullptr);
-  }
+  char* garbage = nullptr;
+  char** result = &garbage;
+  int rows = 0;
+  int columns = 0;
+  EXPECT_EQ(db.getTable(std::string(300, 'T').c_str(), &result, &rows, &columns), -1);
+  EXPECT_EQ(result, nullptr);
 }
 
 }  // namespace

@@ -121,10 +121,10 @@ TEST(ThreadTest, AProducerThatIsStoppedWhileItWaitsLeavesTheQueueUsable) {
     }
     NotificationQueue& queue;
   };
-  auto* queue = new NotificationQueue;
+  static auto* const queue = new NotificationQueue;  // both outlive the thread
   queue->setCapacity(1);
   queue->sessionStarted();
-  auto* producer = new Producer(*queue);
+  static auto* const producer = new Producer(*queue);
   ASSERT_EQ(producer->start(), 0);
   while (!queue->hasWork()) std::this_thread::yield();
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
