@@ -44,6 +44,7 @@ void shutDownLibrary(const LibraryGate::Loan& loan, const char* name) {
 Termination* Termination::_instance = nullptr;
 
 void Termination::beforeStartUp() {
+  _instance = new Termination;
   if (getpid() != 1) return;
   signal(SIGTERM, [](int) { _exit(128 + SIGTERM); });
 }
@@ -63,7 +64,6 @@ Termination::Termination() : Thread(kRunning, 0, 0) {
 }
 
 bool Termination::prepare() {
-  _instance = new Termination;
   if (_instance->_watchdog.start() != 0 || _instance->start() != 0) return false;
   _instance->_watchdog.markRunning();
   _instance->markRunning();

@@ -30,11 +30,12 @@ class Termination : public Thread {
   static inline const char* agentXName = nullptr;
 
   /// Before the handler is installed SIGTERM ends the process by its default action, but for the
-  /// first process of a container, which has none: that is given one here. Main thread.
+  /// first process of a container, which has none: that is given one here. Main thread, before any
+  /// other is started: each of them may be the one that the signal interrupts.
   static void beforeStartUp();
 
-  /// Starts the two threads. False when the system refuses them; `handler` is not to be installed
-  /// then. Main thread, once.
+  /// Starts the two threads, after beforeStartUp(). False when the system refuses them; `handler`
+  /// is not to be installed then. Main thread, once.
   static bool prepare();
 
   /// For signal(): wakes the termination thread for SIGTERM, SIGINT and SIGKILL, ignores others.
