@@ -36,7 +36,7 @@ class Polling:
         self._loops = [world.spawn(f"poll-{number}", ["sh", "-c", _LOOP, "sh", manager,
                                                       f"poll-{number}"])
                        for number, manager in enumerate(managers)]
-        wait_until(lambda: min(self.answers()) > 0, what="answers to all managers")
+        wait_until(lambda: min(self.answers()) > 0, 60, "answers to all managers")
 
     def answers(self):
         """How often each manager got the same answer."""
