@@ -19,7 +19,8 @@ NOBODY = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
 
 @pytest.fixture(scope="module")
 def site():
-    """The sample data, served by an snmpd with the shipped configuration and what it says to add."""
+    """The sample data, served by an snmpd with the shipped configuration and the line that it says
+    to add."""
     with World(cover=("/var",)) as world:
         world.inside(f"ip address add {ELSEWHERE}/32 dev lo; chmod 755 {world.directory}")
         world.start_unit()

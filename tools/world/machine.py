@@ -1,8 +1,9 @@
 """A Debian machine of its own for trying packages: a fresh root, made once by mmdebstrap, in which
 systemd runs as process 1, in IPC, PID, mount, network, cgroup and UTS namespaces.
 
-Needs root. What happens inside is kept in memory and gone with the machine; the root itself is never
-changed. Its network is its loopback: what is installed inside must need nothing from elsewhere.
+Needs root. What happens inside is kept in memory and gone with the machine; the root itself is
+never changed. Its network is its loopback: what is installed inside must need nothing from
+elsewhere.
 """
 
 import hashlib
@@ -12,7 +13,7 @@ import subprocess
 import tempfile
 from pathlib import Path
 
-from world import wait_until
+from world import WorldError, wait_until
 
 # Beside what every Debian has: what the packages and their trial need, and systemd.
 _PACKAGES = ["adduser", "bash-completion", "libsqlite3-0", "libyaml-cpp0.7", "procps", "psmisc",
@@ -67,6 +68,8 @@ def make_root():
     """The directory of the root, in the user's cache; made if it is not there."""
     name = hashlib.sha256(" ".join(_PACKAGES + _LEFT_OUT).encode()).hexdigest()[:16]
     root = Path.home() / ".cache/norva" / f"debian-bookworm-{name}"
+    if os.geteuid() != 0:
+        raise Unavailable("not root")
     if root.exists():
         return root
     if not shutil.which("mmdebstrap"):
@@ -91,26 +94,27 @@ class Machine:
     """A running machine; a context manager. `share` is a directory to be seen inside as /mnt."""
 
     def __init__(self, share):
-        if os.geteuid() != 0:
-            raise Unavailable("not root")
         root = make_root()
         self._work = Path(tempfile.mkdtemp(prefix="norva-machine-"))
-        self._log = open(self._work / "../" / f"{self._work.name}.log", "w+")
-        self._cgroups = self._make_cgroups()
-        self._boot(root)
+        self._log = open(f"{self._work}.log", "w+")
+        self._cgroups = []
+        self._unshare = None
+        try:
+            self._make_cgroups()
+            self._boot(root)
+        except (OSError, WorldError) as error:
+            printed = " ".join(Path(self._log.name).read_text().split())
+            self.close()
+            raise Unavailable(f"systemd does not start: {printed or error}") from error
         self._share(share)
 
     def _make_cgroups(self):
         """A control group in each hierarchy that systemd will look after inside."""
         top = Path("/sys/fs/cgroup")
-        tops = [top / "systemd", top / "unified"] if (top / "systemd").is_dir() else [top]
-        try:
-            groups = [parent / self._work.name for parent in tops]
-            for group in groups:
-                group.mkdir()
-        except OSError as error:
-            raise Unavailable(f"no control groups: {error}") from error
-        return groups
+        for parent in [top / "systemd", top / "unified"] if (top / "systemd").is_dir() else [top]:
+            group = parent / self._work.name
+            group.mkdir()
+            self._cgroups.append(group)
 
     def _boot(self, root):
         def enter_cgroups():
@@ -121,14 +125,9 @@ class Machine:
              "--kill-child", "sh", "-c", _BOOT, "sh", root, self._work],
             stdin=subprocess.DEVNULL, stdout=self._log, stderr=self._log, preexec_fn=enter_cgroups)
         children = Path(f"/proc/{self._unshare.pid}/task/{self._unshare.pid}/children")
-        try:
-            pid = int(wait_until(lambda: children.read_text().split(), what="process 1")[0])
-            comm = Path(f"/proc/{pid}/comm")
-            wait_until(lambda: comm.read_text() == "systemd\n", what="systemd as process 1")
-        except Exception as error:
-            reason = " ".join(Path(self._log.name).read_text().split())
-            self.close()
-            raise Unavailable(f"systemd does not start: {reason or error}") from error
+        pid = int(wait_until(lambda: children.read_text().split(), what="process 1")[0])
+        comm = Path(f"/proc/{pid}/comm")
+        wait_until(lambda: comm.read_text() == "systemd\n", what="systemd as process 1")
         self._enter = ["nsenter", f"--target={pid}", "--cgroup", "--ipc", "--mount", "--net",
                        "--uts", "--pid", "--root", "--wd"]
         wait_until(lambda: self.shell("systemctl is-system-running --wait") == "running\n", 60,
@@ -136,7 +135,8 @@ class Machine:
 
     def _share(self, directory):
         """Copies: what the machine's root shows of this one is nothing."""
-        tar = subprocess.run(["tar", "-c", "-C", directory, "."], stdout=subprocess.PIPE, check=True)
+        tar = subprocess.run(["tar", "-c", "-C", directory, "."], stdout=subprocess.PIPE,
+                             check=True)
         subprocess.run([*self._enter, "tar", "-x", "-C", "/mnt", "--no-same-owner"],
                        input=tar.stdout, check=True)
 
@@ -145,8 +145,9 @@ class Machine:
         if user:
             command = ["setpriv", f"--reuid={user}", f"--regid={user}", "--init-groups", "env",
                        f"HOME=/home/{user}", *command]
-        return subprocess.run([*self._enter, "env", "-i", "LC_ALL=C", "DEBIAN_FRONTEND=noninteractive",
-                               "PATH=/usr/sbin:/usr/bin:/sbin:/bin", *map(str, command)],
+        environment = ["LC_ALL=C", "DEBIAN_FRONTEND=noninteractive",
+                       "PATH=/usr/sbin:/usr/bin:/sbin:/bin"]
+        return subprocess.run([*self._enter, "env", "-i", *environment, *map(str, command)],
                               stdin=subprocess.DEVNULL, capture_output=True, encoding="latin-1",
                               timeout=timeout, check=False)
 
@@ -156,8 +157,9 @@ class Machine:
         return result.stdout
 
     def close(self):
-        self._unshare.kill()
-        self._unshare.wait(10)
+        if self._unshare:
+            self._unshare.kill()
+            self._unshare.wait(10)
         self._log.close()
         os.unlink(self._log.name)
         for group in self._cgroups:
