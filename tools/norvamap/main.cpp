@@ -36,6 +36,7 @@ struct Options {
   std::string format;
   std::string module = "NORVA-MIB";
   std::string names;
+  std::string access;
   std::string other;  // diff: the new database; decode: the trace
 };
 
@@ -87,7 +88,7 @@ int runMib(const Options& options) {
 int runExporter(const Options& options) {
   const Mapping mapping(options.database, options.root);
   mapping.requireComplete();
-  print(exporterModules(mapping, annotationsOf(options, mapping)));
+  print(exporterModules(mapping, annotationsOf(options, mapping), options.access));
   return 0;
 }
 
@@ -173,7 +174,10 @@ int main(int argc, char** argv) {
       ->type_name("NAME")
       ->capture_default_str();
   addNames(mib, options);
-  addNames(addCommand("exporter", "Write modules for snmp_exporter", runExporter), options);
+  CLI::App* exporter = addCommand("exporter", "Write modules for snmp_exporter", runExporter);
+  addNames(exporter, options);
+  exporter->add_option("--access", options.access, "SNMP version and credentials: see norvamap(1)")
+      ->type_name("FILE");
   CLI::App* decode = addCommand("decode", "Put the agent's trace into words", runDecode);
   decode->add_option("FILE", options.other, "Trace; without it, standard input")->type_name("");
   CLI::App* diff = addCommand("diff", "What changes for managers from DB to NEW", runDiff);

@@ -160,9 +160,11 @@ class Process:
 class World:
     """See the module. Use it as a context manager, or call close()."""
 
-    def __init__(self, build=None, cover=()):
+    def __init__(self, build=None, cover=(), network=None, address="127.0.0.1:1161"):
         """`build`: build directory, by default the environment's NORVA_BUILD or build/dev.
-        `cover`: directories that are empty and writable inside, such as /home."""
+        `cover`: directories that are empty and writable inside, such as /home.
+        `network`: another world, which outlives this one, to share the network of.
+        `address`: where the master listens."""
         build = Path(build or os.environ.get("NORVA_BUILD") or SOURCE / "build/dev").resolve()
         self.directory = Path(tempfile.mkdtemp(prefix="norva-", dir="/tmp"))
         self.build = self.directory / "build"
@@ -170,6 +172,7 @@ class World:
         self.database = self.directory / "mapping.db"
         self.objects = self.directory / "unit.objects"
         self.record = self.directory / "frames"
+        self.address = address
         self.agent = self.master = self.unit = None
         self._processes = []
         self.environment = dict(
@@ -183,7 +186,7 @@ class World:
         self.settings()
         shutil.copy(SOURCE / "data/unit.objects", self.objects)
         shutil.copy(build / "data/mapping.db", self.database)
-        self._hold(build, cover)
+        self._hold(build, cover, network)
 
     def settings(self, *lines, ping=1):
         """The configuration file of the agent "demo", for its next start: `lines`, and the seconds
@@ -191,18 +194,23 @@ class World:
         (self.directory / "conf/demo.conf").write_text(
             "\n".join([f"agentxPingInterval {ping}", *lines, ""]))
 
-    def _hold(self, build, cover):
+    def _hold(self, build, cover, network):
         user = [] if os.geteuid() == 0 else ["--user", "--map-root-user"]
+        join_user = ["--user", "--preserve-credentials"] if user else []
+        unshare = ["unshare", "--ipc", "--pid", "--mount", "--fork", "--mount-proc"]
+        if network:
+            unshare = ["nsenter", f"--target={network._holder.pid}", *join_user, "--net", *unshare]
+        else:
+            unshare += [*user, "--net"]
         self._holder = subprocess.Popen(
-            ["unshare", *user, "--ipc", "--pid", "--mount", "--net", "--fork", "--mount-proc",
-             "sh", "-c", _SETUP, "sh", self.directory, build, *cover], env=self.environment,
+            [*unshare, "sh", "-c", _SETUP, "sh", self.directory, build, *cover],
+            env=self.environment,
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         if self._holder.stdout.readline() != "ready\n":
             reason = self._holder.communicate()[1].strip()
             self.close()
             raise WorldError("no private namespaces here: " + reason.replace("\n", "; "))
         pid = self._holder.pid
-        join_user = ["--user", "--preserve-credentials"] if user else []
         self.enter = ["nsenter", f"--target={pid}", *join_user, "--ipc", "--mount", "--net",
                       f"--pid=/proc/{pid}/ns/pid_for_children", f"--wdns={self.directory}"]
 
@@ -280,7 +288,7 @@ class World:
         self.ctl("stats", "reset")
         self.ctl("fault", "silent", *(["--count", count] if count else []))
         manager = self.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-Onx", "-r0", "-t30",
-                                         "127.0.0.1:1161", *oids])
+                                         self.address, *oids])
         wait_until(lambda: "faults 0\n" not in self.ctl("stats"), what="a request to the unit")
         return manager
 
@@ -318,7 +326,7 @@ class World:
                         f"dontLogTCPWrappersConnects yes\n{conf}\n")
         self.master = self.spawn(
             "snmpd", ["snmpd", "-f", "-Lf", self.directory / "snmpd-messages.log", "-C", "-c", path,
-                      "udp:127.0.0.1:1161"],
+                      f"udp:{self.address}"],
             env={"SNMP_PERSISTENT_DIR": str(self.directory / "persistent-master")})
         wait_until(self.master_answers, what="snmpd's own sysUpTime")
 
@@ -373,7 +381,7 @@ class World:
     def snmp(self, tool, *args, community="public", timeout=10):
         """Runs a command of the `snmp` package; the varbinds it printed. One try of `timeout` s."""
         result = self.run(tool, "-v2c", "-c", community, "-Onx", "-r0", f"-t{timeout}",
-                          "127.0.0.1:1161", *map(str, args), timeout=timeout + 60)
+                          self.address, *map(str, args), timeout=timeout + 60)
         if result.returncode != 0:
             raise SnmpError(result.stderr or result.stdout)
         return parse_varbinds(result.stdout)
