@@ -255,6 +255,10 @@ class World:
                                       *command], stdin=subprocess.DEVNULL,
                                      stdout=stdout or log, stderr=errors,
                                      env={**self.environment, **(env or {})})
+        return self.adopt(popen, output)
+
+    def adopt(self, popen, output=None):
+        """A program that was started inside by other means: the world's end waits for it."""
         process = Process(popen, output)
         self._processes.append(process)
         return process

@@ -1,0 +1,208 @@
+"""Several units in one private network, watched by the real programs with the configuration in
+monitoring/: Prometheus, snmp_exporter, Alertmanager, snmptrapd.
+
+Each unit is a world of its own, since agents end each other and queues have fixed keys; they share
+the network of the hub, a world with the monitoring in it. Everything ends with the hub.
+"""
+
+import json
+import re
+import shutil
+import socket
+import subprocess
+import urllib.parse
+from concurrent.futures import ThreadPoolExecutor
+
+from world import SOURCE, World, WorldError, wait_until
+
+PROMETHEUS = "127.0.0.1:9090"
+ALERTMANAGER = "127.0.0.1:9093"
+_USER = 'norva SHA "change-this-auth-phrase" AES "change-this-priv-phrase"'
+_SESSION = ('-v 3 -u norva -l authPriv -a SHA -A "change-this-auth-phrase" '
+            '-x AES -X "change-this-priv-phrase"')
+# Accepts on a socket of the network outside, connects inside.
+_RELAY = """
+import asyncio, socket, sys
+async def copy(reader, writer):
+    try:
+        while data := await reader.read(65536):
+            writer.write(data)
+            await writer.drain()
+    except OSError:
+        pass
+    writer.close()
+async def relay(reader, writer):
+    try:
+        inner = await asyncio.open_connection(*sys.argv[2].split(":"))
+    except OSError:
+        writer.close()
+        return
+    await asyncio.gather(copy(reader, inner[1]), copy(inner[0], writer))
+async def main():
+    listener = socket.socket(fileno=int(sys.argv[1]))
+    await (await asyncio.start_server(relay, sock=listener)).serve_forever()
+asyncio.run(main())
+"""
+
+
+def _engine_id(number):
+    return f"0x80001f8804{number:08x}"
+
+
+class Unit:
+    """A unit of the fleet, number 1 and on, at 127.1.0.NUMBER and so on, port 161. Asked by SNMPv3;
+    it sends notifications by v3 if its number is even, else by v2c."""
+
+    def __init__(self, fleet, number, build):
+        self.number = number
+        self.address = f"127.1.{number // 250}.{number % 250 + 1}"
+        self.world = World(build, network=fleet.hub, address=f"{self.address}:161")
+        self.world.settings("norvaDeviceTimeout 5", "norvaStrictSet yes", "norvaTrace no")
+
+    def start(self, database=None):
+        world = self.world
+        sink = (f"trapsess {_SESSION} 127.0.0.1:162" if self.number % 2 == 0
+                else "trap2sink 127.0.0.1:162 public")
+        world.start_unit(record=False)
+        world.start_master(f"[snmp] clientaddr {self.address}\n[snmp] mibs :\n"
+                           f"exactEngineID {_engine_id(self.number)}\n"
+                           f"createUser {_USER}\nrwuser norva authPriv\n{sink}\n"
+                           "agentXTimeout 15\nagentXRetries 0\n")
+        world.start_agent(database=database)
+        for change in (("0x0600", f"Site {self.number}"), ("0x0301", 30 + self.number % 20),
+                       ("0x0504", 340 + self.number % 40), ("0x0FFA", 1)):
+            world.ctl("set", *change)
+
+
+class Fleet:
+    """Use it as a context manager, or call close(). `scrape`: seconds between two scrapes; what the
+    rules wait for is shortened to two of them, so that nobody has to."""
+
+    def __init__(self, count, build=None, scrape=3):
+        self.hub = World(build)
+        self.units = []
+        self.directory = self.hub.directory / "monitoring"
+        self.seconds = scrape
+        try:
+            for number in range(1, count + 1):
+                self.units.append(Unit(self, number, build))
+        except BaseException:
+            self.close()
+            raise
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.close()
+
+    def close(self):
+        with ThreadPoolExecutor(8) as pool:
+            list(pool.map(lambda unit: unit.world.close(), self.units))
+        self.hub.close()
+
+    def start_units(self, progress=lambda done: None):
+        """Starts all of them, some at a time; `progress` is told how many run."""
+        with ThreadPoolExecutor(4) as pool:
+            for done, _ in enumerate(pool.map(lambda unit: unit.start(), self.units), 1):
+                progress(done)
+
+    # The monitoring
+
+    def start_monitoring(self):
+        self.configure()
+        self.start_alertmanager()
+        self.start_traphandle()
+        hub, files = self.hub, self.directory
+        hub.spawn("snmptrapd", ["env", "-u", "MIBS", "snmptrapd", "-f", "-n", "-C", "-Lo", "-c",
+                                files / "snmptrapd.conf"])
+        hub.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address",
+                               "127.0.0.1:9116", "--config.file", files / "snmp.yml"])
+        self.prometheus = hub.spawn("prometheus", [
+            "prometheus", f"--config.file={files}/prometheus.yml",
+            f"--web.listen-address={PROMETHEUS}", f"--storage.tsdb.path={hub.directory}/tsdb",
+            f"--web.console.templates={files}/consoles",
+            f"--web.console.libraries={files}/console_libraries", "--log.level=warn"])
+        wait_until(lambda: self.get(PROMETHEUS, "/-/ready"), 30, "Prometheus ready")
+
+    def configure(self):
+        """The shipped files, with other paths and shorter times, and this fleet's own."""
+        hub, files = self.hub, self.directory
+        shutil.copytree(SOURCE / "monitoring", files,
+                        ignore=shutil.ignore_patterns("__pycache__"))
+        self._edit("prometheus.yml", (r"_interval: \w+", f"_interval: {self.seconds}s"),
+                   (r"scrape_timeout: \w+", f"scrape_timeout: {self.seconds}s"))
+        self._edit("rules.yml", (r" for: [15]m", f" for: {2 * self.seconds}s"))
+        self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
+        users = "\n".join(f"createUser -e {_engine_id(unit.number)} {_USER}" for unit in self.units)
+        self._edit("snmptrapd.conf", (r"createUser .*", users),
+                   ("/usr/share/snmp/mibs:/usr/share/norvasnmp/mibs",
+                    f"{SOURCE}/mibs:{SOURCE}/mibs/base"),
+                   ("/usr/share/norvasnmp/monitoring/traphandle",
+                    f"{files}/traphandle --directory {hub.directory}/traps"))
+        (files / "units.yml").write_text(
+            json.dumps([{"targets": [unit.address for unit in self.units]}]))
+        (files / "snmp.yml").write_text(hub.inside(
+            f"{hub.build}/tools/norvamap/norvamap exporter {hub.database} "
+            f"--names {SOURCE}/data/names.yaml --access {files}/access.yml"))
+
+    def _edit(self, name, *replacements):
+        path = self.directory / name
+        text = path.read_text()
+        for pattern, replacement in replacements:
+            text, count = re.subn(pattern, replacement, text)
+            if not count:
+                raise WorldError(f"monitoring/{name} has no '{pattern}'")
+        path.write_text(text)
+
+    def start_alertmanager(self):
+        hub = self.hub
+        self.alertmanager = hub.spawn("alertmanager", [
+            "prometheus-alertmanager", f"--config.file={self.directory}/alertmanager.yml",
+            f"--web.listen-address={ALERTMANAGER}", "--cluster.listen-address=",
+            f"--storage.path={hub.directory}/alertmanager", "--log.level=warn"])
+        wait_until(lambda: self.get(ALERTMANAGER, "/-/ready"), 30, "Alertmanager ready")
+
+    def start_traphandle(self):
+        self.traphandle = self.hub.spawn("traphandle", [
+            self.directory / "traphandle", "--directory", self.hub.directory / "traps", "--serve"])
+
+    def get(self, server, path):
+        """The answer's text, None if there is none."""
+        result = self.hub.run("/usr/bin/python3", "-c", "import sys, urllib.request as request;"
+                              "sys.stdout.buffer.write(request.urlopen(sys.argv[1], timeout=20)"
+                              ".read())", f"http://{server}{path}")
+        return result.stdout if result.returncode == 0 else None
+
+    def query(self, expression):
+        """[(labels, value)] of an instant query."""
+        answer = json.loads(self.get(PROMETHEUS, "/api/v1/query?" + urllib.parse.urlencode(
+            {"query": expression})) or '{"data": {"result": []}}')
+        return [(sample["metric"], float(sample["value"][1]))
+                for sample in answer["data"]["result"]]
+
+    def value(self, expression):
+        """The first value; None if there is none."""
+        values = self.query(expression)
+        return values[0][1] if values else None
+
+    def alerts(self, unit=None, **labels):
+        """Alertmanager's active alerts, inhibited ones included, with these labels."""
+        if unit:
+            labels["instance"] = unit.address
+        return [alert for alert in json.loads(self.get(ALERTMANAGER, "/api/v2/alerts") or "[]")
+                if labels.items() <= alert["labels"].items()]
+
+    def scraped(self):
+        """How many units have given values and texts."""
+        return int(self.value("count(norva:values and on (instance) norva_site_name)") or 0)
+
+    def page_address(self, port=0):
+        """Makes Prometheus reachable from outside, at a port of the loopback; the address."""
+        listener = socket.create_server(("127.0.0.1", port))
+        process = subprocess.Popen(
+            [*self.hub.enter, "/usr/bin/python3", "-c", _RELAY, str(listener.fileno()), PROMETHEUS],
+            pass_fds=[listener.fileno()], stdin=subprocess.DEVNULL)
+        self.hub.adopt(process)
+        with listener:
+            return f"http://127.0.0.1:{listener.getsockname()[1]}"
