@@ -49,13 +49,13 @@ def _engine_id(number):
     return f"0x80001f8804{number:08x}"
 
 
-class Unit:
+class FleetUnit:
     """A unit of the fleet, number 1 and on, at 127.1.0.NUMBER and so on, port 161. Asked by SNMPv3;
     it sends notifications by v3 if its number is even, else by v2c."""
 
     def __init__(self, fleet, number, build):
         self.number = number
-        self.address = f"127.1.{number // 250}.{number % 250 + 1}"
+        self.address = f"127.1.{(number - 1) // 250}.{(number - 1) % 250 + 1}"
         self.world = World(build, network=fleet.hub, address=f"{self.address}:161")
         self.world.settings("norvaDeviceTimeout 5", "norvaStrictSet yes", "norvaTrace no")
 
@@ -68,10 +68,10 @@ class Unit:
                            f"exactEngineID {_engine_id(self.number)}\n"
                            f"createUser {_USER}\nrwuser norva authPriv\n{sink}\n"
                            "agentXTimeout 15\nagentXRetries 0\n")
-        world.start_agent(database=database)
         for change in (("0x0600", f"Site {self.number}"), ("0x0301", 30 + self.number % 20),
                        ("0x0504", 340 + self.number % 40), ("0x0FFA", 1)):
             world.ctl("set", *change)
+        world.start_agent(database=database)
 
 
 class Fleet:
@@ -85,7 +85,7 @@ class Fleet:
         self.seconds = scrape
         try:
             for number in range(1, count + 1):
-                self.units.append(Unit(self, number, build))
+                self.units.append(FleetUnit(self, number, build))
         except BaseException:
             self.close()
             raise
@@ -172,7 +172,7 @@ class Fleet:
         result = self.hub.run("/usr/bin/python3", "-c", "import sys, urllib.request as request;"
                               "sys.stdout.buffer.write(request.urlopen(sys.argv[1], timeout=20)"
                               ".read())", f"http://{server}{path}")
-        return result.stdout if result.returncode == 0 else None
+        return result.stdout.encode("latin-1").decode() if result.returncode == 0 else None
 
     def query(self, expression):
         """[(labels, value)] of an instant query."""
