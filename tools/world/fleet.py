@@ -113,9 +113,8 @@ class Fleet:
         self.configure()
         self.start_alertmanager()
         self.start_traphandle()
+        self.start_snmptrapd()
         hub, files = self.hub, self.directory
-        hub.spawn("snmptrapd", ["env", "-u", "MIBS", "snmptrapd", "-f", "-n", "-C", "-Lo", "-c",
-                                files / "snmptrapd.conf"])
         hub.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address",
                                "127.0.0.1:9116", "--config.file", files / "snmp.yml"])
         self.prometheus = hub.spawn("prometheus", [
@@ -162,6 +161,13 @@ class Fleet:
             f"--web.listen-address={ALERTMANAGER}", "--cluster.listen-address=",
             f"--storage.path={hub.directory}/alertmanager", "--log.level=warn"])
         wait_until(lambda: self.get(ALERTMANAGER, "/-/ready"), 30, "Alertmanager ready")
+
+    def start_snmptrapd(self):
+        self.snmptrapd = self.hub.spawn(
+            "snmptrapd", ["env", "-u", "MIBS", "snmptrapd", "-f", "-n", "-C", "-Lo", "-c",
+                          self.directory / "snmptrapd.conf"])
+        wait_until(lambda: ":00A2 " in self.hub.run("cat", "/proc/net/udp").stdout,
+                   what="snmptrapd listening")
 
     def start_traphandle(self):
         self.traphandle = self.hub.spawn("traphandle", [
