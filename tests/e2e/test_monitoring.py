@@ -32,14 +32,14 @@ def test_files(command):
 @pytest.fixture(scope="module")
 def fleet():
     try:
-        made = Fleet(6, scrape=2)
+        made = Fleet(6)
     except WorldError as error:
         pytest.fail(str(error), pytrace=False)
     with made:
         made.start_units()
         made.start_monitoring()
         made.address = made.page_address()
-        wait_until(lambda: made.scraped() == 6, 60, "all scraped")
+        wait_until(lambda: made.scraped() == 6, 90, "all scraped")
         yield made
         made.hub.show_logs()
 
@@ -67,7 +67,7 @@ def card(shown, address):
     return text(re.search(rf'<a [^>]*data-instance="{address}".*?</a>', shown, re.S)[0])
 
 
-def fires(fleet, number, name, timeout=40, **labels):
+def fires(fleet, number, name, timeout=90, **labels):
     return wait_until(lambda: fleet.alerts(unit(fleet, number), alertname=name, **labels), timeout,
                       f"{name} of unit {number}")[0]
 
@@ -91,7 +91,7 @@ def test_alarm(fleet, number):
     assert "▲ alert" in shown and "fan failure alarm" in shown
     world.ctl("set", "0x0402", 0)
     world.ctl("alarm", "clear", "0x0402", "--device-id", 3)
-    wait_until(lambda: not fleet.alerts(unit(fleet, number), alarm="fan_failure"), 40, "the end")
+    wait_until(lambda: not fleet.alerts(unit(fleet, number), alarm="fan_failure"), 90, "the end")
 
 
 def test_gap_and_outage(fleet):

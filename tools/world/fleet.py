@@ -97,9 +97,11 @@ class Fleet:
         self.close()
 
     def close(self):
-        with ThreadPoolExecutor(8) as pool:
-            list(pool.map(lambda unit: unit.world.close(), self.units))
-        self.hub.close()
+        try:
+            with ThreadPoolExecutor(8) as pool:
+                list(pool.map(lambda unit: unit.world.close(), self.units))
+        finally:
+            self.hub.close()
 
     def start_units(self, progress=lambda done: None):
         """Starts all of them, some at a time; `progress` is told how many run."""
@@ -115,7 +117,7 @@ class Fleet:
         self.start_traphandle()
         self.start_snmptrapd()
         hub, files = self.hub, self.directory
-        hub.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address",
+        self.exporter = hub.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address",
                                "127.0.0.1:9116", "--config.file", files / "snmp.yml"])
         self.prometheus = hub.spawn("prometheus", [
             "prometheus", f"--config.file={files}/prometheus.yml",

@@ -154,7 +154,7 @@ class Process:
             if self.running():
                 os.kill(self._popen.pid, signal.SIGCONT)
             return not self.running()
-        wait_until(ended, what="a program's end with its world")
+        wait_until(ended, 60, "a program's end with its world")
 
 
 class World:
@@ -218,7 +218,7 @@ class World:
         self._holder.stdin.close()
         for process in self._processes:
             process.reap()
-        self._holder.wait(10)
+        self._holder.wait(60)
         self._holder.stdout.close()
         self._holder.stderr.close()
         shutil.rmtree(self.directory, ignore_errors=True)
