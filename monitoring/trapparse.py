@@ -3,8 +3,9 @@
 import re
 from collections import namedtuple
 
-_BASE = r"\.?1\.3\.6\.1\.4\.1\.53412\.8\.2\.2\.3\.3\.1\.1\.0"
-_TRAP_OID = re.compile(r"(?:\S*snmpTrapOID\.0|\.?1\.3\.6\.1\.6\.3\.1\.1\.4\.1\.0)(?: =)? (\S+)$")
+_INTERNET = r"(?:\.?1|iso)\.3\.6\.1"
+_BASE = rf"{_INTERNET}\.4\.1\.53412\.8\.2\.2\.3\.3\.1\.1\.0"
+_TRAP_OID = re.compile(rf"(?:\S*snmpTrapOID\.0|{_INTERNET}\.6\.3\.1\.1\.4\.1\.0)(?: =)? (\S+)$")
 _KIND = re.compile(rf"(?:\S*norvaNotify(Alarm|RemoteUnit|General|Heartbeat)|{_BASE}\.(96|97|98|99))$")
 _KINDS = {"Alarm": "alarm", "96": "alarm", "RemoteUnit": "remote_unit", "97": "remote_unit",
           "General": "general", "98": "general", "Heartbeat": "heartbeat", "99": "heartbeat"}

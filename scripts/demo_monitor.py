@@ -23,6 +23,9 @@ CHROMIUM = ["chromium", "--headless", "--no-sandbox", "--disable-gpu", "--disabl
             "--disable-sync", "--hide-scrollbars", "--virtual-time-budget=10000"]
 
 
+SCRAPE = 5  # seconds
+
+
 class Demo:
     def __init__(self, fleet):
         self.fleet = fleet
@@ -70,7 +73,7 @@ def start(demo):
 
 def monitor(demo):
     demo.say("Prometheus, snmp_exporter, Alertmanager and snmptrapd with the files in monitoring/; "
-             "units are asked by SNMPv3 every 3 s.")
+             f"units are asked by SNMPv3 every {SCRAPE} s.")
     demo.fleet.start_monitoring()
     count = len(demo.fleet.units)
     demo.wait("units scraped", lambda: f"{demo.fleet.scraped()} of {count}", f"{count} of {count}")
@@ -200,7 +203,7 @@ def main():
     options = parser.parse_args()
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(1))
     try:
-        fleet = Fleet(options.units, SOURCE / "build/release")
+        fleet = Fleet(options.units, SOURCE / "build/release", scrape=SCRAPE)
         try:
             demo = Demo(fleet)
             start(demo)

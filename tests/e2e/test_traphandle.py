@@ -42,6 +42,7 @@ def handed(number, value="New Alarm", name="Fan Failure Alarm", *, names=True, t
     (handed(5), ("Fan Failure Alarm", "Quay", 5)),
     (handed(5, names=False), ("Fan Failure Alarm", "Quay", 5)),
     (handed(5, names=False, name='"Fan \\"A\\""', text='"Quay"'), ('Fan "A"', "Quay", 5)),
+    (handed(5, names=False).replace(b".1.3.6", b"iso.3.6"), ("Fan Failure Alarm", "Quay", 5)),
     # A text of the unit with line ends is no other field.
     (handed(5, text="a\nnorvaNotifySequence = 9\nb"),
      ("Fan Failure Alarm", "a norvaNotifySequence = 9 b", 5)),

@@ -137,8 +137,6 @@ class Fleet:
         self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
         users = "\n".join(f"createUser -e {_engine_id(unit.number)} {_USER}" for unit in self.units)
         self._edit("snmptrapd.conf", (r"createUser .*", users),
-                   ("/usr/share/snmp/mibs:/usr/share/norvasnmp/mibs",
-                    f"{SOURCE}/mibs:{SOURCE}/mibs/base"),
                    ("/usr/share/norvasnmp/monitoring/traphandle",
                     f"{files}/traphandle --directory {hub.directory}/traps"))
         (files / "units.yml").write_text(
@@ -165,9 +163,10 @@ class Fleet:
         wait_until(lambda: self.get(ALERTMANAGER, "/-/ready"), 30, "Alertmanager ready")
 
     def start_snmptrapd(self):
-        self.snmptrapd = self.hub.spawn(
-            "snmptrapd", ["env", "-u", "MIBS", "snmptrapd", "-f", "-n", "-C", "-Lo", "-c",
-                          self.directory / "snmptrapd.conf"])
+        self.snmptrapd = self.hub.spawn("snmptrapd", [
+            "snmptrapd", "-Lo", "-M", f"{SOURCE}/mibs:{SOURCE}/mibs/base", "-m",
+            "NORVA-NOTIFY-MIB:SNMPv2-MIB", "-C", "-c", self.directory / "snmptrapd.conf", "-f",
+            "udp:162"])
         wait_until(lambda: ":00A2 " in self.hub.run("cat", "/proc/net/udp").stdout,
                    what="snmptrapd listening")
 
