@@ -79,11 +79,11 @@ class Contestant:
                        f"--callgrind-out-file={world.directory}/callgrind.out", *command]
         begin = time.monotonic()
         self._agent = world.spawn("agent", command, output)
-        if mapping == "bench" or program == "floor":
-            self._command("first", 1)
-        else:
-            world.wait_served()
+        self._command("first", 1)
         self.started = time.monotonic() - begin
+        # The master gets the objects one after the other.
+        if mapping == "bench":
+            self._command("last", 1)
         self._processes = [self._unit.pid(), world.master.pid(), self._agent.pid(),
                            self._manager_pid()]
 

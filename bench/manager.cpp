@@ -1,8 +1,9 @@
 // The load generator of the benchmark: one manager on one CPU, driven over its standard input.
 // Every answer is checked; a wrong one ends the program with a line on standard error.
 //
-// A command is a case and a time in milliseconds (see kCases), "notify N", "single N" or "first".
-// Its answer is one line: what was counted and the nanoseconds that it took.
+// A command is a case (see kCases) and a time in milliseconds, "notify" or "single" and a number of
+// events, "first" or "last" and any number: wait until the first, the last object is answered. Its
+// answer is one line: what was counted and the nanoseconds that it took.
 
 #include <arpa/inet.h>
 #include <sys/ipc.h>
@@ -253,12 +254,16 @@ constexpr std::pair<const char*, long (*)(Clock::time_point)> kCases[] = {
     {"bulk", bulk},  {"set-scalar", setScalar}, {"set-cell", setCell},
 };
 
-/// Waits until the agent answers.
-long first() {
+/// Repeats a request until its answer holds something below the root.
+long waitFor(int command, const Name& name) {
+  const Name root = below({});
   for (int tries = 0; tries < 30'000; ++tries) {
-    netsnmp_pdu* answer = manager().ask(getScalars(1));
-    const bool isAnswered = answer != nullptr && answer->errstat == SNMP_ERR_NOERROR &&
-                            answer->variables->type == ASN_INTEGER;
+    netsnmp_pdu* answer = manager().ask(request(command, {name}));
+    const netsnmp_variable_list* found =
+        answer != nullptr && answer->errstat == SNMP_ERR_NOERROR ? answer->variables : nullptr;
+    const bool isAnswered =
+        found != nullptr && (found->type == ASN_INTEGER || found->type == ASN_OCTET_STR) &&
+        snmp_oidtree_compare(found->name, found->name_length, root.data(), root.size()) == 0;
     if (answer != nullptr) snmp_free_pdu(answer);
     if (isAnswered) return 1;
     usleep(1000);
@@ -329,7 +334,9 @@ class Alarms {
 
 long perform(const std::string& what, long number) {
   static Alarms alarms;
-  if (what == "first") return first();
+  if (what == "first") return waitFor(SNMP_MSG_GETNEXT, below({}));
+  if (what == "last")
+    return waitFor(SNMP_MSG_GET, cellName(bench::kFirstColumn + bench::kColumns - 1, bench::kRows));
   if (what == "notify") return alarms.post(number, number);
   if (what == "single") return alarms.post(number, 1);
   for (const auto& [name, run] : kCases) {
