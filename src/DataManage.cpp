@@ -186,12 +186,12 @@ int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue,
     Output::print("select 0x%04x error!\n", record.oid());
     return -1;
   }
-  ObjInfo info;
-  if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
+  ObjAttributes mapping;
+  if (catalogue.findAttributes(record.oid(), mapping) != 0) return -1;
 
   Presentation made;
-  if (present(*_pConvertStrategy, info.covMethod, record, made) == -1) return -1;
-  Trace::print("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), info.covMethod);
+  if (present(*_pConvertStrategy, mapping.covMethod, record, made) == -1) return -1;
+  Trace::print("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), mapping.covMethod);
   if (presentation != nullptr) *presentation = made;
   return 0;
 }
@@ -204,11 +204,11 @@ int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bo
   }
   record.setObjLen(current.objLen());
   if (!current.writable()) return -1;
-  ObjInfo info;
-  if (catalogue.findObjInfo(record.oid(), info) != 0) return -1;
+  ObjAttributes mapping;
+  if (catalogue.findAttributes(record.oid(), mapping) != 0) return -1;
   record.setAttr(current.attr());  // the device knows whether the integer is signed
   if (isAddress && current.kind() == ValueKind::kText) toTextField(record);
-  if (_pConvertStrategy->convertToObj(info.covMethod, record) == -1) return -1;
+  if (_pConvertStrategy->convertToObj(mapping.covMethod, record) == -1) return -1;
 
   if (current.kind() == ValueKind::kText) {
     if (static_cast<int>(record.text().size()) > current.objLen() - kObjLenOverhead) return -1;

@@ -9,15 +9,25 @@
 
 namespace norva {
 
-/// Attributes that scalars and table cells have in common.
-struct ObjInfo {
+/// Attributes that scalars and table cells have in common, without the name: what requests need.
+struct ObjAttributes {
   std::uint8_t auxByte = 0;     ///< carried, not interpreted
   std::uint8_t selectFlag = 0;  ///< non-zero: listed by listFlaggedObjects
   std::uint16_t covMethod = 0;  ///< conversion method code, see SnmpObjConvertStrategy
   std::uint16_t auxWord = 0;    ///< carried, not interpreted
   std::uint16_t asnType = 0;    ///< SNMP variable type; its low byte is what is registered
   std::uint16_t access = 0;     ///< scalars: 1 read-only, 2 read-write; cells: 3 read-write
-  std::string name;             ///< put into alarm notifications
+};
+
+/// What a request takes of an object's mapping.
+struct ObjMapping {
+  std::uint16_t objId = 0;  ///< device object id
+  ObjAttributes attributes;
+};
+
+/// The attributes and the name.
+struct ObjInfo : ObjAttributes {
+  std::string name;  ///< put into alarm notifications
 };
 
 constexpr std::size_t kOidSuffixLength = 4;

@@ -23,7 +23,7 @@ constexpr std::uint16_t kAccessWrite = 2;
 struct HandlerState {
   std::vector<SnmpObjRecord> generalObjects;
   const SnmpDataBase* catalogue = nullptr;
-  SnmpObjRecord writable;  // the writable object that was looked up last
+  ObjMapping writable;     // the writable object that was looked up last
   ObjValue writeTemplate;  // zero but for object id and attribute word
   AnswerValue answer;      // handed to the library as the value of a GET
   StrictSet strictSet;
@@ -90,7 +90,7 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
   if (vp->magic == 0 || vp->magic > objects.size()) return nullptr;
   const SnmpObjRecord& object = objects[vp->magic - 1U];
   if ((object.info.access & kAccessWrite) != 0) {
-    state().writable = object;
+    state().writable = {object.objId, object.info};
     *writeMethod = writeObject;
   }
 
@@ -113,12 +113,14 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
   const SetValue value(varValType, varVal, varValLen);
   if (Settings::get().strictSet) return setStrictly(action, value, name, nameLen);
 
+  if (action != ACTION) return SNMP_ERR_NOERROR;
   // In a request with several scalars every one is looked up before the first is written.
-  if (const SnmpObjRecord* named = findWritable(name, nameLen)) state().writable = *named;
+  if (const SnmpObjRecord* named = findWritable(name, nameLen)) {
+    state().writable = {named->objId, named->info};
+  }
   ObjValue& writeTemplate = state().writeTemplate;
   writeTemplate.setOid(state().writable.objId);
-  writeTemplate.setAttr(state().writable.info.covMethod);
-  if (action != ACTION) return SNMP_ERR_NOERROR;
+  writeTemplate.setAttr(state().writable.attributes.covMethod);
 
   ObjValue record = writeTemplate;
   // The type in the request, not the object's, decides how the value is written.

@@ -189,12 +189,6 @@ int loadMapping(DataBaseAdapter& adapter, const MappingTable& mapping, int subsi
 
 }  // namespace
 
-std::string tableKey(const std::string& ancestorNode, unsigned row, std::uint32_t column) {
-  char cell[16] = {};
-  std::snprintf(cell, sizeof cell, "%02x%08x", row & 0xFF, column);
-  return ancestorNode + cell;
-}
-
 SnmpDataBase::SnmpDataBase(const char* path) {
   load(path);
 }
@@ -203,7 +197,6 @@ void SnmpDataBase::load(const char* path) {
   const std::lock_guard lock(_lock);
   _objects.clear();
   _tableObjects.clear();
-  _tableKeyByObjId.clear();
   _slotFreqMap.clear();
   _genusGroupMap.clear();
   _ancestorNodes.clear();
@@ -230,10 +223,7 @@ int SnmpDataBase::initSnmpTableOid(DataBaseAdapter& adapter) {
                      });
 }
 
-void SnmpDataBase::insertCell(SnmpTableObjRecord record) {
-  const std::string key = tableKey(record.ancestorNode, record.row, record.column);
-  // The first cell of an object id is kept even where its key was taken before.
-  _tableKeyByObjId.try_emplace(record.objId, key);
+void SnmpDataBase::insertCell(const SnmpTableObjRecord& record) {
   const auto known = std::find_if(_ancestorNodes.begin(), _ancestorNodes.end(),
                                   [&record](const AncestorNodeEntry& entry) {
                                     return entry.ancestorNode == record.ancestorNode;
@@ -241,7 +231,7 @@ void SnmpDataBase::insertCell(SnmpTableObjRecord record) {
   if (known == _ancestorNodes.end()) {
     _ancestorNodes.push_back({record.tableAttr, record.ancestorNode});
   }
-  _tableObjects.try_emplace(key, std::move(record));
+  _tableObjects.insert(record);
 }
 
 int SnmpDataBase::findObjInfo(std::uint16_t objId, ObjInfo& out) const {
@@ -250,11 +240,21 @@ int SnmpDataBase::findObjInfo(std::uint16_t objId, ObjInfo& out) const {
     out = scalar->second.info;
     return 0;
   }
-  const auto key = _tableKeyByObjId.find(objId);
-  if (key == _tableKeyByObjId.end()) return -1;
-  const auto cell = _tableObjects.find(key->second);
-  if (cell == _tableObjects.end()) return -1;
-  out = cell->second.info;
+  const TableCells::Entry* cell = _tableObjects.findObject(objId);
+  if (cell == nullptr) return -1;
+  out = _tableObjects.record(*cell).info;
+  return 0;
+}
+
+int SnmpDataBase::findAttributes(std::uint16_t objId, ObjAttributes& out) const {
+  const std::lock_guard lock(_lock);
+  if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
+    out = scalar->second.info;
+    return 0;
+  }
+  const TableCells::Entry* cell = _tableObjects.findObject(objId);
+  if (cell == nullptr) return -1;
+  out = cell->second.attributes;
   return 0;
 }
 
@@ -270,28 +270,41 @@ int SnmpDataBase::getObjName(std::uint16_t objId, std::string& out) const {
   return -1;
 }
 
-int SnmpDataBase::getSnmpTableOid(const std::string& ancestorNode, std::uint32_t column,
-                                  unsigned row, SnmpTableObjRecord& out) const {
-  const std::string key = tableKey(ancestorNode, _subsite != 0 ? 1 : row, column);
+template <typename Copy>
+int SnmpDataBase::copyCell(const std::string& ancestorNode, std::uint32_t column, unsigned row,
+                           Copy copy) const {
+  const unsigned keyRow = _subsite != 0 ? 1 : row;
   {
     const std::lock_guard lock(_lock);
-    if (const auto cell = _tableObjects.find(key); cell != _tableObjects.end()) {
-      out = cell->second;
+    if (const auto* cell = _tableObjects.find(ancestorNode, keyRow, column)) {
+      copy(*cell);
       return 0;
     }
   }
-  Output::print(" %s %s\n ", "getSnmpTableOid", key.c_str());
+  Output::print(" %s %s\n ", "getSnmpTableOid", tableKey(ancestorNode, keyRow, column).c_str());
   return -1;
+}
+
+int SnmpDataBase::getSnmpTableOid(const std::string& ancestorNode, std::uint32_t column,
+                                  unsigned row, SnmpTableObjRecord& out) const {
+  return copyCell(ancestorNode, column, row,
+                  [&](const auto& cell) { out = _tableObjects.record(cell); });
+}
+
+int SnmpDataBase::findCell(const std::string& ancestorNode, std::uint32_t column, unsigned row,
+                           ObjMapping& out) const {
+  return copyCell(ancestorNode, column, row, [&](const auto& cell) {
+    out = {cell.second.objId, cell.second.attributes};
+  });
 }
 
 int SnmpDataBase::getTableColumns(const std::string& ancestorNode,
                                   std::vector<SnmpTableObjRecord>& out) const {
-  const std::string lower = tableKey(ancestorNode, 1, 0);
-  const std::string upper = tableKey(ancestorNode, 1, 0xFFFFFFFFU);
   const std::lock_guard lock(_lock);
-  const auto end = _tableObjects.lower_bound(upper);
-  for (auto cell = _tableObjects.upper_bound(lower); cell != end; ++cell) {
-    out.push_back(cell->second);
+  const auto& cells = _tableObjects.all();
+  const auto end = cells.lower_bound({&ancestorNode, 0xFFFFFFFFU, 1});
+  for (auto cell = cells.upper_bound({&ancestorNode, 0, 1}); cell != end; ++cell) {
+    out.push_back(_tableObjects.record(*cell));
   }
   return 0;
 }
@@ -322,18 +335,17 @@ int SnmpDataBase::listFlaggedObjects(std::vector<std::uint16_t>& out) const {
   for (const auto& [objId, record] : _objects) {
     if (record.info.selectFlag != 0) out.push_back(objId);
   }
-  for (const auto& [key, record] : _tableObjects) {
-    if (record.info.selectFlag != 0) out.push_back(record.objId);
+  for (const auto& [key, cell] : _tableObjects.all()) {
+    if (cell.attributes.selectFlag != 0) out.push_back(cell.objId);
   }
   return 0;
 }
 
 int SnmpDataBase::countTableRows(const std::string& ancestorNode) const {
-  const std::string lower = tableKey(ancestorNode, 1, 2);
-  const std::string upper = tableKey(ancestorNode, 255, 2);
   const std::lock_guard lock(_lock);
-  const auto first = _tableObjects.upper_bound(lower);
-  const auto end = _tableObjects.lower_bound(upper);
+  const auto& cells = _tableObjects.all();
+  const auto first = cells.upper_bound({&ancestorNode, 2, 1});
+  const auto end = cells.lower_bound({&ancestorNode, 2, 255});
   return static_cast<int>(std::distance(first, end));
 }
 

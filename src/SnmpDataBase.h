@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ObjInfo.h"
+#include "TableCells.h"
 
 namespace norva {
 
@@ -36,6 +37,8 @@ class SnmpDataBase {
   /// Attributes of any object, scalar first; of a table object, those of the first cell in load
   /// order that carried the id.
   int findObjInfo(std::uint16_t objId, ObjInfo& out) const;
+  /// The same without the name.
+  int findAttributes(std::uint16_t objId, ObjAttributes& out) const;
 
   /// Name of a scalar object. A miss is printed and leaves `out` unchanged.
   int getObjName(std::uint16_t objId, std::string& out) const;
@@ -43,6 +46,9 @@ class SnmpDataBase {
   /// One table cell; only the low 8 bits of `row` are meaningful. A miss is printed.
   int getSnmpTableOid(const std::string& ancestorNode, std::uint32_t column, unsigned row,
                       SnmpTableObjRecord& out) const;
+  /// The same without the texts.
+  int findCell(const std::string& ancestorNode, std::uint32_t column, unsigned row,
+               ObjMapping& out) const;
 
   /// All cells of row 1 of one table, by ascending column; always 0.
   int getTableColumns(const std::string& ancestorNode, std::vector<SnmpTableObjRecord>& out) const;
@@ -71,22 +77,21 @@ class SnmpDataBase {
  private:
   int initSnmpObjOid(DataBaseAdapter& adapter);
   int initSnmpTableOid(DataBaseAdapter& adapter);
-  void insertCell(SnmpTableObjRecord record);
+  void insertCell(const SnmpTableObjRecord& record);
+  /// Hands the cell to `copy`, under the lock. 0, or -1 after printing the miss.
+  template <typename Copy>
+  int copyCell(const std::string& ancestorNode, std::uint32_t column, unsigned row,
+               Copy copy) const;
 
   mutable std::mutex _lock;
   std::map<std::uint16_t, SnmpObjRecord> _objects;
-  std::map<std::string, SnmpTableObjRecord> _tableObjects;  // by tableKey
-  std::map<std::uint16_t, std::string> _tableKeyByObjId;    // first cell of each object id
+  TableCells _tableObjects;
   std::map<std::uint16_t, std::uint16_t> _slotFreqMap;
   std::map<std::uint16_t, std::uint16_t> _genusGroupMap;
   std::vector<AncestorNodeEntry> _ancestorNodes;
   // Zero on every unit so far; non-zero would key every row of a table to row 1.
   std::uint8_t _subsite = 0;
 };
-
-/// Key of a table cell: the node, the row as two and the column as eight hexadecimal digits, so
-/// that the cells of one row are contiguous and in column order.
-std::string tableKey(const std::string& ancestorNode, unsigned row, std::uint32_t column);
 
 }  // namespace norva
 

@@ -40,13 +40,13 @@ int StrictSet::check(const Name& name, const Target& target, const SetValue& val
   if (!target.writable) return SNMP_ERR_NOTWRITABLE;
   Write prepared;
   prepared.before.setOid(target.objId);
-  ObjInfo info;
-  if (readRaw(prepared.before) != 0 || catalogue.findObjInfo(target.objId, info) != 0) {
+  ObjAttributes mapping;
+  if (readRaw(prepared.before) != 0 || catalogue.findAttributes(target.objId, mapping) != 0) {
     return SNMP_ERR_RESOURCEUNAVAILABLE;
   }
   if (!prepared.before.writable()) return SNMP_ERR_NOTWRITABLE;
   const int error =
-      encodeStrictly(value, target.asnType, info.covMethod, prepared.before, prepared.after);
+      encodeStrictly(value, target.asnType, mapping.covMethod, prepared.before, prepared.after);
   if (error != SNMP_ERR_NOERROR) return error;
   turnForWriting(prepared.before);
   _writes[name] = prepared;

@@ -46,12 +46,12 @@ bool writesNumber(const SetValue& value, std::uint16_t asnType) {
 }
 
 /// Writes what `variable` holds. Returns an SNMP error status.
-int writeCell(const netsnmp_variable_list& variable, const ObjInfo& info, ObjValue record,
+int writeCell(const netsnmp_variable_list& variable, const ObjAttributes& mapping, ObjValue record,
               const SnmpDataBase& catalogue) {
   const SetValue value(variable.type, variable.val.string, variable.val_len);
-  if (info.asnType == kAsnInteger && !value.isAddress()) {
+  if (mapping.asnType == kAsnInteger && !value.isAddress()) {
     record.setInteger32(value.integer());
-  } else if (writesNumber(value, info.asnType)) {
+  } else if (writesNumber(value, mapping.asnType)) {
     setNumber(record, value);
   } else {
     record.setText(value.text());
@@ -63,7 +63,7 @@ int writeCell(const netsnmp_variable_list& variable, const ObjInfo& info, ObjVal
 
 /// Reads a cell's object into the class's buffer. What an earlier cell left there goes first, so
 /// that a failed read is never answered with another cell's value.
-int readCell(TableClassState& state, const SnmpTableObjRecord& cell, Presentation& presentation) {
+int readCell(TableClassState& state, const ObjMapping& cell, Presentation& presentation) {
   ObjValue& buffer = state.objectBuffer;
   buffer = ObjValue();
   buffer.setOid(cell.objId);
@@ -71,9 +71,9 @@ int readCell(TableClassState& state, const SnmpTableObjRecord& cell, Presentatio
 }
 
 int findCell(const TableClassState& state, const netsnmp_table_request_info& table,
-             const RowContext& row, SnmpTableObjRecord& cell) {
-  return state.catalogue->getSnmpTableOid(state.ancestorNode, table.colnum,
-                                          static_cast<unsigned>(row.index) & 0xFF, cell);
+             const RowContext& row, ObjMapping& cell) {
+  return state.catalogue->findCell(state.ancestorNode, table.colnum,
+                                   static_cast<unsigned>(row.index) & 0xFF, cell);
 }
 
 /// One request of a PDU. `first` is the first request of its list. Returns an SNMP error status.
@@ -87,7 +87,7 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
     return SNMP_ERR_NOERROR;
   }
 
-  SnmpTableObjRecord cell;
+  ObjMapping cell;
   if (findCell(state, *table, *row, cell) == -1) return SNMP_ERR_NOERROR;
   // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
   // its access is tested, and a SET on it succeeds without writing.
@@ -99,15 +99,15 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
 
   switch (mode) {
     case MODE_GET:
-      answerCell(cell.info.asnType, state.objectBuffer, presentation, request->requestvb);
+      answerCell(cell.attributes.asnType, state.objectBuffer, presentation, request->requestvb);
       return SNMP_ERR_NOERROR;
     case MODE_SET_RESERVE1:
-      if (cell.info.access == kAccessReadWrite) return SNMP_ERR_NOERROR;
+      if (cell.attributes.access == kAccessReadWrite) return SNMP_ERR_NOERROR;
       Output::print(" %s SNMP_ERR_READONLY\n", state.traits.sourceName);
       return SNMP_ERR_READONLY;
     case MODE_SET_ACTION:
       // Deliberate: the first request's value goes to every cell of the list.
-      return writeCell(*first.requestvb, cell.info, state.objectBuffer, *state.catalogue);
+      return writeCell(*first.requestvb, cell.attributes, state.objectBuffer, *state.catalogue);
     default:
       return SNMP_ERR_NOERROR;
   }
@@ -117,7 +117,7 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
 int setCellStrictly(TableClassState& state, int mode, netsnmp_request_info* request) {
   const auto* row = static_cast<const RowContext*>(netsnmp_extract_iterator_context(request));
   const netsnmp_table_request_info* table = netsnmp_extract_table_info(request);
-  SnmpTableObjRecord cell;
+  ObjMapping cell;
   if (row == nullptr || table == nullptr || table->colnum == kIndexColumn ||
       findCell(state, *table, *row, cell) == -1) {
     // Refused in the first phase, so that there is nothing to write, put back or forget.
@@ -129,7 +129,7 @@ int setCellStrictly(TableClassState& state, int mode, netsnmp_request_info* requ
   const SetValue value(variable.type, variable.val.string, variable.val_len);
   return state.strictSet.perform(
       mode, {variable.name, variable.name + variable.name_length},
-      {cell.objId, cell.info.asnType, cell.info.access == kAccessReadWrite}, value,
+      {cell.objId, cell.attributes.asnType, cell.attributes.access == kAccessReadWrite}, value,
       *state.catalogue);
 }
 
