@@ -2,12 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 #include "DataBaseAdapter.h"
 #include "Output.h"
+#include "ResultTable.h"
 #include "Sqlite3.h"
+
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 namespace norva {
 
@@ -49,74 +53,6 @@ enum CellColumn {
   kCellAuxWord,
   kCellExtraWord,
   kCellColumns,
-};
-
-/// A table read through an adapter, given back when the object goes.
-class ResultTable {
- public:
-  explicit ResultTable(DataBaseAdapter& adapter) : _adapter(adapter) {}
-  ~ResultTable() { _adapter.freeTable(_result); }
-  ResultTable(const ResultTable&) = delete;
-  ResultTable& operator=(const ResultTable&) = delete;
-
-  int getTable(const char* name) { return _adapter.getTable(name, &_result, &_rows, &_columns); }
-  int query(const char* sql) { return _adapter.query(sql, &_result, &_rows, &_columns); }
-
-  int rows() const { return _rows; }
-  int columns() const { return _columns; }
-
-  /// Text of a cell, null for NULL. Rows count from 1, columns from 0.
-  const char* text(int row, int column) const { return _result[row * _columns + column]; }
-
-  /// Number of a cell; its low bits where the field is narrower, 0 where it does not parse.
-  template <typename Integer>
-  Integer number(int row, int column, int base) const {
-    return static_cast<Integer>(std::strtoull(text(row, column), nullptr, base));
-  }
-  template <typename Integer>
-  Integer hex(int row, int column) const {
-    return number<Integer>(row, column, 16);
-  }
-  template <typename Integer>
-  Integer dec(int row, int column) const {
-    return number<Integer>(row, column, 10);
-  }
-
-  /// True when the table has the columns the catalogue reads (an empty one has none at all);
-  /// otherwise printed.
-  bool hasColumns(const char* name, int wanted) const {
-    if (_rows == 0 || _columns >= wanted) return true;
-    Output::print("%s has %d columns, %d are needed\n", name, _columns, wanted);
-    return false;
-  }
-
-  /// True when every column but `optional` is filled; otherwise the row is reported.
-  bool isFilled(const char* name, int row, int wanted, int optional) const {
-    for (int column = 0; column < wanted; ++column) {
-      if (column == optional || text(row, column) != nullptr) continue;
-      Output::print("%s row %d: column %d is NULL, row not used\n", name, row, column);
-      return false;
-    }
-    return true;
-  }
-
- private:
-  DataBaseAdapter& _adapter;
-  char** _result = nullptr;
-  int _rows = 0;
-  int _columns = 0;
-};
-
-/// Closes an open adapter when the object goes.
-class OpenDataBase {
- public:
-  explicit OpenDataBase(DataBaseAdapter& adapter) : _adapter(adapter) {}
-  ~OpenDataBase() { _adapter.close(); }
-  OpenDataBase(const OpenDataBase&) = delete;
-  OpenDataBase& operator=(const OpenDataBase&) = delete;
-
- private:
-  DataBaseAdapter& _adapter;
 };
 
 SnmpObjRecord scalarRecord(const ResultTable& table, int row, const std::string& name) {
@@ -187,6 +123,14 @@ int loadMapping(DataBaseAdapter& adapter, const MappingTable& mapping, int subsi
   return 0;
 }
 
+/// The tables' texts, as the database's library hands them out, take far more than the catalogue
+/// that is made of them meanwhile, and lie below it, where the C library would keep what is free.
+void giveMemoryBack() {
+#ifdef __GLIBC__
+  malloc_trim(0);
+#endif
+}
+
 }  // namespace
 
 SnmpDataBase::SnmpDataBase(const char* path) {
@@ -204,6 +148,7 @@ void SnmpDataBase::load(const char* path) {
   Sqlite3 adapter(path);
   initSnmpObjOid(adapter);
   initSnmpTableOid(adapter);
+  giveMemoryBack();
 }
 
 int SnmpDataBase::initSnmpObjOid(DataBaseAdapter& adapter) {
