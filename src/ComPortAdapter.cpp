@@ -23,19 +23,24 @@ struct QueueMsg {
   std::uint8_t payload[ComPortAdapter::kMaxSend];
 };
 
-/// Writes "%02x " per byte, the whole payload in one call: it stands on the path of every request.
+using ByteText = std::array<char, 3>;
+
+/// "%02x " of every byte.
+constexpr auto kByteTexts = [] {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::array<ByteText, 256> texts{};
+  for (std::size_t byte = 0; byte < texts.size(); ++byte) {
+    texts[byte] = {kDigits[byte >> 4], kDigits[byte & 0xF], ' '};
+  }
+  return texts;
+}();
+
+/// Writes the whole payload in one call: it stands on the path of every request.
 void tracePayload(const std::uint8_t* payload, std::size_t size) {
   if (!Trace::enabled()) return;
-  static constexpr char kDigits[] = "0123456789abcdef";
-  static constexpr std::size_t kCharsPerByte = 3;
-  std::array<char, kCharsPerByte * ComPortAdapter::kMaxReceive> line;
-  char* out = line.data();
-  for (std::size_t i = 0; i < size; ++i) {
-    *out++ = kDigits[payload[i] >> 4];
-    *out++ = kDigits[payload[i] & 0xF];
-    *out++ = ' ';
-  }
-  Trace::write({line.data(), kCharsPerByte * size});
+  std::array<ByteText, ComPortAdapter::kMaxReceive> line;
+  for (std::size_t i = 0; i < size; ++i) line[i] = kByteTexts[payload[i]];
+  Trace::write({line.front().data(), size * sizeof(ByteText)});
 }
 
 }  // namespace

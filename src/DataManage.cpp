@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstring>
 
 #include "ObjInfo.h"
 #include "ObjectProtocol.h"
@@ -16,12 +17,6 @@ namespace {
 constexpr std::size_t kGetReplyLimit = 1024;
 static_assert(kGetReplyLimit >= kMinGetReplyBuffer);
 constexpr std::size_t kSetReplyLimit = ComPortAdapter::kMaxReceive;
-
-/// A receive buffer, zeroed so that a short reply reads as zeros.
-template <std::size_t limit>
-struct alignas(long) ReceiveBuffer {
-  std::uint8_t bytes[ComPortAdapter::kTypeSize + limit] = {};
-};
 
 /// Cuts the 32-bit integer to the width of the record's `objLen`. No range check: the low bytes
 /// are kept. False for a length that is none of an integer.
@@ -96,18 +91,19 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
     Output::puts("DataManage::getObjValue  writeData error!");
     return kFailed;
   }
-  ReceiveBuffer<kGetReplyLimit> reply;
+  alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kGetReplyLimit];
   const ReplyTimer::Wait wait(_pComPortAdapter->replyTimer());
   GetReplyHeader header{};
   do {
-    reply = {};
-    if (_pComPortAdapter->read(reply.bytes, kGetReplyLimit) == -1) {
+    // As far as it is looked at, so that a short reply reads as zeros.
+    std::memset(reply, 0, ComPortAdapter::kTypeSize + kMinGetReplyBuffer);
+    if (_pComPortAdapter->read(reply, kGetReplyLimit) == -1) {
       const int error = errno;
       Output::puts("DataManage::getObjValue  readData error!");
       afterFailedRead(oid, error);
       return kFailed;
     }
-    header = decodeGetReplyHeader(reply.bytes);
+    header = decodeGetReplyHeader(reply);
   } while (isLate(header, oid));
 
   if (header.command != kCommandGetReply) {
@@ -117,7 +113,7 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
   }
   record.setObjLen(header.objLen);
   record.setAttr(header.attr);
-  if (!decodeGetReplyValue(reply.bytes, record)) {
+  if (!decodeGetReplyValue(reply, record)) {
     Output::puts("ERR: DatabaseFacade::select: type unsupported!");
     return kFailed;
   }
@@ -136,16 +132,16 @@ int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
   const std::size_t size = encodeSetRequest(oid, record, request);
   _pComPortAdapter->flush();
   _pComPortAdapter->write(request.data(), size);
-  ReceiveBuffer<kSetReplyLimit> reply;
+  alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kSetReplyLimit];
   const ReplyTimer::Wait wait(_pComPortAdapter->replyTimer());
   do {
-    reply.bytes[kFrameCommand] = 0;
-    if (_pComPortAdapter->read(reply.bytes, kSetReplyLimit) == -1) {
+    std::memset(reply, 0, ComPortAdapter::kTypeSize + 1);  // as far as it is looked at
+    if (_pComPortAdapter->read(reply, kSetReplyLimit) == -1) {
       afterFailedRead(oid, errno);
       return kFailed;
     }
-  } while (isLate(reply.bytes[kFrameCommand]));
-  return reply.bytes[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
+  } while (isLate(reply[kFrameCommand]));
+  return reply[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
 }
 
 bool DataManage::isLate(const GetReplyHeader& header, std::uint16_t oid) const {
@@ -191,7 +187,11 @@ int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue,
 
   Presentation made;
   if (present(*_pConvertStrategy, mapping.covMethod, record, made) == -1) return -1;
-  Trace::print("norvasnmp:getSnmpValue oid=0x%x,covMethod=%d\n", record.oid(), mapping.covMethod);
+  if (Trace::enabled()) {
+    TraceLine line;
+    line.text("norvasnmp:getSnmpValue oid=0x").hex(record.oid());
+    line.text(",covMethod=").decimal(mapping.covMethod).text("\n").print();
+  }
   if (presentation != nullptr) *presentation = made;
   return 0;
 }

@@ -16,7 +16,9 @@
 #ifndef NORVA_OUTPUT_H_
 #define NORVA_OUTPUT_H_
 
+#include <array>
 #include <atomic>
+#include <charconv>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -113,6 +115,31 @@ class Trace {
 
  private:
   static inline std::atomic<bool> _enabled = true;
+};
+
+/// One piece of the trace, put together without the reading of a format, which would be a third of
+/// what the agent adds to a request. As std::printf's %s, %x and %d; cut to kSize characters.
+class TraceLine {
+ public:
+  static constexpr std::size_t kSize = 128;
+
+  TraceLine& text(std::string_view text) {
+    _end += text.copy(_end, static_cast<std::size_t>(_text.end() - _end));
+    return *this;
+  }
+  TraceLine& hex(unsigned number) {
+    _end = std::to_chars(_end, _text.end(), number, 16).ptr;
+    return *this;
+  }
+  TraceLine& decimal(int number) {
+    _end = std::to_chars(_end, _text.end(), number).ptr;
+    return *this;
+  }
+  void print() const { Trace::write({_text.begin(), _end}); }
+
+ private:
+  std::array<char, kSize> _text;
+  char* _end = _text.begin();
 };
 
 }  // namespace norva
