@@ -126,8 +126,13 @@ int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
   if (oid == kObjHeartBeatSwitch) heartBeatSwFlagChanged = true;
   if (!lock.owns_lock()) return kFailed;
 
-  Trace::print("cmd is %d, objLen is %d \n", kCommandSetRequest, record.objLen());
-  if (!isSetLength(record.objLen())) Trace::print("\nDataManage::setObjValue error obj type!");
+  if (Trace::enabled()) {
+    TraceLine line;
+    line.text("cmd is ").decimal(kCommandSetRequest);
+    line.text(", objLen is ").decimal(record.objLen()).text(" \n");
+    if (!isSetLength(record.objLen())) line.text("\nDataManage::setObjValue error obj type!");
+    line.print();
+  }
   SetRequest request;
   const std::size_t size = encodeSetRequest(oid, record, request);
   _pComPortAdapter->flush();

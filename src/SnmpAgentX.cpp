@@ -132,8 +132,11 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
     record.setText(text);
   }
   if (norva::writeObject(record, *state().catalogue, value) == -1) return SNMP_ERR_BADVALUE;
-  Trace::print("set 'ACTION'  oid = %x   set length = %d..\n", record.oid(),
-               static_cast<int>(value.size()));
+  if (Trace::enabled()) {
+    TraceLine line;
+    line.text("set 'ACTION'  oid = ").hex(record.oid());
+    line.text("   set length = ").decimal(static_cast<int>(value.size())).text("..\n").print();
+  }
   return SNMP_ERR_NOERROR;
 }
 
