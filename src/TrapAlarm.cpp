@@ -182,7 +182,7 @@ bool TrapAlarm::sendTrap(const TrapMessage& trapMessage, const std::string& name
 }
 
 void TrapAlarm::perform(std::size_t most) {
-  for (; most > 0; --most) {
+  for (; most > 0 && _queue.hasWork(); --most) {
     const NotificationQueue::Numbered* next = _queue.take();
     if (next == nullptr) return;
     send(next->notification, next->sequence);
