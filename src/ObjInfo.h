@@ -27,6 +27,8 @@ struct ObjMapping {
 
 /// The attributes and the name.
 struct ObjInfo : ObjAttributes {
+  const ObjAttributes& attributes() const { return *this; }
+
   std::string name;  ///< put into alarm notifications
 };
 

@@ -90,7 +90,7 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
   if (vp->magic == 0 || vp->magic > objects.size()) return nullptr;
   const SnmpObjRecord& object = objects[vp->magic - 1U];
   if ((object.info.access & kAccessWrite) != 0) {
-    state().writable = {object.objId, object.info};
+    state().writable = {object.objId, object.info.attributes()};
     *writeMethod = writeObject;
   }
 
@@ -116,7 +116,7 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
   if (action != ACTION) return SNMP_ERR_NOERROR;
   // In a request with several scalars every one is looked up before the first is written.
   if (const SnmpObjRecord* named = findWritable(name, nameLen)) {
-    state().writable = {named->objId, named->info};
+    state().writable = {named->objId, named->info.attributes()};
   }
   ObjValue& writeTemplate = state().writeTemplate;
   writeTemplate.setOid(state().writable.objId);

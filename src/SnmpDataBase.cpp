@@ -194,7 +194,7 @@ int SnmpDataBase::findObjInfo(std::uint16_t objId, ObjInfo& out) const {
 int SnmpDataBase::findAttributes(std::uint16_t objId, ObjAttributes& out) const {
   const std::lock_guard lock(_lock);
   if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
-    out = scalar->second.info;
+    out = scalar->second.info.attributes();
     return 0;
   }
   const TableCells::Entry* cell = _tableObjects.findObject(objId);

@@ -35,7 +35,7 @@ void TableCells::clear() {
 
 void TableCells::insert(const SnmpTableObjRecord& record) {
   const std::string& node = *_nodes.insert(record.ancestorNode).first;
-  const Cell cell{static_cast<std::uint32_t>(_names.size()), record.objId, record.info,
+  const Cell cell{static_cast<std::uint32_t>(_names.size()), record.objId, record.info.attributes(),
                   record.extraWord, record.tableAttr};
   const auto [place, isNew] = _cells.try_emplace({&node, record.column, record.row}, cell);
   if (isNew) _names.append(record.info.name).push_back('\0');
