@@ -1,6 +1,5 @@
 #include "SnmpObjConvertStrategy.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cmath>
 #include <cstdio>
@@ -42,8 +41,13 @@ std::uint32_t truncateToUnsigned32(double number) {
   return static_cast<std::uint32_t>(number);
 }
 
-/// A wider number reads as this one, as on the unit, where a long has 32 bits.
-constexpr unsigned long long kMaxSubIdentifier = 0xFFFFFFFFULL;
+/// The number at the start of `text` as on the unit, where a long has 32 bits: a negative one modulo
+/// 2^32, one of more bits as the largest.
+std::uint32_t subIdentifier(const char* text) {
+  constexpr long long kMost = 0xFFFFFFFF;
+  const long long number = std::strtoll(text, nullptr, 10);
+  return static_cast<std::uint32_t>(number < -kMost || number > kMost ? kMost : number);
+}
 
 bool isDigit(char c) {
   return c >= '0' && c <= '9';
@@ -190,10 +194,7 @@ std::uint32_t parseOidText(const char* text, std::uint32_t* oidOut, std::size_t 
   if (text == nullptr || oidOut == nullptr) return 0xFFFFFFFFU;
   std::uint32_t count = 0;
   for (const char* dot = std::strchr(text, '.'); dot != nullptr; dot = std::strchr(dot + 1, '.')) {
-    if (count < capacity) {
-      const unsigned long long number = std::strtoull(dot + 1, nullptr, 10);
-      oidOut[count] = static_cast<std::uint32_t>(std::min(number, kMaxSubIdentifier));
-    }
+    if (count < capacity) oidOut[count] = subIdentifier(dot + 1);
     ++count;
   }
   return count;

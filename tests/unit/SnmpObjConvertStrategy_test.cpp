@@ -121,6 +121,7 @@ TEST(ParseOidTextTest, ReadsANumberAfterEveryDotUpToTheCapacity) {
   check("..5", 2, {0, 5, 99, 99});
   check(".1.x.3", 3, {1, 0, 3, 99});
   check(".4294967295.7 ", 2, {4294967295, 7, 99, 99});
+  check(".-5.-4294967296", 2, {4294967291, 4294967295, 99, 99});
   check("", 0, {99, 99, 99, 99});
   check(nullptr, 0xFFFFFFFF, {99, 99, 99, 99});
 }
