@@ -1,0 +1,132 @@
+// Conversions between an object's value and its SNMP presentation, against the exact model.
+
+#include <algorithm>
+#include <cstring>
+
+#include "ByteOrder.h"
+#include "ExactModel.h"
+#include "Fuzz.h"
+#include "Presentation.h"
+#include "SnmpObjConvertStrategy.h"
+
+namespace norva::fuzz {
+namespace {
+
+enum Kind { kUnsigned, kSigned, kText, kOther };
+
+/// The record as bytes that the model works on.
+struct Model {
+  unsigned covMethod, kind, objLen;
+  Bytes value;  // 64
+
+  unsigned method() const { return covMethod & 0xFFF; }
+  unsigned exponent() const { return covMethod >> 12; }
+  std::uint32_t integer() const { return loadBe32(value.data()); }
+  void setInteger(std::uint32_t integer) { storeBe32(value.data(), integer); }
+  std::string text() const { return {value.begin(), std::find(value.begin(), value.end(), 0)}; }
+  void setText(const std::string& text) {
+    std::copy(text.begin(), text.end(), value.begin());
+    std::fill(value.begin() + static_cast<long>(text.size()), value.end(), std::uint8_t{0});
+    objLen = static_cast<unsigned>(text.size());
+  }
+
+  /// False when an integer has no length of one.
+  bool widen() {
+    if (kind == kText) objLen = static_cast<unsigned>(text().size() + 3);
+    if (kind == kText || kind == kOther) return true;
+    if (objLen != 4 && objLen != 5 && objLen != 7) return false;
+    std::uint32_t whole = kind == kSigned && (value[0] & 0x80) != 0 ? 0xFFFFFFFF : 0;
+    for (unsigned i = 0; i < objLen - 3; ++i) whole = whole << 8 | value[i];
+    setInteger(whole);
+    objLen = 7;
+    return true;
+  }
+
+  void toSnmp() {
+    switch (method()) {
+      case 1:
+      case 2:
+        setText(std::to_string(value[0]) + '.' + std::to_string(value[1]) + '.' +
+                std::to_string(value[2]) + '.' + std::to_string(value[3]));
+        break;
+      case 4:
+        setText(twoDecimals(dividedByTens(asSingle(integer(), kind == kSigned), exponent())));
+        break;
+      case 11:
+        setInteger(integer() & 0xFFFF);
+        break;
+      default:
+        break;
+    }
+  }
+
+  bool toObj() {
+    if (method() == 0 && kind != kText) {
+      const bool isNegative = kind == kSigned && (value[0] & 0x80) != 0;
+      const Wide size = isNegative ? (Wide{1} << 32) - integer() : integer();
+      setInteger(cut(timesTens({isNegative, {size, 0}}, exponent())));
+    } else if (method() == 4) {
+      const std::string digits = text();
+      if (digits.empty() || digits.find_first_not_of("0123456789.") != std::string::npos) {
+        return false;
+      }
+      std::size_t used = 0;
+      setInteger(cut(timesTens(decimal(digits, used), exponent())));
+    }
+    return true;
+  }
+
+  ObjValue record() const {
+    ObjValue made;
+    made.setObjLen(static_cast<std::uint8_t>(objLen));
+    made.setAttr(static_cast<std::uint16_t>(kind << 8));
+    std::copy(value.begin(), value.end(), made.value());
+    return made;
+  }
+};
+
+void mustBeSame(const ObjValue& record, const Model& model) {
+  MUST(std::memcmp(record.value(), model.value.data(), ObjValue::kValueSize) == 0);
+  MUST(record.objLen() == model.objLen);
+}
+
+void run(Input input) {
+  static const SnmpObjConvertStrategy strategy;
+  Model model{input.word(), input.byte() & 3U, input.byte(), {}};
+  model.value = input.bytes(ObjValue::kValueSize);
+  model.value.resize(ObjValue::kValueSize);
+  const auto method = static_cast<std::uint16_t>(model.covMethod);
+
+  if (model.method() != 3) {
+    Model shown = model;
+    ObjValue record = model.record();
+    Presentation presentation;
+    const bool isShown = present(strategy, method, record, presentation) == 0;
+    MUST(isShown == shown.widen());
+    if (isShown) {
+      shown.toSnmp();
+      mustBeSame(record, shown);
+      MUST(presentation.deviceLen == model.objLen);
+    }
+  }
+  Model written = model;
+  ObjValue record = model.record();
+  MUST((strategy.convertToObj(method, record) == 0) == written.toObj());
+  mustBeSame(record, written);
+
+  ObjValue scaled = model.record();
+  MUST((strategy.scaleDown(method, scaled) == 0) == (model.kind != kText));
+  if (model.kind != kText) {
+    model.setInteger(
+        cut(dividedByTens(asSingle(model.integer(), model.kind == kSigned), model.exponent())));
+  }
+  mustBeSame(scaled, model);
+}
+
+}  // namespace
+}  // namespace norva::fuzz
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  norva::fuzz::run({data, size});
+  return 0;
+}

@@ -1,0 +1,148 @@
+// What the unit posts on the alarm queue, up to the bindings of the notification.
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include "AsnType.h"
+#include "DataManage.h"
+#include "Fuzz.h"
+#include "NotificationQueue.h"
+#include "SnmpDataBase.h"
+#include "TrapAlarm.h"
+
+namespace norva::fuzz {
+namespace {
+
+constexpr int kMapped = 0x0403, kMappedToo = 0x3034;
+constexpr std::size_t kMost = 1024;  // bytes of a message
+constexpr std::size_t kSize = 213;   // of a record
+
+/// No more messages; ends the alarm thread's loop.
+struct Exhausted {};
+
+struct Sent {
+  unsigned kind;  // last number of the notification
+  std::string name, value, text4, text5, text6;
+  unsigned deviceId;
+  unsigned sequence;
+  bool operator==(const Sent&) const = default;
+};
+
+std::vector<Sent> sent;
+
+std::string text(const Bytes& record, std::size_t start) {
+  const auto begin = record.begin() + static_cast<long>(start);
+  return {begin, std::find(begin, record.end(), 0)};
+}
+
+/// The notification that a message must become, if any.
+std::optional<Sent> expected(Bytes message, unsigned sequence) {
+  if (message.empty() || message.size() > kMost) return {};
+  message.resize(kSize);
+  const int objId = message[9] * 256 + message[10];
+  if (objId != kMapped && objId != kMappedToo) return {};
+  const bool isKnown = message[0] == 0 && message[1] == 0 && message[2] == 0;
+  const unsigned type = message[3];
+  if (!isKnown || type < 1 || type > 4) return {};
+  const bool isCleared = message[11] == '0';
+  Sent event{95 + type, objId == kMapped ? "Alarm" : "Other", "", "", "", "", 0, sequence};
+  if (type == 1) event.value = isCleared ? "Clear Alarm" : "New Alarm";
+  if (type == 2) {
+    const std::string name = "RU ";
+    const unsigned skip = message[12] + message[13] + message[14];
+    event.name = skip > name.size() ? "" : name.substr(skip);
+    event.value = isCleared ? "Remove RU" : "Add RU";
+  }
+  if (type == 3) {
+    event.name = "GeneralTrap";
+    event.value = isCleared ? "Lose GeneralTrap" : "Report GeneralTrap";
+  }
+  event.deviceId = message[20];
+  event.text4 = text(message, 21);
+  event.text6 = text(message, 85);
+  event.text5 = text(message, 149);
+  return event;
+}
+
+unsigned integer(const netsnmp_variable_list& variable) {
+  MUST(variable.type == ASN_INTEGER);
+  return static_cast<unsigned>(*variable.val.integer);
+}
+
+std::string octets(const netsnmp_variable_list& variable) {
+  MUST(variable.type == ASN_OCTET_STR);
+  return {reinterpret_cast<const char*>(variable.val.string), variable.val_len};
+}
+
+void receive(const netsnmp_variable_list* variable) {
+  const netsnmp_variable_list* bindings[8];
+  for (unsigned number = 0; number < 8; ++number, variable = variable->next_variable) {
+    MUST(variable != nullptr);
+    MUST(number == 0 || (variable->name_length == 16 && variable->name[15] == number));
+    bindings[number] = variable;
+  }
+  MUST(variable == nullptr && bindings[0]->type == ASN_OBJECT_ID);
+  MUST(bindings[0]->val_len == 16 * sizeof(oid));
+  sent.push_back({static_cast<unsigned>(bindings[0]->val.objid[15]), octets(*bindings[1]),
+                  octets(*bindings[2]), octets(*bindings[4]), octets(*bindings[5]),
+                  octets(*bindings[6]), integer(*bindings[3]), integer(*bindings[7])});
+}
+
+std::unique_ptr<SnmpDataBase> makeCatalogue() {
+  const DataBaseFile file({scalarRow(kMapped, 1, kAsnInteger, 0, "Alarm"),
+                           scalarRow(kMappedToo, 2, kAsnInteger, 0, "Other")},
+                          {});
+  return std::make_unique<SnmpDataBase>(file.path().c_str());
+}
+
+void run(Input input) {
+  static const auto catalogue = makeCatalogue();
+  Queues& queues = Queues::get();
+  queues.reset();
+  queues.exhausted = [](int key) {
+    if (key == kAlarmQueueKey) throw Exhausted();
+  };
+  const std::uint8_t version = input.byte();
+  queues.sent = [&](int, const Bytes&) {
+    queues.waiting[kReplyQueueKey] = {{0x12, 4, 0, 0, 0x11, 6, version}};
+    return true;
+  };
+  NotificationQueue notifications;
+  notifications.sessionStarted();
+  TrapAlarm alarm("fuzz", notifications);
+  alarm.init(*catalogue);
+
+  std::vector<Sent> due;
+  std::deque<Bytes>& messages = queues.waiting[kAlarmQueueKey];
+  while (!input.empty() && messages.size() < 50) {
+    messages.push_back(input.message());
+    if (auto event = expected(messages.back(), static_cast<unsigned>(due.size() + 1))) {
+      due.push_back(std::move(*event));
+    }
+  }
+  sent.clear();
+  try {
+    alarm.run();
+  } catch (const Exhausted&) {
+  }
+  alarm.perform(1000);
+  MUST(sent == due);
+  dropOutput();
+}
+
+}  // namespace
+}  // namespace norva::fuzz
+
+// In place of the library's.
+extern "C" void send_v2trap(netsnmp_variable_list* list) {
+  norva::fuzz::receive(list);
+}
+extern "C" void send_v3trap(netsnmp_variable_list* list, const char*) {
+  norva::fuzz::receive(list);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  norva::fuzz::run({data, size});
+  return 0;
+}

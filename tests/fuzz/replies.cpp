@@ -1,0 +1,137 @@
+// What comes from the unit's reply queue, through the read of one object up to its SNMP value, and
+// as the acknowledgement of a write. With NORVA_FUZZ_LIMITED_WAITS late replies are skipped.
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include "AnswerValue.h"
+#include "AsnType.h"
+#include "DataManage.h"
+#include "Fuzz.h"
+#include "Output.h"
+#include "Presentation.h"
+#include "SnmpDataBase.h"
+
+namespace norva::fuzz {
+namespace {
+
+#ifdef NORVA_FUZZ_LIMITED_WAITS
+constexpr bool kIsLimited = true;
+#else
+constexpr bool kIsLimited = false;
+#endif
+
+constexpr std::size_t kMost = 1024;  // bytes of a reply to a read
+constexpr std::uint16_t kMethods[] = {0,      0x1000, 0x2000, 0xF000, 1,  2,  3,  4,
+                                      0x1004, 0x2004, 0xF004, 7,      10, 11, 12, 0x2FFF};
+
+std::unique_ptr<SnmpDataBase> makeCatalogue() {
+  std::vector<std::string> rows;
+  for (const std::uint16_t method : kMethods) {
+    const auto number = static_cast<unsigned>(rows.size());
+    rows.push_back(scalarRow(0x100 + number, number, kAsnInteger, method));
+  }
+  const DataBaseFile file(rows, {});
+  return std::make_unique<SnmpDataBase>(file.path().c_str());
+}
+
+/// The object that `replies` make of a read of `oid` into `before`; none where it fails, with what
+/// it leaves in `before`.
+std::optional<ObjValue> expected(std::uint16_t oid, ObjValue& before,
+                                 const std::vector<Bytes>& replies) {
+  for (const Bytes& reply : replies) {
+    if (reply.size() > kMost) return {};
+    Bytes frame = reply;
+    frame.resize(6 + 256);
+    const int replyOid = frame[4] | frame[5] << 8;
+    if (kIsLimited && (frame[0] == 0x11 || (frame[0] == 0x12 && replyOid != oid))) continue;
+    if (frame[0] != 0x12) return {};
+    before.setObjLen(frame[1]);
+    before.setAttr(static_cast<std::uint16_t>(frame[2] | frame[3] << 8));
+    const std::size_t size = frame[1] < 3 ? 0 : std::min<std::size_t>(frame[1] - 3U, 64);
+    std::uint8_t* const value = before.value();
+    if ((frame[3] & 3) == 2) {
+      std::fill_n(value, 64, std::uint8_t{0});
+      std::copy_n(frame.begin() + 6, size, value);
+    } else if (size == 1 || size == 2 || size == 4) {
+      std::reverse_copy(frame.begin() + 6, frame.begin() + 6 + static_cast<int>(size), value);
+    } else {
+      return {};
+    }
+    return before;
+  }
+  return {};
+}
+
+bool isSame(const ObjValue& a, const ObjValue& b) {
+  return a.objLen() == b.objLen() && a.oid() == b.oid() && a.attr() == b.attr() &&
+         std::equal(a.value(), a.value() + ObjValue::kValueSize, b.value());
+}
+
+void checkAnswer(std::uint8_t type, const ObjValue& record, Presentation presentation) {
+  const AnswerValue answer(type, record, presentation);
+  if (!answer.valid()) return;
+  MUST(answer.size() <= ObjValue::kValueSize);
+  if (isInteger32(type) || type == kAsnIpAddress) MUST(answer.size() == 4);
+  if (type == kAsnCounter64) MUST(answer.size() == 2 * sizeof(long));
+}
+
+void run(Input input) {
+  static const auto catalogue = makeCatalogue();
+  DataManage& unit = *DataManage::getInstance();
+  const std::uint8_t choice = input.byte();
+  const auto oid = static_cast<std::uint16_t>(0x100 + choice % (std::size(kMethods) + 1));
+  const std::uint8_t type = input.byte();
+  std::vector<Bytes> replies;
+  while (!input.empty() && replies.size() < 8) replies.push_back(input.message());
+  int requests = 0;
+  Queues::get().reset();
+  Queues::get().sent = [&](int key, const Bytes& request) {
+    const Bytes get{2, 7, static_cast<std::uint8_t>(oid), 1, 0, 0, 0, 0};
+    MUST(key == kRequestQueueKey && (requests == 2 || request == get));
+    ++requests;
+    Queues::get().waiting[kReplyQueueKey].assign(replies.begin(), replies.end());
+    return true;
+  };
+
+  ObjValue record;
+  record.setOid(oid);
+  record.setText("left by an earlier read");
+  ObjValue model = record;
+  const auto read = expected(oid, model, replies);
+  MUST((unit.getObjValue(oid, record) == 0) == read.has_value());
+  MUST(isSame(record, model) && requests == 1);
+
+  ObjValue shown;
+  shown.setOid(oid);
+  Presentation presentation;
+  if (unit.getSnmpValue(shown, *catalogue, &presentation) == 0) {
+    checkAnswer(type, shown, presentation);
+  }
+  MUST(requests == 2);
+
+  const int result = unit.setObjValue(oid, record);
+  const auto answer = std::find_if(replies.begin(), replies.end(), [](const Bytes& reply) {
+    return !kIsLimited || reply.empty() || reply[0] != 0x12;
+  });
+  const bool isDone = answer != replies.end() && !answer->empty() && (*answer)[0] == 0x11;
+  MUST((result == 0) == isDone && requests == 3);
+  dropOutput();
+}
+
+}  // namespace
+}  // namespace norva::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  norva::Trace::enable(true);
+  if (norva::fuzz::kIsLimited) {
+    norva::DataManage::getInstance()->limitWaits(std::chrono::hours(1));
+  }
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  norva::fuzz::run({data, size});
+  return 0;
+}

@@ -1,0 +1,84 @@
+// The simulated unit: its object file, its control commands and what it answers to any request.
+// A line that begins with '>' is the bytes of a request, every other one a command.
+
+#include <csignal>
+#include <sstream>
+
+#include "Commands.h"
+#include "DeviceObject.h"
+#include "Fuzz.h"
+#include "ObjectFile.h"
+#include "ObjectProtocol.h"
+#include "Unit.h"
+
+namespace norva::fuzz {
+namespace {
+
+using dasunit::DeviceObject;
+using dasunit::InputError;
+
+/// What an object is written as reads as the same object.
+void mustReadBack(const DeviceObject& object) {
+  const std::string line = object.format();
+  const std::vector<DeviceObject> read = dasunit::parseObjectLine(line);
+  MUST(read.size() == 1 && read[0].format() == line && read[0].attr() == object.attr());
+  MUST(std::equal(object.wireValue().begin(), object.wireValue().end(), read[0].wireValue().begin(),
+                  read[0].wireValue().end()));
+}
+
+std::vector<DeviceObject> parse(const std::string& text) {
+  std::istringstream file(text);
+  try {
+    return dasunit::parseObjects(file, "fuzz");
+  } catch (const InputError& error) {
+    MUST(std::string(error.what()).starts_with("fuzz:"));
+    return {};
+  }
+}
+
+void request(dasunit::Unit& unit, const Bytes& frame) {
+  const Bytes reply = unit.objects().answer(frame);
+  MUST(!reply.empty());
+  const auto fault = unit.faults().take(frame);
+  if (!fault) return;
+  for (const Bytes& sent : dasunit::applyFault(*fault, reply)) unit.sendReply(sent);
+}
+
+void run(const std::string& text) {
+  std::size_t sent = 0;
+  Queues::get().reset();
+  Queues::get().sent = [&](int, const Bytes& message) {
+    MUST(message.size() <= 8000);
+    return ++sent < 1000;
+  };
+  const std::size_t split = std::min(text.find("\n\n"), text.size());
+  const std::vector<DeviceObject> objects = parse(text.substr(0, split));
+  for (std::size_t i = 0; i < objects.size() && i < 20; ++i) mustReadBack(objects[i]);
+  dasunit::Unit unit(objects, "");
+  std::istringstream commands(text.substr(split));
+  for (std::string line; std::getline(commands, line);) {
+    try {
+      if (line.starts_with('>')) {
+        request(unit, dasunit::parseHex(line.substr(1)));
+      } else {
+        const std::string answer = dasunit::execute(unit, line);
+        MUST(answer.empty() || answer.back() == '\n');
+      }
+    } catch (const InputError& error) {
+      MUST(std::string_view(error.what()).size() > 0);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace norva::fuzz
+
+// The command that ends the unit does not end the target.
+extern "C" int kill(pid_t, int) noexcept {
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  norva::fuzz::run({data, data + size});
+  return 0;
+}
