@@ -75,7 +75,9 @@ int StrictSet::undo(const Name& name) {
     return SNMP_ERR_UNDOFAILED;
   }
   const bool isUndone = writeRaw(write.before) == WriteResult::kDone;
-  return isUndone ? SNMP_ERR_NOERROR : SNMP_ERR_UNDOFAILED;
+  // A record does not hold all of a longer text.
+  constexpr std::size_t kWhole = kObjLenOverhead + ObjValue::kValueSize;
+  return isUndone && write.before.objLen() <= kWhole ? SNMP_ERR_NOERROR : SNMP_ERR_UNDOFAILED;
 }
 
 }  // namespace norva

@@ -159,7 +159,7 @@ class CellRequest {
 };
 
 /// All phases of a SET, as the library has them; with `undo` something else of the request fails in
-/// the middle. The error of the first that fails.
+/// the middle. The error of the first that fails, undoFailed before any other.
 template <typename Perform>
 int performAll(Perform perform, bool undo) {
   for (const int mode : {MODE_SET_RESERVE1, MODE_SET_RESERVE2}) {
@@ -171,7 +171,7 @@ int performAll(Perform perform, bool undo) {
   }
   const int error = perform(MODE_SET_ACTION);
   if (error != SNMP_ERR_NOERROR || undo) {
-    perform(MODE_SET_UNDO);
+    if (perform(MODE_SET_UNDO) == SNMP_ERR_UNDOFAILED) return SNMP_ERR_UNDOFAILED;
   } else {
     perform(MODE_SET_COMMIT);
   }
@@ -258,7 +258,10 @@ void run(Input input) {
     error = performAll([&](int mode) { return setScalar(asked, value, mode); }, undo);
   }
   MUST(value == asked.value);
-  if (isStrict && (error != SNMP_ERR_NOERROR || undo)) MUST(device.value == before.value);
+  const bool isWhole = device.value.size() <= ObjValue::kValueSize;
+  const bool mustBeBack = isStrict && (error != SNMP_ERR_NOERROR || undo);
+  if (mustBeBack && error != SNMP_ERR_UNDOFAILED) MUST(device.value == before.value);
+  MUST(error != SNMP_ERR_UNDOFAILED || device.refuses || !isWhole);
   if (isStrict && error == SNMP_ERR_NOERROR) MUST(device.writes == 1 + undo);
   if (undo || device.writes == 0 || device.refuses) return dropOutput();
   if (isStrict) {
