@@ -322,15 +322,16 @@ class World:
         """Those of them that write."""
         return [frame for frame in self.requests(before) if frame[0] == 0x01]
 
-    def start_master(self, conf=""):
-        """The master agent, answering. `conf`: more lines for its configuration."""
+    def start_master(self, conf="", prefix=()):
+        """The master agent, answering. `conf`: more lines for its configuration; `prefix` is a
+        command to run it under."""
         path = self.directory / "snmpd.conf"
         path.write_text(f"master agentx\nagentXSocket {self.socket}\n"
                         "rocommunity public 127.0.0.1\nrwcommunity private 127.0.0.1\n"
                         f"dontLogTCPWrappersConnects yes\n{conf}\n")
         self.master = self.spawn(
-            "snmpd", ["snmpd", "-f", "-Lf", self.directory / "snmpd-messages.log", "-C", "-c", path,
-                      f"udp:{self.address}"],
+            "snmpd", [*prefix, "snmpd", "-f", "-Lf", self.directory / "snmpd-messages.log", "-C",
+                      "-c", path, f"udp:{self.address}"],
             env={"SNMP_PERSISTENT_DIR": str(self.directory / "persistent-master")})
         wait_until(self.master_answers, what="snmpd's own sysUpTime")
 

@@ -1,0 +1,222 @@
+"""What an agent has to do in the field, for as long as one likes: managers that read and write, a unit
+that posts alarms. What is answered is checked by value, whatever happens to the agent meanwhile."""
+
+import threading
+from collections import Counter
+
+from world import (ALARM_OBJECT, ROOT, SnmpError, WorldError, cell_row, parse_varbinds,
+                   scalar_row)
+
+# A line for every answer: the same as the first one, or "other" behind its lines.
+LOOP = """
+first=$($1 2>&1) || first=
+while [ ! -e stop-managers ]; do
+  answer=$($1 2>&1)
+  if [ "$answer" = "$first" ]; then echo same; else echo "$answer"; echo other; fi
+  sleep $2
+done
+"""
+
+
+class Failure(Exception):
+    pass
+
+
+class Objects:
+    """What the unit has: objects whose values never change, and those that the SETs write."""
+
+    STEP = 100_000  # values of an object: its number times this, and what was written last
+
+    def __init__(self):
+        self.fixed = {}     # OID: value
+        self.written = {}   # OID: number of the object
+        self.lines, self.rows = [], []
+        for n in range(1, 31):
+            self._add(0x0100 + n, f"{ROOT}.1.1.1.{n}.0", scalar_row(0x0100 + n, n), n % 3 == 0)
+        for row in range(1, 33):
+            for column in (2, 3):
+                number = 0x1000 + 32 * column + row
+                self._add(number, f"{ROOT}.10.1.1.{column}.{row}.0",
+                          cell_row(number, column, row), column == 3 and row % 4 == 0)
+        for n in range(31, 41):
+            self._add_text(0x0100 + n, n)
+        self.lines += [f"{ALARM_OBJECT} unsigned 1 rw 0", "0x0ffa unsigned 1 rw 1",
+                       "0x0ffb unsigned 1 rw 1"]
+        self.rows.append(scalar_row(0x0403, 99, name="Alarm"))
+
+    def _add(self, number, oid, row, is_written):
+        self.lines.append(f"{number:#06x} unsigned 4 rw {number * self.STEP}")
+        self.rows.append(row)
+        if is_written:
+            self.written[oid] = number
+        else:
+            self.fixed[oid] = number * self.STEP
+
+    def _add_text(self, number, n):
+        self.lines.append(f'{number:#06x} text 20 rw "object {number:#06x}"')
+        self.rows.append(scalar_row(number, n, type=4))
+        self.fixed[f"{ROOT}.1.1.1.{n}.0"] = f"object {number:#06x}"
+
+    def is_wrong(self, oid, value):
+        """Whether a manager may never see `value` there."""
+        if value is None:
+            return False
+        if oid in self.written:
+            return not isinstance(value, int) or value // self.STEP != self.written[oid]
+        if ".10.1.1.1." in oid:  # the rows' numbers
+            return value != int(oid.split(".")[-2])
+        if oid == f"{ROOT}.1.1.1.99.0":
+            return value != 0
+        return value != self.fixed.get(oid)
+
+
+class Managers:
+    """Four that read, each in a loop of its own."""
+
+    def __init__(self, world, objects, pause):
+        self._objects = objects
+        get = "snmpget -v2c -c public -Onx -r0 -t20 127.0.0.1:1161 "
+        names = list(objects.fixed)
+        commands = [f"snmpwalk -v2c -c public -Onx -r0 -t20 127.0.0.1:1161 {ROOT}.1.1.1",
+                    f"snmpbulkwalk -v2c -c public -Onx -r0 -t20 -Cr20 127.0.0.1:1161 {ROOT}.10",
+                    get + " ".join(names[:20:2]), get + " ".join(names[20::9])]
+        self._world = world
+        self._loops = [world.spawn(f"manager-{n}", ["sh", "-c", LOOP, "sh", command, str(pause)])
+                       for n, command in enumerate(commands)]
+        self._read = [0] * len(commands)
+        self.counts = Counter()
+
+    def check(self):
+        """Looks at what was answered since the last call."""
+        for number, loop in enumerate(self._loops):
+            if not loop.running():
+                raise Failure(f"manager {number} has ended")
+            with open(self._world.directory / f"manager-{number}.log") as log:
+                log.seek(self._read[number])
+                text = log.read()
+            whole = text[:text.rfind("\n") + 1]
+            self._read[number] += len(whole.encode())
+            for line in whole.splitlines():
+                self._check_line(line)
+
+    def _check_line(self, line):
+        if line in ("same", "other"):
+            self.counts[line] += 1
+        elif line.startswith("."):
+            for oid, _, value in parse_varbinds(line):
+                if oid.startswith(ROOT) and self._objects.is_wrong(oid, value):
+                    raise Failure(f"wrong value: {line}")
+
+
+class Background(threading.Thread):
+    """Work that goes on until stop(); what fails in it fails the run."""
+
+    def __init__(self):
+        super().__init__(daemon=True)
+        self.ending = threading.Event()
+        self.failure = None
+
+    def run(self):
+        try:
+            while not self.ending.is_set():
+                self.step()
+        except BaseException as failure:  # shown by whoever looks
+            self.failure = failure
+
+    def check(self):
+        if self.failure:
+            raise self.failure
+
+    def stop(self):
+        self.ending.set()
+        self.join(60)
+        if self.is_alive():
+            raise Failure(f"{type(self).__name__} does not end")
+        self.check()
+
+
+class Writer(Background):
+    """The manager that writes and reads back."""
+
+    def __init__(self, world, objects, rng, pause):
+        super().__init__()
+        self._world, self._objects, self._rng, self._pause = world, objects, rng, pause
+        self._number = 0
+        self.lives = 0  # of the unit: odd while it is away; it forgets what was written
+        # What each may hold.
+        self._possible = {oid: {self._first(oid)} for oid in objects.written}
+        self.counts = Counter()
+
+    def _first(self, oid):
+        return self._objects.written[oid] * Objects.STEP
+
+    def unit_restarted(self):
+        for oid, possible in self._possible.items():
+            possible.add(self._first(oid))
+
+    def step(self):
+        self._number = (self._number + 1) % Objects.STEP
+        wanted = {oid: self._first(oid) + self._number
+                  for oid in self._rng.sample(list(self._possible), self._rng.choice([1, 1, 3]))}
+        life = self.lives
+        self.counts["sets"] += 1
+        for oid, value in wanted.items():
+            self._possible[oid].add(value)
+        try:
+            self._world.set(*[word for oid, value in wanted.items() for word in (oid, "i", value)],
+                            timeout=20)
+            self.counts["set"] += 1
+            if life == self.lives and life % 2 == 0:
+                for oid, value in wanted.items():
+                    self._possible[oid] = {value}
+        except SnmpError:
+            pass
+        self.read_back(wanted)
+        self.ending.wait(self._pause)
+
+    def read_back(self, oids):
+        life = self.lives
+        try:
+            answer = self._world.get(*oids, timeout=20)
+        except SnmpError:
+            return
+        for bound in answer:
+            if bound.value is None:
+                continue
+            self.counts["read back"] += 1
+            possible = self._possible[bound.oid]
+            if bound.value not in possible and life == self.lives and life % 2 == 0:
+                raise Failure(f"{bound.oid} holds {bound.value}, written was {sorted(possible)}")
+
+    def read_all(self):
+        """After stop: what the unit holds, asked in turn."""
+        for oid in self._possible:
+            self.read_back([oid])
+
+
+class Alarms(Background):
+    """Posts alarms, each with a name of its own: text 5 and text 4."""
+
+    def __init__(self, world, rng, pause):
+        super().__init__()
+        self._world, self._rng, self._pause = world, rng, pause
+        self._batch = 0
+        self.posted = set()
+        self.lost = set()    # with an agent that was ended
+        self.quiet = threading.Lock()
+
+    def step(self):
+        self.post(self._rng.choice([1] * 30 + [100]))
+        self.ending.wait(self._pause)
+
+    def post(self, count):
+        """Posts so many in a batch; its number."""
+        with self.quiet:
+            self._batch += 1
+            try:
+                self._world.ctl("alarm", "raise", ALARM_OBJECT, "--count", count, "--numbered",
+                                "--text5", self._batch)
+                self.posted |= {(str(self._batch), str(n)) for n in range(1, count + 1)}
+            except WorldError:
+                pass  # without a unit; what of it was posted nobody knows
+            return self._batch
