@@ -41,8 +41,8 @@ std::uint32_t truncateToUnsigned32(double number) {
   return static_cast<std::uint32_t>(number);
 }
 
-/// The number at the start of `text` as on the unit, where a long has 32 bits: a negative one modulo
-/// 2^32, one of more bits as the largest.
+/// The number at the start of `text` as on the unit, where a long has 32 bits: a negative one
+/// modulo 2^32, one of more bits as the largest.
 std::uint32_t subIdentifier(const char* text) {
   constexpr long long kMost = 0xFFFFFFFF;
   const long long number = std::strtoll(text, nullptr, 10);
