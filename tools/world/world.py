@@ -141,6 +141,7 @@ class Process:
     def kill(self):
         if self.running():
             self.signal(signal.SIGKILL)
+            os.kill(self._popen.pid, signal.SIGCONT)  # it may have been stopped, and nsenter with it
         self.wait()
 
     def wait(self, timeout=10):
