@@ -115,7 +115,7 @@ void run(Input input) {
 
   std::vector<Sent> due;
   std::deque<Bytes>& messages = queues.waiting[kAlarmQueueKey];
-  while (!input.empty() && messages.size() < 50) {
+  while (!input.empty() && messages.size() < 10) {
     messages.push_back(input.message());
     if (auto event = expected(messages.back(), static_cast<unsigned>(due.size() + 1))) {
       due.push_back(std::move(*event));

@@ -202,21 +202,21 @@ class Alarms(Background):
         self._world, self._rng, self._pause = world, rng, pause
         self._batch = 0
         self.posted = set()
-        self.lost = set()    # with an agent that was ended
-        self.quiet = threading.Lock()
+        self.quiet = threading.RLock()
 
     def step(self):
         self.post(self._rng.choice([1] * 30 + [100]))
         self.ending.wait(self._pause)
 
     def post(self, count):
-        """Posts so many in a batch; its number."""
+        """Posts so many in a batch; their names."""
         with self.quiet:
             self._batch += 1
+            names = {(str(self._batch), str(n)) for n in range(1, count + 1)}
             try:
                 self._world.ctl("alarm", "raise", ALARM_OBJECT, "--count", count, "--numbered",
                                 "--text5", self._batch)
-                self.posted |= {(str(self._batch), str(n)) for n in range(1, count + 1)}
+                self.posted |= names
             except WorldError:
                 pass  # without a unit; what of it was posted nobody knows
-            return self._batch
+            return names
