@@ -32,7 +32,7 @@ def test_files(command):
 @pytest.fixture(scope="module")
 def fleet():
     try:
-        made = Fleet(6, scrape=4)
+        made = Fleet(6)
     except WorldError as error:
         pytest.fail(str(error), pytrace=False)
     with made:

@@ -22,7 +22,8 @@ _SESSION = ('-v 3 -u norva -l authPriv -a SHA -A "change-this-auth-phrase" '
             '-x AES -X "change-this-priv-phrase"')
 # Accepts on a socket of the network outside, connects inside.
 _RELAY = """
-import asyncio, socket, sys
+import asyncio, signal, socket, sys
+signal.signal(signal.SIGINT, signal.SIG_IGN)  # it ends with the hub
 async def copy(reader, writer):
     try:
         while data := await reader.read(65536):
