@@ -176,7 +176,7 @@ def picture(address, path, width, height, *options):
 
 def pictures(demo, directory):
     """Takes the pictures in docs/, a history of some minutes being there."""
-    demo.say(f"Pictures for {directory}, after 4 minutes of history.")
+    demo.say(f"Pictures for {directory}, after 3 minutes of history.")
     demo.fleet.units[1].world.ctl("set", "0x0306", 1)
     demo.fleet.units[1].world.ctl("alarm", "raise", "0x0401", "--device-id", 8)
     demo.fleet.units[2].world.ctl("set", "0x1022", 0)
@@ -184,10 +184,10 @@ def pictures(demo, directory):
     changes = threading.Thread(target=live, args=(demo.fleet, stop))
     changes.start()
     try:
-        time.sleep(240)
+        time.sleep(180)
         picture(demo.address, f"{directory}/fleet.png", 1200, 420)
         unit = f"unit.html?instance={demo.fleet.units[1].address}"
-        picture(demo.address.replace("norva.html", unit), f"{directory}/unit.png", 1200, 1140)
+        picture(demo.address.replace("norva.html", unit), f"{directory}/unit.png", 1150, 1000)
     finally:
         stop.set()
         changes.join()
