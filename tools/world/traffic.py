@@ -7,12 +7,12 @@ from collections import Counter
 from world import (ALARM_OBJECT, ROOT, SnmpError, WorldError, cell_row, parse_varbinds,
                    scalar_row)
 
-# A line for every answer: the same as the first one, or "other" behind its lines.
+# A line for every answer: "other" behind its lines, "same" for one that is as the last one was.
 LOOP = """
-first=$($1 2>&1) || first=
+last=
 while [ ! -e stop-managers ]; do
   answer=$($1 2>&1)
-  if [ "$answer" = "$first" ]; then echo same; else echo "$answer"; echo other; fi
+  if [ "$answer" = "$last" ]; then echo same; else echo "$answer"; echo other; last=$answer; fi
   sleep $2
 done
 """
@@ -77,35 +77,61 @@ class Managers:
         self._objects = objects
         get = "snmpget -v2c -c public -Onx -r0 -t20 127.0.0.1:1161 "
         names = list(objects.fixed)
-        commands = [f"snmpwalk -v2c -c public -Onx -r0 -t20 127.0.0.1:1161 {ROOT}.1.1.1",
-                    f"snmpbulkwalk -v2c -c public -Onx -r0 -t20 -Cr20 127.0.0.1:1161 {ROOT}.10",
-                    get + " ".join(names[:20:2]), get + " ".join(names[20::9])]
-        self._world = world
-        self._loops = [world.spawn(f"manager-{n}", ["sh", "-c", LOOP, "sh", command, str(pause)])
-                       for n, command in enumerate(commands)]
-        self._read = [0] * len(commands)
-        self.counts = Counter()
+        scalars = sum(".10.1." not in oid for oid in [*objects.fixed, *objects.written]) + 1
+        cells = len(objects.fixed) + len(objects.written) - scalars + 1
+        # With the number of varbinds of a whole answer; a row has its index too.
+        commands = [(f"snmpwalk -v2c -c public -Onx -r0 -t20 127.0.0.1:1161 {ROOT}.1.1.1", scalars),
+                    ("snmpbulkwalk -v2c -c public -Onx -r0 -t20 -Cr20 127.0.0.1:1161 "
+                     f"{ROOT}.10", cells + 32),
+                    (get + " ".join(names[:20:2]), 10),
+                    (get + " ".join(names[20::9]), len(names[20::9]))]
+        self._loops = [_Manager(world, n, command, whole, pause)
+                       for n, (command, whole) in enumerate(commands)]
 
     def check(self):
         """Looks at what was answered since the last call."""
-        for number, loop in enumerate(self._loops):
-            if not loop.running():
-                raise Failure(f"manager {number} has ended")
-            with open(self._world.directory / f"manager-{number}.log") as log:
-                log.seek(self._read[number])
-                text = log.read()
-            whole = text[:text.rfind("\n") + 1]
-            self._read[number] += len(whole.encode())
-            for line in whole.splitlines():
-                self._check_line(line)
+        for loop in self._loops:
+            loop.check(self._objects)
 
-    def _check_line(self, line):
-        if line in ("same", "other"):
-            self.counts[line] += 1
-        elif line.startswith("."):
-            for oid, _, value in parse_varbinds(line):
-                if oid.startswith(ROOT) and self._objects.is_wrong(oid, value):
-                    raise Failure(f"wrong value: {line}")
+    def counts(self):
+        """"whole" and "partial" answers of all."""
+        return sum((loop.counts for loop in self._loops), Counter())
+
+
+    def served(self):
+        """Whether each has got whole answers."""
+        return all(loop.counts["whole"] for loop in self._loops)
+
+
+class _Manager:
+    def __init__(self, world, number, command, whole, pause):
+        self._number, self._whole = number, whole
+        self._process = world.spawn(f"manager-{number}",
+                                    ["sh", "-c", LOOP, "sh", command, str(pause)])
+        self._log = open(world.directory / f"manager-{number}.log")
+        self._rest = ""
+        self._right = 0  # varbinds of the answer that is being read
+        self._last = "partial"
+        self.counts = Counter()
+
+    def check(self, objects):
+        if not self._process.running():
+            raise Failure(f"manager {self._number} has ended")
+        *lines, self._rest = (self._rest + self._log.read()).split("\n")
+        for line in lines:
+            if line == "other":
+                self._last = "whole" if self._right == self._whole else "partial"
+                self._right = 0
+            if line in ("other", "same"):
+                self.counts[self._last] += 1
+            elif line.startswith("."):
+                self._check_line(line, objects)
+
+    def _check_line(self, line, objects):
+        for oid, _, value in parse_varbinds(line):
+            if oid.startswith(ROOT) and objects.is_wrong(oid, value):
+                raise Failure(f"wrong value: {line}")
+            self._right += value is not None
 
 
 class Background(threading.Thread):
