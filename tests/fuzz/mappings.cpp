@@ -98,7 +98,7 @@ void runTool(unsigned choice, const Mapping& mapping, const Mapping& other) {
       MUST(!mapping::mibModule(mapping, {}, "FUZZ-MIB").empty());
       break;
     case 3:
-      MUST(!mapping::exporterModules(mapping, {}).empty());
+      MUST(!mapping::exporterModules(mapping, {}, {}).empty());
       break;
     case 4: {
       const auto changes = mapping::compare(mapping, other);
