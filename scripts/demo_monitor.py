@@ -167,7 +167,7 @@ def shell(demo):
 
 
 def picture(address, path, width, height, *options):
-    """What Chromium shows, as a PNG file."""
+    """What Chromium shows, as a PNG file. Look at it: a busy machine may be too slow for the graphs."""
     with tempfile.TemporaryDirectory() as profile:
         subprocess.run([*CHROMIUM, f"--user-data-dir={profile}", f"--window-size={width},{height}",
                         f"--screenshot={path}", *options, address], check=True, timeout=120,
@@ -187,7 +187,7 @@ def pictures(demo, directory):
         time.sleep(180)
         picture(demo.address, f"{directory}/fleet.png", 1200, 420)
         unit = f"unit.html?instance={demo.fleet.units[1].address}"
-        picture(demo.address.replace("norva.html", unit), f"{directory}/unit.png", 1150, 1000)
+        picture(demo.address.replace("norva.html", unit), f"{directory}/unit.png", 1200, 1010)
     finally:
         stop.set()
         changes.join()
