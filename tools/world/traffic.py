@@ -1,5 +1,5 @@
-"""What an agent has to do in the field, for as long as one likes: managers that read and write, a unit
-that posts alarms. What is answered is checked by value, whatever happens to the agent meanwhile."""
+"""What an agent has to do in the field, for as long as one likes: managers that read and write, a
+unit that posts alarms. What is answered is checked by value, whatever happens to the agent."""
 
 import threading
 from collections import Counter
