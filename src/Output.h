@@ -118,7 +118,8 @@ class Trace {
 };
 
 /// One piece of the trace, put together without the reading of a format, which would be a third of
-/// what the agent adds to a request. As std::printf's %s, %x and %d; cut to kSize characters.
+/// what the agent adds to a request. As std::printf's %s, %x and %d; what is beyond kSize
+/// characters is left out.
 class TraceLine {
  public:
   static constexpr std::size_t kSize = 128;
@@ -127,17 +128,16 @@ class TraceLine {
     _end += text.copy(_end, static_cast<std::size_t>(_text.end() - _end));
     return *this;
   }
-  TraceLine& hex(unsigned number) {
-    _end = std::to_chars(_end, _text.end(), number, 16).ptr;
-    return *this;
-  }
-  TraceLine& decimal(int number) {
-    _end = std::to_chars(_end, _text.end(), number).ptr;
-    return *this;
-  }
+  TraceLine& hex(unsigned number) { return append(std::to_chars(_end, _text.end(), number, 16)); }
+  TraceLine& decimal(int number) { return append(std::to_chars(_end, _text.end(), number)); }
   void print() const { Trace::write({_text.begin(), _end}); }
 
  private:
+  TraceLine& append(std::to_chars_result written) {
+    if (written.ec == std::errc()) _end = written.ptr;
+    return *this;
+  }
+
   std::array<char, kSize> _text;
   char* _end = _text.begin();
 };

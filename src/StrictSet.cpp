@@ -75,9 +75,11 @@ int StrictSet::undo(const Name& name) {
     return SNMP_ERR_UNDOFAILED;
   }
   const bool isUndone = writeRaw(write.before) == WriteResult::kDone;
-  // A record does not hold all of a longer text.
+  // A record holds the first bytes of a wider field's text: of one that goes on the rest is lost.
   constexpr std::size_t kWhole = kObjLenOverhead + ObjValue::kValueSize;
-  return isUndone && write.before.objLen() <= kWhole ? SNMP_ERR_NOERROR : SNMP_ERR_UNDOFAILED;
+  const bool isWhole =
+      write.before.objLen() <= kWhole || write.before.text().size() < ObjValue::kValueSize;
+  return isUndone && isWhole ? SNMP_ERR_NOERROR : SNMP_ERR_UNDOFAILED;
 }
 
 }  // namespace norva

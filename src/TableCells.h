@@ -1,5 +1,5 @@
 // The table cells of the mapping catalogue. There may be ten thousand of them, so a cell is kept
-// without texts of its own and looked up without making any.
+// without texts of its own and looked up, as a rule, without making any.
 //
 // No lock; the catalogue's guards it.
 
@@ -37,6 +37,10 @@ class TableCells {
   };
   using Map = std::map<CellKey, Cell>;
   using Entry = Map::value_type;
+
+  TableCells() = default;
+  TableCells(const TableCells&) = delete;  // its parts point at each other
+  TableCells& operator=(const TableCells&) = delete;
 
   void clear();
 
