@@ -1,6 +1,7 @@
 """`traphandle --serve`: from the spool to Alertmanager and to /metrics."""
 
 import fcntl
+import http.client
 import http.server
 import json
 import os
@@ -31,7 +32,7 @@ def _escaped(text):
     return text.replace("\\", r"\\").replace('"', r"\"").replace("\n", r"\n")
 
 
-def metrics(state, spooled, failures):
+def metrics(state, spooled, failures, last_round):
     """The page, in Prometheus' text format."""
     lines = []
 
@@ -63,6 +64,7 @@ def metrics(state, spooled, failures):
               "device": label.rpartition("/")[2]}, 1) for address, label, _ in
             trapstate.raised(state)])
     for name, kind, help_text, value in (
+            ("round_timestamp_seconds", "gauge", "When all was last done that was to do", last_round),
             ("spool_files", "gauge", "Notifications that wait in the spool", spooled),
             ("outbox_alerts", "gauge", "Alerts that wait for Alertmanager", len(state["outbox"])),
             ("post_failures_total", "counter", "Tries that Alertmanager did not take", failures),
@@ -83,9 +85,10 @@ class Server:
         self._path = os.path.join(directory, "state.json")
         self._url = alertmanager.rstrip("/") + "/api/v2/alerts"
         self._state = self._load()
-        self._failures = self._pause = 0
+        self._taken = set()  # files of the spool whose effect is not in state.json yet
+        self._failures = self._pause = self._last_round = 0
         self._next_try = self._next_repeat = 0.0
-        self.page = ""
+        self._make_page()
 
     def _load(self):
         try:
@@ -115,22 +118,23 @@ class Server:
                 text = file.read()
             when = int(name.partition("-")[0]) / 1e9
             if text.startswith(b"clear\t"):
-                words = text.decode("utf-8", "replace").rstrip("\n").split("\t")[1:]
-                count = trapstate.clear(self._state, words[0], words[1],
-                                        words[2] if words[2:] else None, when)
-                say(f"{' '.join(words)}: {count} alarms cleared by hand")
+                unit, alarm, *device = text.decode("utf-8", "replace").rstrip("\n").split("\t")[1:]
+                count = trapstate.clear(self._state, unit, alarm, device[0] if device else None, when)
+                say(f"{' '.join([unit, alarm, *device])}: {count} alarms cleared by hand")
                 return
             event = trapparse.parse(text)
             if event:
                 trapstate.fold(self._state, event, when)
         except FileNotFoundError:  # dropped, the spool was full
             pass
+        except OSError as error:
+            self._state["malformed"] += 1
+            say(f"not readable, {error.strerror}: {path}")
         except (trapparse.BadInput, ValueError) as error:
             self._state["malformed"] += 1
             say(f"not understood, {error}: {text[:1000]!r}")
 
     def _take_spool(self):
-        """Whether there was anything."""
         names = sorted(os.listdir(self._incoming))
         for name in [name for name in names if name.startswith(".")]:
             path = os.path.join(self._incoming, name)
@@ -142,7 +146,9 @@ class Server:
                 pass
         names = [name for name in names if not name.startswith(".")]
         for name in names:
-            self._take(name)
+            if name not in self._taken:
+                self._take(name)
+                self._taken.add(name)
         if names:
             self._save()
             for name in names:
@@ -150,15 +156,17 @@ class Server:
                     os.unlink(os.path.join(self._incoming, name))
                 except FileNotFoundError:
                     pass
-        return bool(names)
+            self._taken.clear()
 
     def _post(self, alerts):
         """Whether they need not be posted again."""
         def time_text(seconds):
             return datetime.fromtimestamp(seconds, timezone.utc).isoformat()
+        now = time.time()
+        # No start is behind the end, or it is refused: the clock may have been set back since then.
         body = [{"labels": alert["labels"], "annotations": alert["annotations"],
-                 "startsAt": time_text(alert["start"]),
-                 "endsAt": time_text(alert["end"] or time.time() + HOLD_S)} for alert in alerts]
+                 "startsAt": time_text(min(alert["start"], alert["end"] or now)),
+                 "endsAt": time_text(alert["end"] or now + HOLD_S)} for alert in alerts]
         request = urllib.request.Request(self._url, json.dumps(body).encode(),
                                          {"Content-Type": "application/json"})
         try:
@@ -169,7 +177,7 @@ class Server:
                 say(f"Alertmanager refused {body[0]['labels']}: {error.read(300)!r}")
                 return True
             return self._failed(error)
-        except OSError as error:
+        except (OSError, http.client.HTTPException) as error:
             return self._failed(error)
         if self._pause:
             say("Alertmanager takes alerts again")
@@ -178,7 +186,7 @@ class Server:
 
     def _failed(self, error):
         if not self._pause:
-            say(f"Alertmanager takes no alerts: {error}; trying on")
+            say(f"Alertmanager takes no alerts: {error!r}; trying on")
         self._failures += 1
         self._pause = min(max(2 * self._pause, 1), LONGEST_PAUSE_S)
         self._next_try = time.monotonic() + self._pause
@@ -199,10 +207,17 @@ class Server:
             if not alerts or self._post(alerts):
                 self._next_repeat = time.monotonic() + REPEAT_S
 
+    def _make_page(self):
+        self.page = metrics(self._state, len(os.listdir(self._incoming)), self._failures,
+                            self._last_round)
+
     def step(self):
-        self._take_spool()
-        self._deliver()
-        self.page = metrics(self._state, len(os.listdir(self._incoming)), self._failures)
+        try:
+            self._take_spool()
+            self._deliver()
+            self._last_round = time.time()
+        finally:
+            self._make_page()
 
 
 def _listen(server, address):
@@ -237,7 +252,6 @@ def serve(directory, alertmanager, listen):
         say(f"{directory} has a server already")
         sys.exit(1)
     server = Server(directory, alertmanager)
-    server.step()
     _listen(server, listen)
     while True:
         try:

@@ -89,9 +89,13 @@ class Alertmanager:
 
     def start(self):
         posted = self.posted
+        nonsense = [b"nonsense\r\n"]
 
         class Handler(http.server.BaseHTTPRequestHandler):
             def do_POST(self):
+                if nonsense:
+                    self.wfile.write(nonsense.pop())
+                    return
                 body = json.loads(self.rfile.read(int(self.headers["Content-Length"])))
                 posted.extend(body)
                 self.send_response(400 if "refuse me" in json.dumps(body) else 200)
@@ -181,10 +185,14 @@ def test_receiver_down(handling):
                    check=True)
     wait_until(lambda: posted[-1]["labels"]["alarm"] == "alarm_2", what="its end")
     assert ended(posted[-1])
+    # The clock was set back in between.
+    (handling.directory / "incoming/1000000000-1").write_bytes(b"clear\t192.0.2.7\talarm_3\n")
+    wait_until(lambda: posted[-1]["labels"]["alarm"] == "alarm_3", what="its end")
+    assert posted[-1]["startsAt"] == posted[-1]["endsAt"] == "1970-01-01T00:00:01+00:00"
 
 
 BAD = [b"", b"\xff\xfe\x00", b"\n" * 50, handed(1)[:200], handed("one"), handed(1, text="\n" * 70000),
-       handed(1).replace(b"[192.0.2.7]", b"nobody")]
+       handed(1).replace(b"[192.0.2.7]", b"nobody"), b"clear\tx\n"]
 
 
 def test_bad_input(handling):
@@ -192,12 +200,13 @@ def test_bad_input(handling):
     handling.alertmanager.start()
     for text in BAD:
         handling.hand(text)
+    (handling.directory / "incoming/0-unreadable").symlink_to("/proc/self/mem")
     handling.hand(3, name="refuse me")
     handling.hand(4)
     posted = handling.alertmanager.posted
     wait_until(lambda: [alert for alert in posted if alert["annotations"]["sequence"] == "4"],
                what="the good one")
-    wait_until(lambda: handling.metric("malformed_total") == len(BAD), what="all counted")
+    wait_until(lambda: handling.metric("malformed_total") == len(BAD) + 1, what="all counted")
     lines = handling.said().splitlines()
     assert len([line for line in lines if "not understood" in line]) == len(BAD), lines
     assert len([line for line in lines if "refused" in line]) >= 1
