@@ -17,10 +17,11 @@ def new_state():
 
 
 def _new_unit():
-    # `recent`: number -> [digest, time]; `missing`: numbers of the last gaps that may come late;
+    # `recent`: number -> [digest, time]; `again`: 1 to this have just come again, which may be a
+    # new start; `missing`: numbers of the last gaps that may come late;
     # `alarms`: "label/device" -> its last change, start and sequence number included.
-    return {"start": 0, "last": 0, "recent": {}, "missing": [], "time": 0, "heartbeat": 0, "gap": 0,
-            "lost": 0, "repeated": 0, "counts": {}, "alarms": {}}
+    return {"start": 0, "last": 0, "recent": {}, "again": 0, "missing": [], "time": 0,
+            "heartbeat": 0, "gap": 0, "lost": 0, "repeated": 0, "counts": {}, "alarms": {}}
 
 
 def _digest(event):
@@ -38,8 +39,11 @@ def _number(unit, event, now):
     """Follows the numbers; whether the notification is new."""
     if _is_repeated(unit, event, now):
         unit["repeated"] += 1
+        if event.sequence == unit["again"] + 1:
+            unit["again"] += 1
         return False
-    number, last = event.sequence, unit["last"]
+    number, last, again = event.sequence, unit["last"], unit["again"]
+    unit["again"] = 0
     if number in unit["missing"]:  # overtaken on its way
         unit["missing"].remove(number)
         unit["lost"] -= 1
@@ -50,8 +54,9 @@ def _number(unit, event, now):
             _note_gap(unit, last + 1, number, now)
         unit["last"] = number
     else:  # the agent has started anew, its numbers with it
-        unit.update(start=unit["start"] + 1, last=number, recent={}, missing=[])
-        _note_gap(unit, 1, number, now)
+        recent = {key: known for key, known in unit["recent"].items() if int(key) <= again}
+        unit.update(start=unit["start"] + 1, last=number, recent=recent, missing=[])
+        _note_gap(unit, again + 1, number, now)
     unit["recent"][str(number)] = [_digest(event), now]
     while len(unit["recent"]) > RECENT:
         unit["recent"].pop(next(iter(unit["recent"])))

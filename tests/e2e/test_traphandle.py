@@ -64,6 +64,9 @@ ORDERS = {
     "overtaken": ([(1, "New Alarm"), (3, "New Alarm"), (2, "Clear Alarm")], [1, 3], True, (0, 0, 0)),
     "new start": ([(7, "New Alarm"), (1, "Clear Alarm")], [7, 1], False, (0, 0, 1)),
     "new start, its first two lost": ([(7, "New Alarm"), (3, "New Alarm")], [7, 3], True, (2, 0, 1)),
+    "new start, beginning as the last": ([(1, "New Alarm"), (2, "Clear Alarm"), (1, "New Alarm"),
+                                          (2, "New Alarm"), (1, "New Alarm")],
+                                         [1, 2, 2], True, (0, 2, 1)),
 }
 
 
