@@ -29,6 +29,15 @@ def test_files(command):
     assert result.returncode == 0, result.stdout + result.stderr
 
 
+def test_instance():
+    """What the relabelling makes of an address is how notifications name their sender."""
+    regex = re.search(r"regex: '(.*)'", (MONITORING / "prometheus.yml").read_text())[1]
+    for address, instance in (("192.0.2.1", "192.0.2.1"), ("192.0.2.1:1161", "192.0.2.1"),
+                              ("2001:db8::1", "2001:db8::1"), ("[2001:db8::1]", "2001:db8::1"),
+                              ("[2001:db8::1]:161", "2001:db8::1"), ("unit.example:161", "unit.example")):
+        assert "".join(filter(None, re.fullmatch(regex, address).groups())) == instance
+
+
 @pytest.fixture(scope="module")
 def fleet():
     try:
