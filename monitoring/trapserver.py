@@ -22,6 +22,10 @@ HOLD_S = 3600
 TIMEOUT_S = 5
 LONGEST_PAUSE_S = 30
 UNFINISHED_S = 60  # a hidden file this old will not be finished
+# Counts of the state, and what is said when one has grown.
+BOUNDS = {"dropped": "alerts dropped, the oldest: too many wait for Alertmanager",
+          "ignored": "notifications ignored, of units beyond the limit",
+          "forgotten": "raised alarms forgotten, the oldest of a unit: it has too many"}
 
 
 def say(text):
@@ -72,7 +76,9 @@ def metrics(state, spooled, failures, last_round):
             ("refused_total", "counter", "Alerts that Alertmanager refused", state["refused"]),
             ("malformed_total", "counter", "Notifications not understood", state["malformed"]),
             ("ignored_total", "counter", "Notifications of units beyond the limit",
-             state["ignored"])):
+             state["ignored"]),
+            ("forgotten_total", "counter", "Raised alarms beyond the limit of a unit",
+             state["forgotten"])):
         family(name, kind, help_text, [({}, value)])
     return "\n".join(lines) + "\n"
 
@@ -117,10 +123,8 @@ class Server:
             with open(path, "rb") as file:
                 text = file.read()
             when = int(name.partition("-")[0]) / 1e9
-            if text.startswith(b"clear\t"):
-                unit, alarm, *device = text.decode("utf-8", "replace").rstrip("\n").split("\t")[1:]
-                count = trapstate.clear(self._state, unit, alarm, device[0] if device else None, when)
-                say(f"{' '.join([unit, alarm, *device])}: {count} alarms cleared by hand")
+            if text.startswith((b"clear\t", b"forget\t")):
+                self._obey(text.decode("utf-8", "replace").rstrip("\n").split("\t"), when)
                 return
             event = trapparse.parse(text)
             if event:
@@ -134,6 +138,16 @@ class Server:
             self._state["malformed"] += 1
             say(f"not understood, {error}: {text[:1000]!r}")
 
+    def _obey(self, words, when):
+        """What was asked for by hand. Raises ValueError."""
+        if words[0] == "forget":
+            _, unit = words
+            count = trapstate.forget(self._state, unit, when)
+        else:
+            _, unit, alarm, *device = words
+            count = trapstate.clear(self._state, unit, alarm, device[0] if device else None, when)
+        say(f"{' '.join(words)}: {count} alarms ended by hand")
+
     def _take_spool(self):
         names = sorted(os.listdir(self._incoming))
         for name in [name for name in names if name.startswith(".")]:
@@ -145,10 +159,14 @@ class Server:
             except FileNotFoundError:
                 pass
         names = [name for name in names if not name.startswith(".")]
+        counts = {key: self._state[key] for key in BOUNDS}
         for name in names:
             if name not in self._taken:
                 self._take(name)
                 self._taken.add(name)
+        for key, before in counts.items():
+            if self._state[key] > before:
+                say(f"{self._state[key] - before} {BOUNDS[key]}")
         if names:
             self._save()
             for name in names:
@@ -174,7 +192,8 @@ class Server:
         except urllib.error.HTTPError as error:
             if error.code == 400:  # it will not be taken next time either
                 self._state["refused"] += 1
-                say(f"Alertmanager refused {body[0]['labels']}: {error.read(300)!r}")
+                what = body[0]["labels"] if len(body) == 1 else f"one of {len(body)} alerts or more"
+                say(f"Alertmanager refused {what}: {error.read(300)!r}")
                 return True
             return self._failed(error)
         except (OSError, http.client.HTTPException) as error:

@@ -13,7 +13,8 @@ REPEAT_S = 900  # and not later than this
 
 def new_state():
     """As it is kept in state.json: units by address, alerts that are not posted yet, counts."""
-    return {"units": {}, "outbox": [], "malformed": 0, "refused": 0, "dropped": 0, "ignored": 0}
+    return {"units": {}, "outbox": [], "malformed": 0, "refused": 0,
+            "dropped": 0, "ignored": 0, "forgotten": 0}
 
 
 def _new_unit():
@@ -108,7 +109,8 @@ def _change_alarm(state, address, event, now):
     post(state, _alert(address, label, alarm))
     if len(unit["alarms"]) > MAX_ALARMS:
         ended = (key for key, other in unit["alarms"].items() if other["ended"] is not None)
-        unit["alarms"].pop(next(ended, next(iter(unit["alarms"]))))
+        gone = unit["alarms"].pop(next(ended, next(iter(unit["alarms"]))))
+        state["forgotten"] += gone["ended"] is None
 
 
 def fold(state, event, now):
@@ -129,15 +131,22 @@ def fold(state, event, now):
 
 
 def clear(state, address, alarm, device, now):
-    """Ends an alarm by hand, of one device or of all (None); how many were raised."""
+    """Ends an alarm, or all (None), of one device or of all (None); how many were raised."""
     unit = state["units"].get(address, {"alarms": {}})
     ended = 0
     for label, known in unit["alarms"].items():
         name, _, of_device = label.rpartition("/")
-        if name == alarm and device in (None, of_device) and known["ended"] is None:
+        if alarm in (None, name) and device in (None, of_device) and known["ended"] is None:
             known["ended"] = now
             post(state, _alert(address, label, known))
             ended += 1
+    return ended
+
+
+def forget(state, address, now):
+    """Ends a unit's alarms and drops what is known of it; how many were raised."""
+    ended = clear(state, address, None, None, now)
+    state["units"].pop(address, None)
     return ended
 
 

@@ -192,10 +192,13 @@ def test_receiver_down(handling):
     (handling.directory / "incoming/1000000000-1").write_bytes(b"clear\t192.0.2.7\talarm_3\n")
     wait_until(lambda: posted[-1]["labels"]["alarm"] == "alarm_3", what="its end")
     assert posted[-1]["startsAt"] == posted[-1]["endsAt"] == "1970-01-01T00:00:01+00:00"
+    subprocess.run([HANDLER, "--directory", handling.directory, "--forget", "192.0.2.7"], check=True)
+    wait_until(lambda: [alert["labels"]["alarm"] for alert in posted[-3:] if ended(alert)] ==
+               ["alarm_4", "alarm_5", "alarm_6"], what="the unit's last alarms ended")
 
 
 BAD = [b"", b"\xff\xfe\x00", b"\n" * 50, handed(1)[:200], handed("one"), handed(1, text="\n" * 70000),
-       handed(1).replace(b"[192.0.2.7]", b"nobody"), b"clear\tx\n"]
+       handed(1).replace(b"[192.0.2.7]", b"nobody"), b"clear\tx\n", b"forget\tx\ty"]
 
 
 def test_bad_input(handling):
