@@ -111,7 +111,7 @@ class Server:
     def _save(self):
         hidden = self._path + ".new"
         with open(hidden, "w", encoding="utf-8") as file:
-            json.dump(self._state, file)
+            file.write(json.dumps(self._state))  # json.dump takes three times as long
             file.flush()
             os.fsync(file.fileno())
         os.rename(hidden, self._path)
@@ -273,9 +273,11 @@ def serve(directory, alertmanager, listen):
     server = Server(directory, alertmanager)
     _listen(server, listen)
     while True:
+        busy = time.process_time()
         try:
             server.step()
         except OSError as error:  # a full disk, say: what is spooled stays
             say(f"{error.filename or directory}: {error.strerror}; trying on")
             time.sleep(LOOK_S * 10)
-        time.sleep(LOOK_S)
+        # State and page of thousands of units take their time: a third of a core at most.
+        time.sleep(max(LOOK_S, 2 * (time.process_time() - busy)))
