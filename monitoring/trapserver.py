@@ -205,7 +205,7 @@ class Server:
 
     def _failed(self, error):
         if not self._pause:
-            say(f"Alertmanager takes no alerts: {error!r}; trying on")
+            say(f"Alertmanager takes no alerts: {error}; trying on")
         self._failures += 1
         self._pause = min(max(2 * self._pause, 1), LONGEST_PAUSE_S)
         self._next_try = time.monotonic() + self._pause
