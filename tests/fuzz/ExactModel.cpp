@@ -1,59 +1,25 @@
 #include "ExactModel.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace norva::fuzz {
 
 namespace {
 
-struct Format {
-  int digits;  // of the mantissa
-  int least;   // exponent of the last digit that is ever kept
-  int most;    // numbers of this many digits before the point are infinite
-};
-constexpr Format kSingle{24, -149, 128};
-constexpr Format kDouble{53, -1074, 1024};
+#ifdef __SIZEOF_FLOAT128__
+__extension__ using Exact = __float128;
+#else
+using Exact = long double;
+static_assert(sizeof(Exact) == 16, "as on a 64-bit ARM");
+#endif
 
-int bitLength(Wide number) {
-  int length = 0;
-  for (; number != 0; number >>= 1) ++length;
-  return length;
-}
-
-/// `number`, and a little more if `isMore`, rounded to the nearest, a tie to the even one.
-Real rounded(Real number, bool isMore, const Format& format) {
-  if (number.isInfinite || number.mantissa == 0) return number;
-  const int drop =
-      std::max(bitLength(number.mantissa) - format.digits, format.least - number.exponent);
-  if (drop > 127) return {};
-  if (drop > 0) {
-    const Wide rest = number.mantissa & ((Wide{1} << drop) - 1);
-    const Wide half = Wide{1} << (drop - 1);
-    number.mantissa >>= drop;
-    number.exponent += drop;
-    const bool isOdd = (number.mantissa & 1) != 0;
-    if (rest > half || (rest == half && (isMore || isOdd))) ++number.mantissa;
-  }
-  number.isInfinite = bitLength(number.mantissa) + number.exponent > format.most;
-  return number;
-}
-
-Real product(Real number, Wide factor, int exponent = 0) {
-  return {number.mantissa * factor, number.exponent + exponent, number.isInfinite};
-}
-
-/// The sum of two numbers of at most 30 digits, rounded once.
-Real sum(Real a, Real b, const Format& format) {
-  if (a.isInfinite || b.isInfinite) return {0, 0, true};
-  if (a.mantissa == 0) return rounded(b, false, format);
-  if (b.mantissa == 0) return rounded(a, false, format);
-  if (a.exponent < b.exponent) std::swap(a, b);
-  constexpr int kRoom = 90;
-  const int shift = std::min(a.exponent - b.exponent, kRoom);
-  const int lost = std::min(a.exponent - b.exponent - shift, 127);
-  const Wide low = b.mantissa >> lost;
-  return rounded({(a.mantissa << shift) + low, a.exponent - shift}, (low << lost) != b.mantissa,
-                 format);
+/// The sum of two numbers of at most 30 digits, rounded once: what is too small for 113 digits
+/// still decides a tie.
+float sum(Exact a, Exact b) {
+  if (a < b) std::swap(a, b);
+  const Exact exact = a + b;
+  return static_cast<float>(exact == a && b > 0 ? a + a * 0x1p-112 : exact);
 }
 
 bool isDigit(char c) {
@@ -66,97 +32,56 @@ bool isBlank(char c) {
 
 }  // namespace
 
-SignedReal asSingle(std::uint32_t integer, bool isSigned) {
-  const bool isNegative = isSigned && (integer >> 31) != 0;
-  const Wide size = isNegative ? (Wide{1} << 32) - integer : integer;
-  return {isNegative, rounded({size, 0}, false, kSingle)};
+double asDouble(std::uint32_t integer, bool isSigned) {
+  return isSigned ? static_cast<std::int32_t>(integer) : static_cast<double>(integer);
 }
 
-SignedReal dividedByTens(SignedReal number, unsigned times) {
-  constexpr int kRoom = 80;
-  for (; times > 0; --times) {
-    const Wide large = number.size.mantissa << kRoom;
-    number.size = rounded({large / 10, number.size.exponent - kRoom}, large % 10 != 0, kSingle);
-  }
+float asSingle(std::uint32_t integer, bool isSigned) {
+  return static_cast<float>(Exact{asDouble(integer, isSigned)});
+}
+
+float dividedByTens(float number, unsigned times) {
+  for (; times > 0; --times) number = static_cast<float>(Exact{number} / 10);
   return number;
 }
 
-SignedReal timesTens(SignedReal number, unsigned times) {
-  for (; times > 0; --times) number.size = rounded(product(number.size, 10), false, kDouble);
+double timesTens(double number, unsigned times) {
+  for (; times > 0; --times) number = static_cast<double>(Exact{number} * 10);
   return number;
 }
 
-std::uint32_t cut(const SignedReal& number) {
-  const Real& size = number.size;
-  Wide whole = 0;
-  if (size.isInfinite || bitLength(size.mantissa) + size.exponent > 40) {
-    whole = Wide{1} << 40;
-  } else {
-    whole = size.exponent >= 0     ? size.mantissa << size.exponent
-            : size.exponent > -128 ? size.mantissa >> -size.exponent
-                                   : 0;
-  }
-  if (!number.isNegative) return static_cast<std::uint32_t>(std::min(whole, Wide{0xFFFFFFFF}));
-  return 0U - static_cast<std::uint32_t>(std::min(whole, Wide{0x80000000}));
+std::uint32_t cut(double number) {
+  return static_cast<std::uint32_t>(
+      static_cast<std::int64_t>(std::clamp(number, -2147483648.0, 4294967295.0)));
 }
 
-std::string twoDecimals(const SignedReal& number) {
-  Wide hundredths = number.size.mantissa * 100;
-  if (number.size.exponent >= 0) {
-    hundredths <<= number.size.exponent;
-  } else {
-    const int drop = std::min(-number.size.exponent, 127);
-    const Wide rest = hundredths & ((Wide{1} << drop) - 1);
-    const Wide half = Wide{1} << (drop - 1);
-    hundredths >>= drop;
-    if (rest > half || (rest == half && (hundredths & 1) != 0)) ++hundredths;
-  }
-  const auto whole = static_cast<std::uint64_t>(hundredths / 100);
-  const auto decimals = static_cast<unsigned>(hundredths % 100);
-  return (number.isNegative ? "-" : "") + std::to_string(whole) + '.' +
-         static_cast<char>('0' + decimals / 10) + static_cast<char>('0' + decimals % 10);
+std::string twoDecimals(float number) {
+  const Exact exact = Exact{std::fabs(number)} * 100;
+  auto hundredths = static_cast<std::uint64_t>(exact);
+  const Exact twice = (exact - static_cast<Exact>(hundredths)) * 2;
+  if (twice > 1 || (twice == 1 && hundredths % 2 != 0)) ++hundredths;
+  const std::string decimals = std::to_string(100 + hundredths % 100).substr(1);
+  return (std::signbit(number) ? "-" : "") + std::to_string(hundredths / 100) + '.' + decimals;
 }
 
-SignedReal decimal(std::string_view text, std::size_t& used) {
+float decimal(std::string_view text, std::size_t& used) {
   std::size_t at = 0;
   while (at < text.size() && isBlank(text[at])) ++at;
-  SignedReal result;
-  result.isNegative = at < text.size() && text[at] == '-';
-  if (result.isNegative) ++at;
-  const auto digit = [&] { return static_cast<Wide>(text[at] - '0'); };
+  const bool isNegative = at < text.size() && text[at] == '-';
+  if (isNegative) ++at;
+  float result = 0;
   for (; at < text.size() && isDigit(text[at]); ++at) {
-    result.size = sum(product(result.size, 10), {digit(), 0}, kSingle);
+    result = sum(Exact{result} * 10, text[at] - '0');
   }
   if (at < text.size() && text[at] == '.') {
-    constexpr Wide kTenth = 0x1999999999999A;  // x 2^-56, the nearest of double precision
-    Real scale{1, 0};
+    float scale = 1;
     for (++at; at < text.size() && isDigit(text[at]); ++at) {
-      scale = rounded(rounded(product(scale, kTenth, -56), false, kDouble), false, kSingle);
-      result.size = sum(product(scale, digit()), result.size, kSingle);
+      scale = static_cast<float>(static_cast<double>(Exact{scale} * 0.1));
+      result = sum(Exact{scale} * (text[at] - '0'), result);
     }
   }
   used = at;
-  return result;
-}
-
-std::uint32_t singleBits(const SignedReal& number) {
-  const std::uint32_t sign = number.isNegative ? 0x80000000U : 0;
-  Real size = number.size;
-  if (size.isInfinite) return sign | 0x7F800000U;
-  if (size.mantissa == 0) return sign;
-  for (; bitLength(size.mantissa) < kSingle.digits && size.exponent > kSingle.least;
-       size.mantissa <<= 1) {
-    --size.exponent;
-  }
-  // What has all its digits begins with one that is not written.
-  for (; (size.mantissa & 1) == 0 && bitLength(size.mantissa) > kSingle.digits;
-       size.mantissa >>= 1) {
-    ++size.exponent;
-  }
-  const auto digits = static_cast<std::uint32_t>(size.mantissa);
-  const bool isNormal = bitLength(size.mantissa) == kSingle.digits;
-  const auto biased = static_cast<std::uint32_t>(size.exponent - kSingle.least + 1);
-  return sign | (isNormal ? (biased << 23) | (digits & 0x7FFFFFU) : digits);
+  return isNegative ? -result : result;
 }
 
 std::vector<std::uint32_t> oidNumbers(std::string_view text) {

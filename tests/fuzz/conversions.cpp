@@ -62,9 +62,7 @@ struct Model {
 
   bool toObj() {
     if (method() == 0 && kind != kText) {
-      const bool isNegative = kind == kSigned && (value[0] & 0x80) != 0;
-      const Wide size = isNegative ? (Wide{1} << 32) - integer() : integer();
-      setInteger(cut(timesTens({isNegative, {size, 0}}, exponent())));
+      setInteger(cut(timesTens(asDouble(integer(), kind == kSigned), exponent())));
     } else if (method() == 4) {
       const std::string digits = text();
       if (digits.empty() || digits.find_first_not_of("0123456789.") != std::string::npos) {

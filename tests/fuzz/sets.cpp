@@ -187,11 +187,7 @@ void checkDefault(const Asked& asked, const Device& device) {
   const unsigned method = asked.covMethod & 0xFFF;
   if (isTextOfBytes || method == 4) return;
   auto low = static_cast<std::uint32_t>(asked.held());
-  if (method == 0) {
-    const bool isNegative = device.kind == 1 && (low >> 31) != 0;
-    const Wide size = isNegative ? (Wide{1} << 32) - low : low;
-    low = cut(timesTens({isNegative, {size, 0}}, asked.covMethod >> 12));
-  }
+  if (method == 0) low = cut(timesTens(asDouble(low, device.kind == 1), asked.covMethod >> 12));
   for (const std::uint8_t byte : device.value) {
     MUST(byte == (low & 0xFF));
     low >>= 8;
