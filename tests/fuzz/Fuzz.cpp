@@ -37,21 +37,11 @@ void Queues::reset() {
   *this = Queues();
 }
 
-namespace {
-
-void require(bool holds, const char* what) {
-  if (holds) return;
-  std::fprintf(stderr, "fuzz: %s\n", what);
-  std::abort();
-}
-
-}  // namespace
-
 DataBaseFile::DataBaseFile(const std::vector<std::string>& scalars,
                            const std::vector<std::string>& cells)
     : _path(std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()) + ".db")) {
   sqlite3* memory = nullptr;
-  require(sqlite3_open(":memory:", &memory) == SQLITE_OK, "no database");
+  MUST(sqlite3_open(":memory:", &memory) == SQLITE_OK);
   std::string sql;
   for (const auto& [table, rows] :
        {std::pair(mapping::kScalarTable, &scalars), std::pair(mapping::kCellTable, &cells)}) {
@@ -62,14 +52,12 @@ DataBaseFile::DataBaseFile(const std::vector<std::string>& scalars,
     for (const std::string& row : *rows)
       sql += std::string("INSERT INTO ") + table + " VALUES " + row + ";";
   }
-  require(sqlite3_exec(memory, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK, "SQL");
+  MUST(sqlite3_exec(memory, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK);
   sqlite3_int64 size = 0;
   unsigned char* image = sqlite3_serialize(memory, "main", &size, 0);
   std::FILE* file = std::fopen(_path.c_str(), "w");
-  require(image != nullptr && file != nullptr, "no file");
-  require(
-      std::fwrite(image, 1, static_cast<std::size_t>(size), file) == static_cast<std::size_t>(size),
-      "short file");
+  MUST(image != nullptr && file != nullptr);
+  MUST(std::fwrite(image, static_cast<std::size_t>(size), 1, file) == 1);
   std::fclose(file);
   sqlite3_free(image);
   sqlite3_close(memory);

@@ -8,7 +8,6 @@
 #include "AgentLibrary.h"
 #include "AsnType.h"
 #include "DataManage.h"
-#include "ExactModel.h"
 #include "Fuzz.h"
 #include "ObjectAccess.h"
 #include "Settings.h"
@@ -178,22 +177,6 @@ int performAll(Perform perform, bool undo) {
   return error;
 }
 
-/// The number, scaled as the object's method says, in the default mode.
-void checkDefault(const Asked& asked, const Device& device) {
-  if (!asked.isNumber() || device.isText() || device.kind == 3) return;
-  const bool isTextOfBytes = asked.isCell && asked.type == kAsnInteger &&
-                             (asked.asnType == kAsnOctetString || asked.asnType == kAsnOpaque ||
-                              asked.asnType == kAsnObjectId);
-  const unsigned method = asked.covMethod & 0xFFF;
-  if (isTextOfBytes || method == 4) return;
-  auto low = static_cast<std::uint32_t>(asked.held());
-  if (method == 0) low = cut(timesTens(asDouble(low, device.kind == 1), asked.covMethod >> 12));
-  for (const std::uint8_t byte : device.value) {
-    MUST(byte == (low & 0xFF));
-    low >>= 8;
-  }
-}
-
 /// What was accepted is what the object holds.
 void checkStrict(const Asked& asked, const Device& device) {
   MUST(asked.type == static_cast<std::uint8_t>(asked.asnType));
@@ -260,11 +243,7 @@ void run(Input input) {
   MUST(error != SNMP_ERR_UNDOFAILED || device.refuses || !isWhole);
   if (isStrict && error == SNMP_ERR_NOERROR) MUST(device.writes == 1 + undo);
   if (undo || device.writes == 0 || device.refuses) return dropOutput();
-  if (isStrict) {
-    checkStrict(asked, device);
-  } else {
-    checkDefault(asked, device);
-  }
+  if (isStrict) checkStrict(asked, device);
   dropOutput();
 }
 
