@@ -17,14 +17,19 @@ TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
   snmp_sess_init(&wanted);
   std::string peer = "udp:127.0.0.1:9";
   wanted.peername = peer.data();
-  netsnmp_session* session = snmp_open(&wanted);
-  ASSERT_NE(session, nullptr);
-  netsnmp_transport* transport = snmp_sess_transport(snmp_sess_pointer(session));
   static Bytes fromMaster;
-  transport->f_recv = [](netsnmp_transport*, void* buffer, int, void**, int*) {
-    std::copy(fromMaster.begin(), fromMaster.end(), static_cast<std::uint8_t*>(buffer));
-    return static_cast<int>(fromMaster.size());
+  netsnmp_session* session = nullptr;
+  netsnmp_transport* transport = nullptr;
+  const auto open = [&] {
+    session = snmp_open(&wanted);
+    ASSERT_NE(session, nullptr);
+    transport = snmp_sess_transport(snmp_sess_pointer(session));
+    transport->f_recv = [](netsnmp_transport*, void* buffer, int, void**, int*) {
+      std::copy(fromMaster.begin(), fromMaster.end(), static_cast<std::uint8_t*>(buffer));
+      return static_cast<int>(fromMaster.size());
+    };
   };
+  open();
   queue->push({});
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, &wanted);
   EXPECT_FALSE(queue->hasWork()) << "no session of the library's";
@@ -50,12 +55,7 @@ TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
   EXPECT_FALSE(queue->hasWork());
   snmp_close(session);
 
-  session = snmp_open(&wanted);
-  transport = snmp_sess_transport(snmp_sess_pointer(session));
-  transport->f_recv = [](netsnmp_transport*, void* buffer, int, void**, int*) {
-    std::copy(fromMaster.begin(), fromMaster.end(), static_cast<std::uint8_t*>(buffer));
-    return static_cast<int>(fromMaster.size());
-  };
+  open();
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, session);
   ASSERT_NE(queue->take(), nullptr) << "it was not acknowledged";
   transport->f_send(transport, notify.data(), static_cast<int>(notify.size()), nullptr, &size);

@@ -170,17 +170,5 @@ TEST_F(SnmpDataBaseTest, ToolsOfTheUnitFindChannelsFlagsAndRows) {
   EXPECT_EQ(catalogue->countTableRows(".1"), 2);  // neither the first cell nor those of row 255
 }
 
-TEST(Sqlite3Test, AFailedGetTableLeavesNothingToGiveBack) {
-  const TemporaryDirectory directory;
-  Sqlite3 db((directory.path + "/map.db").c_str());
-  ASSERT_EQ(db.open(), 0);
-  char* garbage = nullptr;
-  char** result = &garbage;
-  int rows = 0;
-  int columns = 0;
-  EXPECT_EQ(db.getTable(std::string(300, 'T').c_str(), &result, &rows, &columns), -1);
-  EXPECT_EQ(result, nullptr);
-}
-
 }  // namespace
 }  // namespace norva::test

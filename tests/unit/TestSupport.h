@@ -9,7 +9,6 @@
 
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -89,18 +88,6 @@ class Queue {
     msqid_ds state{};
     EXPECT_EQ(msgctl(msgget(_key, 0), IPC_STAT, &state), 0);
     return state;
-  }
-  /// Permissions. The kernel's list and not IPC_STAT, which an emulator may translate wrongly.
-  unsigned mode() const {
-    std::ifstream list("/proc/sysvipc/msg");
-    list.ignore(1024, '\n');
-    int key = 0;
-    int qid = 0;
-    unsigned mode = 0;
-    while (list >> std::dec >> key >> qid >> std::oct >> mode && key != _key) {
-      list.ignore(1024, '\n');
-    }
-    return mode;
   }
   bool exists() const { return msgget(_key, 0) != -1; }
   void remove() const { msgctl(id(), IPC_RMID, nullptr); }
