@@ -27,6 +27,14 @@ def printed(world, after=0):
     return re.sub(r"^(?:[0-9a-f]{2} )+", "", world.agent_output()[after:], flags=re.M)
 
 
+def put_back(world, prefix="0x"):
+    """The unit's objects as its file has them, those whose ids begin so."""
+    world.ctl("fault", "none")
+    for line in world.objects.read_text().splitlines():
+        if line.startswith(prefix):
+            world.ctl("add", line)
+
+
 def _make_world(**options):
     try:
         return World(**options)
@@ -53,7 +61,5 @@ def shared_world():
 @pytest.fixture(scope="module")
 def sample_world(shared_world):
     """The sample data, served."""
-    shared_world.start_unit()
-    shared_world.start_master()
-    shared_world.start_agent()
+    shared_world.serve()
     return shared_world

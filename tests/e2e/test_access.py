@@ -52,6 +52,12 @@ def test_those_who_do(site):
     assert ask(site, *V3, value="Harbour Terminal") == ask(site, *V2C) == "Harbour Terminal"
 
 
+def test_queues_are_open(site):
+    """Deliberately: the unit's control process may be any user."""
+    queues = [line.split()[3] for line in site.inside("ipcs -q").splitlines() if "0x" in line]
+    assert queues == ["666"] * 3
+
+
 @pytest.mark.parametrize("options, at, value, reason", [
     (V2C, ELSEWHERE, None, "timeout"),
     (V2C, "127.0.0.2", None, "timeout"),
@@ -60,12 +66,10 @@ def test_those_who_do(site):
     (("-v2c", "-c", "private"), "127.0.0.1", None, "timeout"),
     ((*V3, "-l", "authNoPriv"), ELSEWHERE, None, "authorizationError"),
     ((*V3, "-l", "noAuthNoPriv"), ELSEWHERE, None, "authorizationError"),
-    ((*V3, "-l", "authNoPriv"), "127.0.0.1", "Quay", "authorizationError"),
     ((*V3, "-A", "another auth phrase"), "127.0.0.1", None, "Authentication failure"),
     ((*V3, "-X", "another priv phrase"), "127.0.0.1", None, "timeout"),
     ((*V3, "-u", "public"), "127.0.0.1", None, "Unknown user name"),
     ((*V3, "-n", "DAS_NORVA"), "127.0.0.1", None, "timeout"),
-    ((*V3, "-n", "another"), "127.0.0.1", "Quay", "timeout"),
 ])
 def test_those_who_do_not(site, options, at, value, reason):
     with pytest.raises(SnmpError) as refused:
@@ -76,11 +80,8 @@ def test_those_who_do_not(site, options, at, value, reason):
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="needs root, for becoming another user")
 def test_other_users_of_the_machine(site):
-    """They do not reach the master as subagents. The queues are open to them, deliberately: the
-    unit's control process may be any user."""
+    """They do not reach the master as subagents."""
     script = f"import socket; socket.socket(socket.AF_UNIX).connect('{SOCKET}')"
     connect = ("/usr/bin/python3", "-c", script)
     assert site.run(*connect).returncode == 0
     assert "PermissionError" in site.run(*NOBODY, *connect).stderr
-    queues = [line.split()[3] for line in site.inside("ipcs -q").splitlines() if "0x" in line]
-    assert queues == ["666"] * 3

@@ -11,9 +11,7 @@ NO_CELLS = f" subsite 0 get {CELLS} error\n"
 
 
 def start(world, database):
-    world.start_unit(OBJECTS)
-    world.start_master()
-    world.start_agent(database=database, wait=False)
+    world.serve(objects=OBJECTS, database=database, wait=False)
     world.wait_output("init_snmp end....\n")
 
 
@@ -64,13 +62,3 @@ def test_odd_database(world, changes, printed, served):
     start(world, world.make_database(*empty_schema(), *ROWS, *changes, base=False))
     assert printed in world.agent_output()
     assert_served(world, served)
-
-
-def test_type_that_no_manager_knows(world):
-    """A scalar of an odd type spoils nothing but itself."""
-    start(world, world.make_database(*empty_schema(), *ROWS, scalar_row(0x0104, 4, type=0x42),
-                                     base=False))
-    world.wait_served()
-    assert [varbind.value for varbind in world.get(oid(1), oid(3))] == [1, 3]
-    assert world.get(oid(4))[0].type == "Gauge32"
-    assert world.get(oid(2))[0].value == 2

@@ -9,7 +9,7 @@ from pathlib import Path
 
 import pytest
 
-from receiver import V2C_SINK, Receiver
+from receiver import serve_received
 from world import ROOT, SnmpError, World
 
 BUILD = os.environ.get("NORVA_BIG_ENDIAN_BUILD")
@@ -52,21 +52,11 @@ def outcome(request, *arguments):
         return error.reason
 
 
-def start(world, *commands):
-    world.start_unit()
-    for command in commands:
-        world.ctl(*command.split())
-    receiver = Receiver(world)
-    world.start_master(V2C_SINK)
-    world.start_agent()
-    return receiver
-
-
 def observe(build):
     """What managers, receivers and the unit see of a build."""
     seen = {}
     with World(build=build) as world:
-        receiver = start(world, "set 0x0ffa 255")
+        receiver = serve_received(world, "set 0x0ffa 255")
         world.wait_output("_heartBeatInterval is changed to 255")
         before = len(world.frames())
         seen["walk"] = [bound for bound in world.walk() if bound.oid != CLOCK]
@@ -82,7 +72,7 @@ def observe(build):
         world.wait_output(seen["frames"][-1].bytes.hex(" "))
     with World(build=build) as world:
         # Without an interval heartbeats follow each other at once: the first is like any other.
-        receiver = start(world, "set 0x0ffa 0")
+        receiver = serve_received(world, "set 0x0ffa 0")
         seen["heartbeat"] = receiver.wait(1)[0]
     return seen
 

@@ -5,20 +5,15 @@ import subprocess
 import pytest
 
 from polling import Polling
-from receiver import V2C_SINK, Receiver
+from receiver import V2C_SINK, serve_received
 from world import ROOT, parse_varbinds, wait_until
 
 ALARM, HEARTBEAT = 96, 99
 
 
 def start(world, master="", interval=255, switch=0):
-    world.start_unit()
-    world.ctl("set", "0x0ffa", interval)
-    world.ctl("set", "0x0ffb", switch)
-    receiver = Receiver(world)
-    world.start_master(V2C_SINK + master)
-    world.start_agent(stdout=subprocess.DEVNULL)
-    return receiver
+    return serve_received(world, f"set 0x0ffa {interval}", f"set 0x0ffb {switch}",
+                          sinks=V2C_SINK + master, stdout=subprocess.DEVNULL)
 
 
 def check_complete(received, alarms):

@@ -2,7 +2,6 @@
 
 import os
 import signal
-import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -23,14 +22,6 @@ def assert_right(world):
 BOTH = ["sh", "-c", 'exec "$@" 2>&1', "sh"]
 CLOSED = ["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh"]
 FIRST_PROCESS = ["unshare", "--pid", "--fork", "--mount-proc"]
-
-
-def test_world_with_a_stopped_program_ends():
-    with World() as world:
-        world.start_master()
-        world.master.signal(signal.SIGSTOP)
-        time.sleep(0.3)  # until the program that waits for it has seen that
-    assert not world.directory.exists()
 
 
 def start_piped(world, prefix=()):
@@ -117,23 +108,6 @@ def test_start_ends_where_notifications_would_wait_for_ever(ready):
     assert ready.agent.wait() == 1
     assert ready.agent_output().endswith(
         "init_snmp end....\nLibraryGate: no wake-up descriptor: Too many open files\n")
-
-
-def test_reader_of_the_output_stops_and_comes_back(ready):
-    """He is told how much he missed."""
-    reader = start_piped(ready)
-    for _ in range(12):
-        assert len(ready.bulkwalk()) > 50
-    os.set_blocking(reader, False)
-    with os.fdopen(reader, "rb") as output:
-        text = b""
-        def told():
-            nonlocal text
-            text += output.read() or b""
-            return b" bytes of output were dropped, nobody read them\n" in text
-        wait_until(told, what="the notice")
-        assert_right(ready)
-        wait_until(lambda: (output.read() or b"").endswith(b"covMethod=0\n"), what="a live trace")
 
 
 # The end of the process. Each state is a function that brings a running agent into it.

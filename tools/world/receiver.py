@@ -77,3 +77,14 @@ class Receiver:
         """Waits until so many were received; all that were."""
         wait_until(lambda: len(self.received()) >= count, timeout, f"{count} notifications")
         return self._received
+
+
+def serve_received(world, *commands, sinks=V2C_SINK, **agent):
+    """The sample unit, changed by control commands, its master and agent; the receiver."""
+    world.start_unit()
+    for command in commands:
+        world.ctl(*command.split(None, 2 if command.startswith("set") else 1))
+    receiver = Receiver(world)
+    world.start_master(sinks)
+    world.start_agent(**agent)
+    return receiver

@@ -349,6 +349,14 @@ class World:
         if wait:
             self.wait_served()
 
+    def serve(self, rows=None, objects=None, **agent):
+        """Unit, master and agent, with the sample or with a mapping made of `rows`, SQL."""
+        if rows is not None:
+            agent["database"] = self.make_database(*empty_schema(), *rows, base=False)
+        self.start_unit(objects)
+        self.start_master()
+        self.start_agent(**agent)
+
     def wait_served(self, root=ROOT, timeout=30):
         """Waits until the master answers for an object below `root`."""
         def served():
