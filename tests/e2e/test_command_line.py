@@ -37,7 +37,6 @@ def default_mode(error, transport="null:port", name="null:name"):
     ("--foo --version", 0, VERSION),
     ("-d null:path -X", 1, NO_DATABASE),
     ("-q", 1, ERROR_OPTION),
-    ("-L x", 1, ERROR_OPTION),
     ("-d", 1, ERROR_OPTION),
     ("-X -d a.db -n", 1, ERROR_OPTION),
     ("-d a.db -X -n null:port", 1, "\nerror: no AgentX address.\n" + USAGE),

@@ -168,7 +168,6 @@ def test_accepted_set_writes_nothing(restored, cell, commands):
 @pytest.mark.parametrize("fault, value", [
     ("wrong-command 0x11", None),
     ("wrong-length 9", None),
-    ("truncate 0", None),
     ("wrong-id 0x1046", 5),
 ])
 def test_wrong_reply_in_the_middle_of_a_walk(restored, fault, value):
