@@ -130,6 +130,21 @@ def test_silent_unit_costs_a_request_its_time_once(world):
     assert_right(world)
 
 
+def test_unit_that_takes_seconds(world):
+    """Reads and writes of scalars and cells are right and say so."""
+    world.start_unit()
+    world.start_master(PATIENT_MASTER)
+    world.settings("norvaDeviceTimeout 5")
+    world.start_agent()
+    scalar, cell = f"{ROOT}.1.2.1.2.0", f"{ROOT}.10.1.1.9.3.0"
+    wait_until(lambda: world.get(cell)[0].type == "INTEGER", what="the tables")
+    world.ctl("fault", "delay", 2500 if LONG else 1200)
+    for oid, object_id in ((scalar, 0x0502), (cell, 0x10e2)):
+        assert world.set(oid, "i", 3, timeout=30)[0].value == 3
+        assert world.held(object_id)[-1] == 3
+        assert world.get(oid)[0].value == 3
+
+
 @pytest.mark.parametrize("settings, alarms, kept", [
     ([], 5000, 1000), (["norvaBacklog 50"], 200, 50), (["norvaBacklog 0"], 200, 0)],
     ids=["default", "50", "0"])

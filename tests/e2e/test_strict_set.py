@@ -1,6 +1,7 @@
 """norvaStrictSet: what a manager asked for is in the unit, or nothing of it."""
 
 import re
+import time
 from collections import namedtuple
 
 import pytest
@@ -205,3 +206,14 @@ def test_unit_silent_in_the_middle(restored, fault, written):
     restored.ctl("fault", "none")
     wait_until(lambda: restored.get(second(3))[0].value == 2, 10, "the agent serving")
     wait_until(lambda: restored.get(second(1))[0].value == 0, what="the first one put back")
+
+
+def test_object_that_changes_between_check_and_write(restored):
+    """The write goes through."""
+    restored.ctl("fault", "delay", 700, "--object", hex(SECOND_TABLE))
+    manager = restored.spawn("manager", ["snmpset", "-v2c", "-c", "private", "-Onx", "-r0", "-t20",
+                                         "127.0.0.1:1161", second(1), "i", "77"])
+    time.sleep(0.3)
+    restored.ctl("set", hex(SECOND_TABLE), 9)
+    assert manager.wait(20) == 0
+    assert restored.held(SECOND_TABLE)[-1] == 77
