@@ -68,7 +68,11 @@ Output::Output(int fd, std::chrono::milliseconds delay)
     : Thread(kRunning, 0, 0),
       _fd(fd),
       _wakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      _delay(delay) {}
+      _delay(delay) {
+  // Growing, they would leave the memory of every size that they had to the requests.
+  _pending.reserve(kCapacity);
+  _writing.reserve(kCapacity);
+}
 
 int Output::start() {
   if (isatty(_fd) == 1) _delay = std::chrono::milliseconds::zero();
