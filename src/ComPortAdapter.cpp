@@ -23,9 +23,10 @@ struct QueueMsg {
   std::uint8_t payload[ComPortAdapter::kMaxSend];
 };
 
-using ByteText = std::array<char, 3>;
+constexpr std::size_t kByteTextSize = 3;
+using ByteText = std::array<char, kByteTextSize + 1>;
 
-/// "%02x " of every byte.
+/// "%02x " of every byte, filled up to what a processor stores at once.
 constexpr auto kByteTexts = [] {
   constexpr char kDigits[] = "0123456789abcdef";
   std::array<ByteText, 256> texts{};
@@ -38,9 +39,12 @@ constexpr auto kByteTexts = [] {
 /// Writes the whole payload in one call: it stands on the path of every request.
 void tracePayload(const std::uint8_t* payload, std::size_t size) {
   if (!Trace::enabled()) return;
-  std::array<ByteText, ComPortAdapter::kMaxReceive> line;
-  for (std::size_t i = 0; i < size; ++i) line[i] = kByteTexts[payload[i]];
-  Trace::write({line.front().data(), size * sizeof(ByteText)});
+  std::array<char, ComPortAdapter::kMaxReceive * kByteTextSize + 1> line;
+  char* end = line.data();
+  for (std::size_t i = 0; i < size; ++i, end += kByteTextSize) {
+    std::memcpy(end, kByteTexts[payload[i]].data(), sizeof(ByteText));
+  }
+  Trace::write({line.data(), end});
 }
 
 }  // namespace

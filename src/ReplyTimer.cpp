@@ -31,12 +31,13 @@ ReplyTimer::ReplyTimer(std::int32_t queueKey) : Thread(kRunning, 0, 0), _queueKe
 }
 
 void ReplyTimer::limit(std::chrono::seconds limit) {
+  _begun = now();  // for the wait that is under way
   _limit = static_cast<std::uint32_t>(std::chrono::milliseconds(limit).count());
   if (isLimited()) start();
 }
 
 void ReplyTimer::begin() {
-  _begun = now();
+  if (isLimited()) _begun = now();
   _wait.fetch_add(1);
 }
 

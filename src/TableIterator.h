@@ -13,7 +13,7 @@ namespace norva {
 struct TableClassState;
 
 /// A row as the library carries it, as loop context of a walk and as data context of a request.
-/// Allocated with calloc and released by the library with free.
+/// Allocated with malloc and released by the library with free.
 struct RowContext {
   std::int32_t index;
   RowNode* next;  ///< points into the live row list
