@@ -39,8 +39,9 @@ def _many_cells(count=10_000):
 
 
 class Contestant:
-    """`program` is the path of an agent, or "floor". `mapping`: "bench", "sample" or "cells".
-    `counting`: under callgrind, for instructions()."""
+    """`program` is the path of an agent, or "floor", or "six calls" for the floor that keeps the
+    agent's rules for the queues. `mapping`: "bench", "sample" or "cells". `counting`: under
+    callgrind, for instructions()."""
 
     def __init__(self, name, program, build, mapping="bench", trace=True, output=None,
                  counting=False):
@@ -70,8 +71,9 @@ class Contestant:
         if output is None:
             # Appended, so that it starts anew when it is cut.
             self._trace = output = open(world.directory / "trace", "ab")
-        if program == "floor":
-            command = [world.build / "bench/norva_bench_floor", world.socket]
+        if program in ("floor", "six calls"):
+            command = [world.build / "bench/norva_bench_floor", world.socket,
+                       *(["six"] if program == "six calls" else [])]
         else:
             command = [program, "-X", "-d", database, "-x", world.socket, "-n", "demo"]
         if counting:
