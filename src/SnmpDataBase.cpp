@@ -179,28 +179,29 @@ void SnmpDataBase::insertCell(const SnmpTableObjRecord& record) {
   _tableObjects.insert(record);
 }
 
-int SnmpDataBase::findObjInfo(std::uint16_t objId, ObjInfo& out) const {
+template <typename CopyScalar, typename CopyCell>
+int SnmpDataBase::copyObject(std::uint16_t objId, CopyScalar copyScalar, CopyCell copyCell) const {
   const std::lock_guard lock(_lock);
   if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
-    out = scalar->second.info;
+    copyScalar(scalar->second);
     return 0;
   }
   const TableCells::Entry* cell = _tableObjects.findObject(objId);
   if (cell == nullptr) return -1;
-  out = _tableObjects.record(*cell).info;
+  copyCell(*cell);
   return 0;
 }
 
+int SnmpDataBase::findObjInfo(std::uint16_t objId, ObjInfo& out) const {
+  return copyObject(
+      objId, [&](const auto& scalar) { out = scalar.info; },
+      [&](const auto& cell) { out = _tableObjects.record(cell).info; });
+}
+
 int SnmpDataBase::findAttributes(std::uint16_t objId, ObjAttributes& out) const {
-  const std::lock_guard lock(_lock);
-  if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
-    out = scalar->second.info.attributes();
-    return 0;
-  }
-  const TableCells::Entry* cell = _tableObjects.findObject(objId);
-  if (cell == nullptr) return -1;
-  out = cell->second.attributes;
-  return 0;
+  return copyObject(
+      objId, [&](const auto& scalar) { out = scalar.info.attributes(); },
+      [&](const auto& cell) { out = cell.second.attributes; });
 }
 
 int SnmpDataBase::getObjName(std::uint16_t objId, std::string& out) const {

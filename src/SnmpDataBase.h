@@ -78,6 +78,9 @@ class SnmpDataBase {
   int initSnmpObjOid(DataBaseAdapter& adapter);
   int initSnmpTableOid(DataBaseAdapter& adapter);
   void insertCell(const SnmpTableObjRecord& record);
+  /// Hands the object, a scalar before a cell, to the one or the other, under the lock. 0, or -1.
+  template <typename CopyScalar, typename CopyCell>
+  int copyObject(std::uint16_t objId, CopyScalar copyScalar, CopyCell copyCell) const;
   /// Hands the cell to `copy`, under the lock. 0, or -1 after printing the miss.
   template <typename Copy>
   int copyCell(const std::string& ancestorNode, std::uint32_t column, unsigned row,
