@@ -1,16 +1,12 @@
 #include "Fuzz.h"
 
-#include <sqlite3.h>
 #include <sys/msg.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 
 #include "Output.h"
-#include "RawTable.h"
 
 namespace norva::fuzz {
 
@@ -35,44 +31,6 @@ Queues& Queues::get() {
 
 void Queues::reset() {
   *this = Queues();
-}
-
-DataBaseFile::DataBaseFile(const std::vector<std::string>& scalars,
-                           const std::vector<std::string>& cells)
-    : _path(std::filesystem::temp_directory_path() / ("fuzz-" + std::to_string(getpid()) + ".db")) {
-  sqlite3* memory = nullptr;
-  MUST(sqlite3_open(":memory:", &memory) == SQLITE_OK);
-  std::string sql;
-  for (const auto& [table, rows] :
-       {std::pair(mapping::kScalarTable, &scalars), std::pair(mapping::kCellTable, &cells)}) {
-    sql += std::string("CREATE TABLE ") + table + " (c0";
-    for (int column = 1; column < mapping::kTableColumns; ++column)
-      sql += ",c" + std::to_string(column);
-    sql += ");";
-    for (const std::string& row : *rows)
-      sql += std::string("INSERT INTO ") + table + " VALUES " + row + ";";
-  }
-  MUST(sqlite3_exec(memory, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK);
-  sqlite3_int64 size = 0;
-  unsigned char* image = sqlite3_serialize(memory, "main", &size, 0);
-  std::FILE* file = std::fopen(_path.c_str(), "w");
-  MUST(image != nullptr && file != nullptr);
-  MUST(std::fwrite(image, static_cast<std::size_t>(size), 1, file) == 1);
-  std::fclose(file);
-  sqlite3_free(image);
-  sqlite3_close(memory);
-}
-
-DataBaseFile::~DataBaseFile() {
-  unlink(_path.c_str());
-}
-
-std::string scalarRow(unsigned objId, unsigned suffix, unsigned asnType, unsigned covMethod,
-                      const std::string& name) {
-  char row[256];
-  std::snprintf(row, sizeof row, "('%04X','0','0','%X','2','1','1','1','%u','%X','0','%s','0')",
-                objId, asnType, suffix, covMethod, name.c_str());
-  return row;
 }
 
 void dropOutput() {

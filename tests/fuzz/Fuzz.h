@@ -1,6 +1,5 @@
 // What the fuzz targets share: the input as a stream of values, message queues in memory in place
-// of the system's, a mapping database for the catalogue, and the end of the program where something
-// is not as it must be.
+// of the system's, and the end of the program where something is not as it must be.
 //
 // One thread, but for what the agent starts itself.
 
@@ -60,25 +59,6 @@ struct Queues {
   /// Empties all and forgets the functions.
   void reset();
 };
-
-/// A mapping database in the directory for temporary files, removed with the object.
-class DataBaseFile {
- public:
-  /// `rows` are SQL values in parentheses, or empty.
-  DataBaseFile(const std::vector<std::string>& scalars, const std::vector<std::string>& cells);
-  ~DataBaseFile();
-  DataBaseFile(const DataBaseFile&) = delete;
-  DataBaseFile& operator=(const DataBaseFile&) = delete;
-
-  const std::string& path() const { return _path; }
-
- private:
-  std::string _path;
-};
-
-/// A row of the scalars' table: as SQL values for DataBaseFile.
-std::string scalarRow(unsigned objId, unsigned suffix, unsigned asnType, unsigned covMethod,
-                      const std::string& name = "object");
 
 /// Drops what the agent has printed; to be called after each input.
 void dropOutput();

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "AsnType.h"
+#include "DataBase.h"
 #include "DataManage.h"
 #include "Fuzz.h"
 #include "NotificationQueue.h"
@@ -90,10 +91,10 @@ void receive(const netsnmp_variable_list* variable) {
 }
 
 std::unique_ptr<SnmpDataBase> makeCatalogue() {
-  const DataBaseFile file({scalarRow(kMapped, 1, kAsnInteger, 0, "Alarm"),
-                           scalarRow(kMappedToo, 2, kAsnInteger, 0, "Other")},
-                          {});
-  return std::make_unique<SnmpDataBase>(file.path().c_str());
+  DataBase& dataBase = DataBase::get();
+  dataBase.scalars.rows = {scalarRow(kMapped, 1, kAsnInteger, 0, "Alarm"),
+                           scalarRow(kMappedToo, 2, kAsnInteger, 0, "Other")};
+  return std::make_unique<SnmpDataBase>(DataBase::kPath);
 }
 
 void run(Input input) {

@@ -1,13 +1,17 @@
 // Mapping databases made of the input's lines, through the catalogue, the agent's list of scalars
 // and norvamap. A line "s" or "c" is a row of the scalars' or the cells' table, its values behind
-// tabs, "~" for NULL; any other line is the root OID. A line "=" begins the database that diff
-// compares with.
+// tabs, "~" for NULL. "s-" leaves the table out, "s!" makes reading it fail behind its rows, "s7"
+// gives it 5 + 7 columns. A line "=" begins the database that diff compares with; any other line is
+// the root OID.
 
 #include <algorithm>
+#include <cctype>
+#include <memory>
 #include <sstream>
 
 #include "AgentLibrary.h"
 #include "Check.h"
+#include "DataBase.h"
 #include "Diff.h"
 #include "Exporter.h"
 #include "Fuzz.h"
@@ -23,34 +27,11 @@ namespace {
 using dasunit::InputError;
 using mapping::Mapping;
 
-struct Rows {
-  std::vector<std::string> scalars, cells;
-};
-
-std::string asSql(const std::string& line) {
-  std::string row = "(";
-  std::size_t columns = 0;
-  for (std::size_t at = 2; columns < mapping::kTableColumns; ++columns) {
-    const std::size_t end = std::min(line.find('\t', at), line.size());
-    const std::string value = at < end ? line.substr(at, end - at) : "";
-    row += columns == 0 ? "" : ",";
-    if (value == "~") {
-      row += "NULL";
-    } else {
-      row += '\'';
-      for (const char c : value) row += c == '\'' ? "''" : c == '\0' ? "?" : std::string(1, c);
-      row += '\'';
-    }
-    at = end + 1;
-  }
-  return row + ')';
-}
-
 /// The calls that registration makes of the library.
 std::vector<std::vector<oid>> registered;
 
-void checkCatalogue(const std::string& path) {
-  const SnmpDataBase catalogue(path.c_str());
+void checkCatalogue() {
+  const SnmpDataBase catalogue(DataBase::kPath);
   std::vector<SnmpObjRecord> objects;
   catalogue.getAllObjects(objects);
   registered.clear();
@@ -74,75 +55,88 @@ void checkCatalogue(const std::string& path) {
   catalogue.listFlaggedObjects(flagged);
 }
 
-/// The first byte of the input chooses one of norvamap's commands, or what the agent itself does.
-constexpr unsigned kChoices = 6, kCatalogue = 5;
+/// What the first byte of the input chooses: what the agent itself does, or a command of norvamap.
+enum Choice { kCheck, kTable, kMib, kExporter, kDiff, kCatalogue, kCsv, kJson, kChoices };
 
-void runTool(unsigned choice, const Mapping& mapping, const Mapping& other) {
-  const auto listed =
-      std::adjacent_find(mapping.objects().begin(), mapping.objects().end(),
-                         [](const auto& a, const auto& b) { return a.oid >= b.oid; });
-  MUST(listed == mapping.objects().end());
-  mapping::Findings findings;
-  switch (choice % kChoices) {
-    case 0:
-      mapping::checkDataBase(mapping, findings);
-      MUST(findings.asText().empty() == findings.all().empty());
-      MUST(!findings.asJson().empty());
-      break;
-    case 1:
-      mapping::list(mapping, mapping::ListFormat::kTable);
-      mapping::list(mapping, mapping::ListFormat::kCsv);
-      MUST(!mapping::list(mapping, mapping::ListFormat::kJson).empty());
-      break;
-    case 2:
-      MUST(!mapping::mibModule(mapping, {}, "FUZZ-MIB").empty());
-      break;
-    case 3:
-      MUST(!mapping::exporterModules(mapping, {}, {}).empty());
-      break;
-    case 4: {
-      const auto changes = mapping::compare(mapping, other);
-      mapping::asText(changes);
-      mapping::asJson(changes);
-      MUST(mapping::compare(mapping, mapping).empty());
-      break;
-    }
-    default:
-      break;
+void report(Choice choice, const Mapping& mapping) {
+  if (choice == kCheck) {
+    mapping::Findings findings;
+    mapping::checkDataBase(mapping, findings);
+    MUST(findings.asText().empty() == findings.all().empty());
+    MUST(!findings.asJson().empty());
+    return;
   }
+  mapping.requireComplete();
+  const auto format = choice == kCsv    ? mapping::ListFormat::kCsv
+                      : choice == kJson ? mapping::ListFormat::kJson
+                                        : mapping::ListFormat::kTable;
+  MUST(!(choice == kMib        ? mapping::mibModule(mapping, {}, "FUZZ-MIB")
+         : choice == kExporter ? mapping::exporterModules(mapping, {}, {})
+                               : mapping::list(mapping, format))
+            .empty());
+}
+
+void checkDiff(const Mapping& mapping, const Mapping& other) {
+  mapping.requireComplete();
+  other.requireComplete();
+  const auto changes = mapping::compare(mapping, other);
+  MUST(mapping::asText(changes).empty() == changes.empty());
+  MUST(!mapping::asJson(changes).empty());
+  MUST(mapping::compare(mapping, mapping).empty());
+}
+
+std::unique_ptr<Mapping> load(const std::string& root) {
+  auto mapping = std::make_unique<Mapping>(DataBase::kPath, root);
+  const auto listed =
+      std::adjacent_find(mapping->objects().begin(), mapping->objects().end(),
+                         [](const auto& a, const auto& b) { return a.oid >= b.oid; });
+  MUST(listed == mapping->objects().end());
+  return mapping;
+}
+
+/// Takes a line of the input. False for one that is about no table.
+bool takeLine(DataBase& dataBase, const std::string& line) {
+  if (line.size() < 2 || (line[0] != 's' && line[0] != 'c')) return false;
+  DataBase::Table& table = line[0] == 's' ? dataBase.scalars : dataBase.cells;
+  if (line[1] == '\t') {
+    table.rows.push_back(line.substr(2));
+  } else if (line[1] == '-') {
+    table.exists = false;
+  } else if (line[1] == '!') {
+    table.breaks = true;
+  } else if (std::isdigit(static_cast<unsigned char>(line[1])) != 0) {
+    table.columns = line[1] - '0' + 5;
+  } else {
+    return false;
+  }
+  return true;
 }
 
 void run(const std::string& text) {
   std::istringstream lines(text);
   std::string line, root = mapping::kDefaultRoot;
   std::getline(lines, line);
-  const unsigned choice = line.empty() ? 0 : static_cast<unsigned char>(line[0]);
-  Rows rows[2];
-  int database = 0;
+  const auto choice =
+      static_cast<Choice>(line.empty() ? 0 : static_cast<unsigned char>(line[0]) % kChoices);
+  DataBase dataBases[2];
+  int number = 0;
   while (std::getline(lines, line)) {
     if (line == "=") {
-      database = 1;
-    } else if (line.starts_with("s\t")) {
-      rows[database].scalars.push_back(asSql(line));
-    } else if (line.starts_with("c\t")) {
-      rows[database].cells.push_back(asSql(line));
-    } else {
+      number = 1;
+    } else if (!takeLine(dataBases[number], line)) {
       root = line;
     }
   }
+  DataBase::get() = std::move(dataBases[0]);
+  if (choice == kCatalogue) return checkCatalogue();
   try {
-    const auto load = [&](const Rows& of, auto use) {
-      const DataBaseFile file(of.scalars, of.cells);
-      return use(file.path());
-    };
-    if (choice % kChoices == kCatalogue) {
-      return load(rows[0], [](const std::string& path) { checkCatalogue(path); });
+    const auto mapping = load(root);
+    if (choice != kDiff) {
+      report(choice, *mapping);
+    } else {
+      if (number == 1) DataBase::get() = std::move(dataBases[1]);
+      checkDiff(*mapping, *load(root));
     }
-    const auto make = [&](const std::string& path) {
-      return std::make_unique<Mapping>(path, root);
-    };
-    const auto mapping = load(rows[0], make);
-    runTool(choice, *mapping, database == 0 ? *mapping : *load(rows[1], make));
   } catch (const InputError& error) {
     MUST(std::string_view(error.what()).size() > 0);
   }

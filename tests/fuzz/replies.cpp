@@ -7,6 +7,7 @@
 
 #include "AnswerValue.h"
 #include "AsnType.h"
+#include "DataBase.h"
 #include "DataManage.h"
 #include "Fuzz.h"
 #include "Output.h"
@@ -27,13 +28,12 @@ constexpr std::uint16_t kMethods[] = {0,      0x1000, 0x2000, 0xF000, 1,  2,  3,
                                       0x1004, 0x2004, 0xF004, 7,      10, 11, 12, 0x2FFF};
 
 std::unique_ptr<SnmpDataBase> makeCatalogue() {
-  std::vector<std::string> rows;
+  DataBase& dataBase = DataBase::get();
   for (const std::uint16_t method : kMethods) {
-    const auto number = static_cast<unsigned>(rows.size());
-    rows.push_back(scalarRow(0x100 + number, number, kAsnInteger, method));
+    const auto number = static_cast<unsigned>(dataBase.scalars.rows.size());
+    dataBase.scalars.rows.push_back(scalarRow(0x100 + number, number, kAsnInteger, method));
   }
-  const DataBaseFile file(rows, {});
-  return std::make_unique<SnmpDataBase>(file.path().c_str());
+  return std::make_unique<SnmpDataBase>(DataBase::kPath);
 }
 
 /// The object that `replies` make of a read of `oid` into `before`; none where it fails, with what

@@ -7,6 +7,7 @@
 
 #include "AgentLibrary.h"
 #include "AsnType.h"
+#include "DataBase.h"
 #include "DataManage.h"
 #include "Fuzz.h"
 #include "ObjectAccess.h"
@@ -28,22 +29,20 @@ constexpr unsigned kFirst = 0x100;
 
 /// A scalar and a cell for every type and method; they share objects.
 std::unique_ptr<SnmpDataBase> makeCatalogue() {
-  std::vector<std::string> scalars, cells;
+  DataBase& dataBase = DataBase::get();
+  auto& scalars = dataBase.scalars.rows;
   for (const std::uint16_t type : kTypes) {
     for (const std::uint16_t method : kMethods) {
       const auto number = static_cast<unsigned>(scalars.size());
       scalars.push_back(scalarRow(kFirst + number, number, type, method));
       char cell[128];
-      std::snprintf(cell, sizeof cell,
-                    "('%04X','0','%zu','%u','3','.10.1','%X','0','c','%zu',"
-                    "'1','0','0')",
+      std::snprintf(cell, sizeof cell, "%04X\t0\t%zu\t%u\t3\t.10.1\t%X\t0\tc\t%zu\t1\t0\t0",
                     kFirst + number, 2 + number % std::size(kMethods), type, method,
                     1 + number / std::size(kMethods));
-      cells.push_back(cell);
+      dataBase.cells.rows.emplace_back(cell);
     }
   }
-  const DataBaseFile file(scalars, cells);
-  return std::make_unique<SnmpDataBase>(file.path().c_str());
+  return std::make_unique<SnmpDataBase>(DataBase::kPath);
 }
 
 struct Agent {
