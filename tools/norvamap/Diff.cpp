@@ -39,7 +39,9 @@ class Comparison {
   using ByOid = std::map<Oid, const ServedObject*>;
 
   static void note(const Mapping& mapping, ByOid& byOid) {
-    for (const ServedObject& object : mapping.objects()) byOid[object.oid] = &object;
+    for (const ServedObject& object : mapping.objects()) {
+      byOid.emplace_hint(byOid.end(), object.oid, &object);
+    }
   }
 
   void compareOld(const ServedObject& old) {

@@ -61,12 +61,13 @@ std::string Findings::asJson() const {
     for (const std::uint16_t objId : finding.objects) {
       objects.push_back(dasunit::formatObjectId(objId));
     }
-    list.push_back({{"file", finding.file},
-                    {"table", finding.table},
-                    {"rows", finding.rows},
-                    {"objects", objects},
-                    {"severity", word(finding.severity)},
-                    {"text", finding.text}});
+    auto& entry = list.emplace_back();
+    entry["file"] = finding.file;
+    entry["table"] = finding.table;
+    entry["rows"] = finding.rows;
+    entry["objects"] = std::move(objects);
+    entry["severity"] = word(finding.severity);
+    entry["text"] = finding.text;
   }
   return list.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
 }

@@ -79,10 +79,12 @@ const ServedObject* Mapping::findObject(std::uint16_t objId) const {
   return found == byObjId_.end() ? nullptr : &objects_[found->second];
 }
 
-bool Mapping::isHidden(const Oid& oid, const Oid& own) const {
-  return std::any_of(registrations_.begin(), registrations_.end(), [&](const Oid& other) {
-    return other.size() > own.size() && isWithin(oid, other);
-  });
+std::vector<Oid> Mapping::registeredBelow(const Oid& own) const {
+  std::vector<Oid> below;
+  for (const Oid& other : registrations_) {
+    if (other.size() > own.size() && isWithin(other, own)) below.push_back(other);
+  }
+  return below;
 }
 
 void Mapping::addScalars() {
@@ -141,32 +143,42 @@ void Mapping::addTables() {
 
 void Mapping::addCells(int position) {
   Table& table = tables_[static_cast<std::size_t>(position)];
+  const std::vector<Oid> others = registeredBelow(table.oid);
   for (std::uint32_t column = kIndexColumn; column <= table.maxColumn; ++column) {
     for (unsigned row = 1; row <= kTableRows; ++row) {
       ServedObject object;
       object.isIndex = column == kIndexColumn;
+      if (object.isIndex) {
+        object.info.asnType = kAsnInteger;
+      } else if (!takeCell(table.node, column, row, object)) {
+        table.holes.emplace_back(column, row);
+        continue;
+      }
+      object.oid.reserve(table.oid.size() + 4);
       object.oid = table.oid;
       object.oid.insert(object.oid.end(), {1, column, row, 0});
       object.table = position;
       object.row = row;
       object.column = column;
-      SnmpTableObjRecord cell;
-      if (object.isIndex) {
-        object.info.asnType = kAsnInteger;
-      } else if (catalogue_->getSnmpTableOid(table.node, column, row, cell) != 0) {
-        table.holes.emplace_back(column, row);
-        continue;
-      } else {
-        ObjInfo applied;
-        catalogue_->findObjInfo(cell.objId, applied);
-        object.objId = cell.objId;
-        object.info = cell.info;
-        object.info.covMethod = applied.covMethod;
-        object.writable = cell.info.access == kCellWritable;
-      }
-      if (!isHidden(object.oid, table.oid)) objects_.push_back(std::move(object));
+      const bool isHidden = std::any_of(others.begin(), others.end(), [&](const Oid& other) {
+        return isWithin(object.oid, other);
+      });
+      if (!isHidden) objects_.push_back(std::move(object));
     }
   }
+}
+
+bool Mapping::takeCell(const std::string& node, std::uint32_t column, unsigned row,
+                       ServedObject& object) const {
+  SnmpTableObjRecord cell;
+  if (catalogue_->getSnmpTableOid(node, column, row, cell) != 0) return false;
+  ObjAttributes applied;
+  catalogue_->findAttributes(cell.objId, applied);
+  object.objId = cell.objId;
+  object.info = std::move(cell.info);
+  object.info.covMethod = applied.covMethod;
+  object.writable = object.info.access == kCellWritable;
+  return true;
 }
 
 }  // namespace norva::mapping

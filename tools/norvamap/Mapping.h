@@ -79,8 +79,11 @@ class Mapping {
   void addScalars();
   void addTables();
   void addCells(int position);
-  /// True when the agent asks another registration for `oid` than the one at `own`.
-  bool isHidden(const Oid& oid, const Oid& own) const;
+  /// False where the catalogue has no such cell.
+  bool takeCell(const std::string& node, std::uint32_t column, unsigned row,
+                ServedObject& object) const;
+  /// The registrations that the agent asks instead of the one at `own` for what is below them.
+  std::vector<Oid> registeredBelow(const Oid& own) const;
 
   std::string path_;
   Oid root_;

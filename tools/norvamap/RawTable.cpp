@@ -111,14 +111,17 @@ ReadNumber readNumber(const std::string& text, const ColumnLayout& column) {
   const std::uint64_t whole = std::strtoull(text.c_str(), &end, column.base);
   const std::uint64_t value = whole & limit;
   const bool isBlank = end[std::strspn(end, " \t\r\n")] == '\0';
-  const char* const kind = column.base == 16 ? "hexadecimal" : "decimal";
-  const std::string readAs = format(column.base == 16 ? "read as %llX" : "read as %llu",
-                                    static_cast<unsigned long long>(value));
-  const std::string quoted = std::string(column.name) + " '" + text + "' ";
-  if (end == text.c_str() || !isBlank)
-    return {value, quoted + "is no " + kind + " number, " + readAs};
+  const auto problem = [&](const std::string& what) {
+    return std::string(column.name) + " '" + text + "' " + what +
+           format(column.base == 16 ? ", read as %llX" : ", read as %llu",
+                  static_cast<unsigned long long>(value));
+  };
+  if (end == text.c_str() || !isBlank) {
+    return {value,
+            problem(column.base == 16 ? "is no hexadecimal number" : "is no decimal number")};
+  }
   if (whole > limit || errno == ERANGE) {
-    return {value, quoted + format("does not fit %d bits, ", column.bits) + readAs};
+    return {value, problem(format("does not fit %d bits", column.bits))};
   }
   return {value, ""};
 }
