@@ -1,8 +1,8 @@
 // Mapping databases made of the input's lines, through the catalogue, the agent's list of scalars
 // and norvamap. A line "s" or "c" is a row of the scalars' or the cells' table, its values behind
-// tabs, "~" for NULL. "s-" leaves the table out, "s!" makes reading it fail behind its rows, "s7"
-// gives it 5 + 7 columns. A line "=" begins the database that diff compares with; any other line is
-// the root OID.
+// tabs, "~" for NULL. "s+" repeats the last one to many rows, each with its number for every "#".
+// "s-" leaves the table out, "s!" makes reading it fail behind its rows, "s7" gives it 5 + 7
+// columns. A line "=" begins the database that diff compares with; any other line is the root OID.
 
 #include <algorithm>
 #include <cctype>
@@ -95,11 +95,20 @@ std::unique_ptr<Mapping> load(const std::string& root) {
 }
 
 /// Takes a line of the input. False for one that is about no table.
-bool takeLine(DataBase& dataBase, const std::string& line) {
+bool takeLine(DataBase& dataBase, const std::string& line, std::size_t most) {
   if (line.size() < 2 || (line[0] != 's' && line[0] != 'c')) return false;
   DataBase::Table& table = line[0] == 's' ? dataBase.scalars : dataBase.cells;
   if (line[1] == '\t') {
     table.rows.push_back(line.substr(2));
+  } else if (line[1] == '+' && !table.rows.empty()) {
+    const std::string pattern = table.rows.back();
+    while (table.rows.size() < most) {
+      std::string row;
+      for (const char c : pattern) {
+        row += c == '#' ? std::to_string(table.rows.size()) : std::string(1, c);
+      }
+      table.rows.push_back(std::move(row));
+    }
   } else if (line[1] == '-') {
     table.exists = false;
   } else if (line[1] == '!') {
@@ -118,12 +127,14 @@ void run(const std::string& text) {
   std::getline(lines, line);
   const auto choice =
       static_cast<Choice>(line.empty() ? 0 : static_cast<unsigned char>(line[0]) % kChoices);
+  // More scalars than can be registered; for norvamap, which is slower, more than a table's rows.
+  const std::size_t most = choice == kCatalogue ? 260 : 40;
   DataBase dataBases[2];
   int number = 0;
   while (std::getline(lines, line)) {
     if (line == "=") {
       number = 1;
-    } else if (!takeLine(dataBases[number], line)) {
+    } else if (!takeLine(dataBases[number], line, most)) {
       root = line;
     }
   }
