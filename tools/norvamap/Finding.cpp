@@ -30,9 +30,12 @@ std::string place(const Finding& finding) {
 }  // namespace
 
 void Findings::add(Finding finding) {
-  const auto same = std::find_if(findings_.begin(), findings_.end(), [&](const Finding& other) {
-    return !finding.group.empty() && other.group == finding.group && other.text == finding.text;
-  });
+  const auto isSame = [&](const Finding& other) {
+    return other.group == finding.group && other.text == finding.text;
+  };
+  const auto same = finding.group.empty()
+                        ? findings_.end()
+                        : std::find_if(findings_.begin(), findings_.end(), isSame);
   if (same == findings_.end()) {
     findings_.push_back(std::move(finding));
     return;
