@@ -29,14 +29,6 @@ Queues& Queues::get() {
   return queues;
 }
 
-void Queues::reset() {
-  *this = Queues();
-}
-
-void dropOutput() {
-  Output::getInstance().drain({});
-}
-
 }  // namespace norva::fuzz
 
 // The system's message queues. A queue's id is its key.
@@ -79,4 +71,11 @@ extern "C" ssize_t msgrcv(int id, void* message, std::size_t size, long, int fla
   if (taken > 0)
     std::memcpy(static_cast<std::uint8_t*>(message) + sizeof type, payload.data(), taken);
   return static_cast<ssize_t>(taken);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  Queues::get() = {};
+  norva::fuzz::run({data, size});
+  norva::Output::getInstance().drain({});
+  return 0;
 }

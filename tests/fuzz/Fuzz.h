@@ -39,7 +39,9 @@ class Input {
   std::uint16_t word() { return static_cast<std::uint16_t>(byte() << 8 | byte()); }
   /// At most `most` bytes in memory of their own, so that every read behind them is seen.
   Bytes bytes(std::size_t most);
-  /// The same with the length in front: a byte, in fours from 200 on, so that it reaches 1,100.
+  /// The same of what is left.
+  std::string rest() const { return {_next, _end}; }
+  /// As `bytes` with the length in front: a byte, in fours from 200 on, so that it reaches 1,100.
   Bytes message();
 
  private:
@@ -56,12 +58,10 @@ struct Queues {
   std::function<void(int key)> exhausted;
 
   static Queues& get();
-  /// Empties all and forgets the functions.
-  void reset();
 };
 
-/// Drops what the agent has printed; to be called after each input.
-void dropOutput();
+/// What a target does with an input. Called with empty queues; what the agent prints is dropped.
+void run(Input input);
 
 }  // namespace norva::fuzz
 

@@ -144,20 +144,18 @@ void checkConversions(Input input) {
   mustBeSame(scaled, model);
 }
 
-void checkTexts(Input input, std::size_t size) {
+void checkTexts(Input input) {
   const std::size_t capacity = input.byte();
-  const Bytes bytes = input.bytes(size);
-  // Ends where its first zero does, with nothing behind it.
-  const std::string text(bytes.begin(), std::find(bytes.begin(), bytes.end(), 0));
+  const std::string text = input.rest().c_str();  // ends where its first zero does
   checkDecimal(text);
   checkOid(text, capacity);
 }
 
 }  // namespace
-}  // namespace norva::fuzz
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  norva::fuzz::checkConversions({data, size});
-  norva::fuzz::checkTexts({data, size}, size);
-  return 0;
+void run(Input input) {
+  checkConversions(input);
+  checkTexts(input);
 }
+
+}  // namespace norva::fuzz

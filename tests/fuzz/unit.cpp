@@ -35,9 +35,11 @@ void request(dasunit::Unit& unit, const Bytes& frame) {
   for (const Bytes& sent : dasunit::applyFault(*fault, reply)) unit.sendReply(sent);
 }
 
-void run(const std::string& text) {
+}  // namespace
+
+void run(Input input) {
+  const std::string text = input.rest();
   std::size_t sent = 0;
-  Queues::get().reset();
   Queues::get().sent = [&](int, const Bytes& message) {
     MUST(message.size() <= 8000);
     return ++sent < 1000;
@@ -60,15 +62,9 @@ void run(const std::string& text) {
   }
 }
 
-}  // namespace
 }  // namespace norva::fuzz
 
 // The command that ends the unit does not end the target.
 extern "C" int kill(pid_t, int) noexcept {
-  return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  norva::fuzz::run({data, data + size});
   return 0;
 }

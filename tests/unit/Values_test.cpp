@@ -1,8 +1,7 @@
-// The values that pass between the agent library and the device objects, and their frame.
+// The values that pass between the agent library and the device objects.
 
 #include "AgentLibrary.h"
 #include "AnswerValue.h"
-#include "ObjectProtocol.h"
 #include "SetValue.h"
 #include "TestSupport.h"
 
@@ -84,18 +83,6 @@ TEST(SetValueTest, ReadsWhatTheUnitWouldHold) {
   check(ASN_OCTET_STR, nullptr, 0, 0, "", 0);
   check(ASN_IPADDRESS, "\x0A\x01\x02\x03", 4, 0x0A010203, "\x0A\x01\x02\x03", 4);
   check(ASN_IPADDRESS, "\x0A", 1, 0x0A000000, "\x0A", 1);
-}
-
-TEST(SetFrameTest, IsFilledBeyondTheValueWithZeros) {
-  ObjValue record;
-  record.setObjLen(255);
-  record.setText(std::string(64, 'x'));
-  SetRequest frame;
-  frame.fill(0xEE);
-  const std::size_t size = encodeSetRequest(0x1234, record, frame);
-  Bytes expected = hex("01 ff 34 12", 4 + 64, 'x');
-  expected.resize(4 + 64 + 188);
-  EXPECT_EQ(Bytes(frame.data(), frame.data() + size), expected);
 }
 
 }  // namespace
