@@ -3,16 +3,12 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <limits>
 #include <list>
 #include <memory>
 #include <semaphore>
 #include <thread>
 
-#include "NotificationQueue.h"
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -29,6 +25,7 @@ class ProbeThread : public Thread {
   void run() override {
     const std::shared_ptr<void> tellEnd(nullptr, [this](void*) { ended.release(); });
     tid = static_cast<pid_t>(syscall(SYS_gettid));
+    handle = pthread_self();
     begun.release();
     while (!_endsAtOnce) pause();
   }
@@ -36,6 +33,7 @@ class ProbeThread : public Thread {
 
   std::binary_semaphore begun{0}, ended{0};
   std::atomic<pid_t> tid = 0;
+  std::atomic<pthread_t> handle{};
   std::int32_t statusInOnStop = -1;
 
  private:
@@ -52,6 +50,12 @@ TEST(ThreadTest, StartsAndStops) {
   EXPECT_EQ(thread.start(), 0);
   EXPECT_EQ(thread.status(), Thread::kRunning);
   ASSERT_TRUE(thread.begun.try_acquire_for(kPatience));
+  pthread_attr_t attributes;
+  int detachState = PTHREAD_CREATE_JOINABLE;
+  ASSERT_EQ(pthread_getattr_np(thread.handle, &attributes), 0);
+  pthread_attr_getdetachstate(&attributes, &detachState);
+  pthread_attr_destroy(&attributes);
+  EXPECT_EQ(detachState, PTHREAD_CREATE_DETACHED) << "its stack goes with it";
   thread.setWordB(7);
   EXPECT_EQ(thread.stop(), 0);
   EXPECT_EQ(thread.statusInOnStop, Thread::kStopped);
@@ -91,49 +95,6 @@ TEST(ThreadTest, AStartThatTheSystemRefusesIsPrinted) {
   pthread_setattr_default_np(&usual);
   EXPECT_EQ(thread.stop(), 0);
   EXPECT_TRUE(thread.ended.try_acquire_for(kPatience));
-}
-
-TEST(ThreadTest, AThreadThatHasEndedLeavesNoStackBehind) {
-  const auto mapped = [] {
-    std::ifstream maps("/proc/self/maps");
-    return std::count(std::istreambuf_iterator<char>(maps), {}, '\n');
-  };
-  const auto runAndStop = [](int times) {
-    for (int i = 0; i < times; ++i) {
-      ProbeThread& thread = makeProbe(true);
-      ASSERT_EQ(thread.start(), 0);
-      ASSERT_TRUE(thread.ended.try_acquire_for(kPatience));
-      printed([&] { thread.stop(); });
-    }
-  };
-  runAndStop(50);
-  const auto before = mapped();
-  runAndStop(200);
-  EXPECT_LT(mapped(), before + 50);
-}
-
-TEST(ThreadTest, AProducerThatIsStoppedWhileItWaitsLeavesTheQueueUsable) {
-  struct Producer : Thread {
-    explicit Producer(NotificationQueue& full) : Thread(kIdle, SCHED_OTHER, 0), queue(full) {}
-    void run() override {
-      queue.push({});
-      queue.push({});  // there is room for one
-    }
-    NotificationQueue& queue;
-  };
-  static auto* const queue = new NotificationQueue;  // both outlive the thread
-  queue->setCapacity(1);
-  queue->sessionStarted();
-  static auto* const producer = new Producer(*queue);
-  ASSERT_EQ(producer->start(), 0);
-  while (!queue->hasWork()) std::this_thread::yield();
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_EQ(producer->stop(), 0);
-  std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_NE(queue->take(), nullptr);
-  queue->sent(1);
-  queue->acknowledged(1);
-  EXPECT_TRUE(queue->push({}));
 }
 
 }  // namespace
