@@ -22,13 +22,9 @@ constexpr std::size_t kSize = 213;   // of a record
 /// No more messages; ends the alarm thread's loop.
 struct Exhausted {};
 
-struct Sent {
-  unsigned kind;  // last number of the notification
-  std::string name, value, text4, text5, text6;
-  unsigned deviceId;
-  unsigned sequence;
-  bool operator==(const Sent&) const = default;
-};
+/// The bindings of a notification, each with a letter for its type: 'o' and the last number of an
+/// OID, 'i' and an integer, 's' and a text.
+using Sent = std::vector<std::string>;
 
 std::vector<Sent> sent;
 
@@ -47,47 +43,44 @@ std::optional<Sent> expected(Bytes message, unsigned sequence) {
   const unsigned type = message[3];
   if (!isKnown || type < 1 || type > 4) return {};
   const bool isCleared = message[11] == '0';
-  Sent event{95 + type, objId == kMapped ? "Alarm" : "Other", "", "", "", "", 0, sequence};
-  if (type == 1) event.value = isCleared ? "Clear Alarm" : "New Alarm";
+  std::string name = objId == kMapped ? "Alarm" : "Other", value;
+  if (type == 1) value = isCleared ? "Clear Alarm" : "New Alarm";
   if (type == 2) {
-    const std::string name = "RU ";
-    const unsigned skip = message[12] + message[13] + message[14];
-    event.name = skip > name.size() ? "" : name.substr(skip);
-    event.value = isCleared ? "Remove RU" : "Add RU";
+    name = "RU ";
+    name.erase(0, std::size_t{message[12]} + message[13] + message[14]);
+    value = isCleared ? "Remove RU" : "Add RU";
   }
   if (type == 3) {
-    event.name = "GeneralTrap";
-    event.value = isCleared ? "Lose GeneralTrap" : "Report GeneralTrap";
+    name = "GeneralTrap";
+    value = isCleared ? "Lose GeneralTrap" : "Report GeneralTrap";
   }
-  event.deviceId = message[20];
-  event.text4 = text(message, 21);
-  event.text6 = text(message, 85);
-  event.text5 = text(message, 149);
-  return event;
+  return Sent{"o" + std::to_string(95 + type),
+              "s" + name,
+              "s" + value,
+              "i" + std::to_string(message[20]),
+              "s" + text(message, 21),
+              "s" + text(message, 149),
+              "s" + text(message, 85),
+              "i" + std::to_string(sequence)};
 }
 
-unsigned integer(const netsnmp_variable_list& variable) {
-  MUST(variable.type == ASN_INTEGER);
-  return static_cast<unsigned>(*variable.val.integer);
-}
-
-std::string octets(const netsnmp_variable_list& variable) {
-  MUST(variable.type == ASN_OCTET_STR);
-  return {reinterpret_cast<const char*>(variable.val.string), variable.val_len};
+std::string shown(const netsnmp_variable_list& binding) {
+  if (binding.type == ASN_INTEGER) return "i" + std::to_string(*binding.val.integer);
+  if (binding.type == ASN_OCTET_STR) {
+    return "s" + std::string(reinterpret_cast<const char*>(binding.val.string), binding.val_len);
+  }
+  MUST(binding.type == ASN_OBJECT_ID && binding.val_len == 16 * sizeof(oid));
+  return "o" + std::to_string(binding.val.objid[15]);
 }
 
 void receive(const netsnmp_variable_list* variable) {
-  const netsnmp_variable_list* bindings[8];
-  for (unsigned number = 0; number < 8; ++number, variable = variable->next_variable) {
-    MUST(variable != nullptr);
+  Sent bindings;
+  for (; variable != nullptr; variable = variable->next_variable) {
+    const oid number = bindings.size();
     MUST(number == 0 || (variable->name_length == 16 && variable->name[15] == number));
-    bindings[number] = variable;
+    bindings.push_back(shown(*variable));
   }
-  MUST(variable == nullptr && bindings[0]->type == ASN_OBJECT_ID);
-  MUST(bindings[0]->val_len == 16 * sizeof(oid));
-  sent.push_back({static_cast<unsigned>(bindings[0]->val.objid[15]), octets(*bindings[1]),
-                  octets(*bindings[2]), octets(*bindings[4]), octets(*bindings[5]),
-                  octets(*bindings[6]), integer(*bindings[3]), integer(*bindings[7])});
+  sent.push_back(bindings);
 }
 
 std::unique_ptr<SnmpDataBase> makeCatalogue() {

@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 
 #include "AgentLibrary.h"
 #include "AsnType.h"

@@ -14,18 +14,7 @@
 namespace norva::fuzz {
 namespace {
 
-using dasunit::DeviceObject;
 using dasunit::InputError;
-
-std::vector<DeviceObject> parse(const std::string& text) {
-  std::istringstream file(text);
-  try {
-    return dasunit::parseObjects(file, "fuzz");
-  } catch (const InputError& error) {
-    MUST(std::string(error.what()).starts_with("fuzz:"));
-    return {};
-  }
-}
 
 void request(dasunit::Unit& unit, const Bytes& frame) {
   const Bytes reply = unit.objects().answer(frame);
@@ -45,7 +34,13 @@ void run(Input input) {
     return ++sent < 1000;
   };
   const std::size_t split = std::min(text.find("\n\n"), text.size());
-  const std::vector<DeviceObject> objects = parse(text.substr(0, split));
+  std::vector<dasunit::DeviceObject> objects;
+  try {
+    std::istringstream file(text.substr(0, split));
+    objects = dasunit::parseObjects(file, "fuzz");
+  } catch (const InputError& error) {
+    MUST(std::string(error.what()).starts_with("fuzz:"));
+  }
   dasunit::Unit unit(objects, "");
   std::istringstream commands(text.substr(split));
   for (std::string line; std::getline(commands, line);) {
