@@ -145,6 +145,10 @@ def test_unit_page(fleet):
     rows = re.findall(r"<tr[^>]*><td class=\"right\">(\d+)</td>", shown)
     assert rows == [str(row) for row in range(1, 33)]
     assert len(re.findall(r'<path d="L?M?[^"]*\d', shown)) == 7, "lines in three graphs"
+    # Every number and text of the walk, but for the rows' own numbers and the clock.
+    address = unit(fleet, V2C).address
+    assert fleet.value(f'count({{__name__=~"norva_.*", instance="{address}"}})') == 615 - 2 * 32 - 1
+    assert fleet.value(f'norva_boot_count_value{{instance="{address}"}}') == 17
     assert "No unit 10.9.8.7" in text(page(fleet, "unit.html?instance=10.9.8.7"))
     # What a unit or an address says is text on the page.
     assert "<b>x" not in page(fleet, "unit.html?instance=<b>x\"}")

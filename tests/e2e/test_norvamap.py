@@ -11,7 +11,8 @@ import time
 import pytest
 
 from receiver import BASE
-from world import CELLS, ROOT, SCALARS, SOURCE, World, empty_schema, scalar_row, wait_until
+from world import (CELLS, ROOT, SCALARS, SOURCE, World, cell_row, empty_schema, scalar_row,
+                   wait_until)
 
 BUILD = SOURCE / (os.environ.get("NORVA_BUILD") or "build/dev")
 TOOL = BUILD / "tools/norvamap/norvamap"
@@ -46,13 +47,8 @@ def scalar(object_id, column, value):
     return f"UPDATE main.{SCALARS} SET c{column} = {quoted} WHERE c0 = '{object_id:04X}'"
 
 
-def cell_row(object_id, node, column, row, type=2, access=1, method=0):
-    return (f"INSERT INTO main.{CELLS} VALUES ('{object_id:04X}', '0', '{column}', '{type}',"
-            f" '{access}', '{node}', '{method:X}', '0', 'cell', '{row}', '0', '0', '0')")
-
-
 def column(first, node, number, rows=32):
-    return [cell_row(first + row, node, number, row + 1) for row in range(rows)]
+    return [cell_row(first + row, number, row + 1, node=node, access=1) for row in range(rows)]
 
 
 def check_answers(world, answers):
@@ -69,6 +65,11 @@ PLANTED = [
      {"1.1.4.0.0": 0, "1.1.4.6.0": None}),
     (scalar(0x0302, 8, 2 + (1 << 32)), "error",
      "suffix4 '4294967298' does not fit 32 bits, read as 2", {"1.1.4.2.0": -12}),
+    (scalar(0x0303, 8, 10 ** 20 - 1), "error",
+     "suffix4 '99999999999999999999' does not fit 32 bits, read as 4294967295",
+     {"1.1.4.3.0": None}),
+    (scalar(0x0404, 9, "none"), "error", "covMethod 'none' is no hexadecimal number, read as 0",
+     {"1.1.5.4.0": 0}),
     (scalar(0x0307, 3, "66"), "error", "asnType 66 is no type of a value, it is read as hexadecimal:"
      " Gauge32 is 42 here; GET answers no value or one of the wrong type", {"1.1.4.7.0": None}),
     (scalar_row(0x0308, 99), "error", "the object is in row 30 already: this row is not used",
@@ -91,11 +92,11 @@ PLANTED = [
     (f"UPDATE main.{CELLS} SET c0 = '0303' WHERE c0 = '1040'", "error", "the object is a scalar too,"
      " whose covMethod 1004 is applied here: / 10^1 as text",
      {"10.1.1.4.1.0": int.from_bytes(b"58.7", "big"), "10.1.1.4.2.0": -3}),
-    (cell_row(0x0301, ".10.1", 3, 1), "error", "the cell is in row 2 already: this row is not used",
+    (cell_row(0x0301, 3, 1, access=1), "error", "the cell is in row 2 already: this row is not used",
      {"10.1.1.3.1.0": 1}),
-    (cell_row(0x0301, ".10.1", 3, 40), "error", "a row outside 1 to 32 is not served",
+    (cell_row(0x0301, 3, 40, access=1), "error", "a row outside 1 to 32 is not served",
      {"10.1.1.3.40.0": None}),
-    (cell_row(0x0301, ".10.1", 20, 2), "error", "column 20 is not served: row 1 of the table has 8"
+    (cell_row(0x0301, 20, 2, access=1), "error", "column 20 is not served: row 1 of the table has 8"
      " cells, so its columns end at 9", {"10.1.1.20.2.0": None}),
     (f"DELETE FROM main.{CELLS} WHERE c0 = '20C4'", "error", "table .10.2: column 8, row 5 is not"
      " mapped: a walk leaves the table there, the 27 cells behind it answer to GET only",
@@ -168,46 +169,39 @@ def test_structure(world, rows, said, answers):
     assert all(bound.value is not None for oid in listed for bound in world.get(oid))
 
 
-UNIT = """
-0x0101 unsigned 2 ro 258
-0x0102 text 20 rw "12.5"
-0x0103 signed 1 ro -1
-0x0104 other 1 ro 1
-0x0105 unsigned 2 ro 7
-0x0106 text 20 ro "10.0.1.7"
-0x0999 unsigned 1 ro 1
-"""
-UNIT_ROWS = {
-    scalar_row(0x0101, 1, type=4, access=1):
-        ("the unit's object is an unsigned integer of 2 bytes: OCTET STRING sends the bytes of the"
-         " number up to the first zero", ""),
-    scalar_row(0x0102, 2, type=4, access=2, method=0x1004):
-        ("the unit's object is a text of 20 bytes: method 4 reads its first four bytes as a number",
-         "82537224.00"),
-    scalar_row(0x0103, 3, type=0x42, access=1):
-        ("the unit's object is a signed integer of 1 bytes: negative values appear as large ones"
-         " under Gauge32", (1 << 32) - 1),
-    scalar_row(0x0104, 4, access=1):
-        ("the unit's object is of kind 'other' with 1 bytes: integers of that kind are not widened:"
-         " the number shown is too large", 1 << 24),
-    scalar_row(0x0105, 5, access=2):
-        ("read-write, but read-only in the unit: a SET is refused", 7),
-    scalar_row(0x0106, 6, type=0x40, access=1, method=1):
-        ("the unit's object is a text of 20 bytes: method 1 makes an address of the first four bytes",
-         "49.48.46.48"),
-    scalar_row(0x0107, 7, access=1):
-        ("the unit has no such object: GET answers noSuchInstance", None),
-}
+# Each: an object of the unit, how it is mapped, what check says and what a GET answers.
+UNIT = [
+    ("unsigned 2 ro 258", {"type": 4, "access": 1},
+     "the unit's object is an unsigned integer of 2 bytes: OCTET STRING sends the bytes of the"
+     " number up to the first zero", ""),
+    ('text 20 rw "12.5"', {"type": 4, "method": 0x1004},
+     "the unit's object is a text of 20 bytes: method 4 reads its first four bytes as a number",
+     "82537224.00"),
+    ("signed 1 ro -1", {"type": 0x42, "access": 1},
+     "the unit's object is a signed integer of 1 bytes: negative values appear as large ones"
+     " under Gauge32", (1 << 32) - 1),
+    ("other 1 ro 1", {"access": 1},
+     "the unit's object is of kind 'other' with 1 bytes: integers of that kind are not widened:"
+     " the number shown is too large", 1 << 24),
+    ("unsigned 2 ro 7", {}, "read-write, but read-only in the unit: a SET is refused", 7),
+    ('text 20 ro "10.0.1.7"', {"type": 0x40, "access": 1, "method": 1},
+     "the unit's object is a text of 20 bytes: method 1 makes an address of the first four bytes",
+     "49.48.46.48"),
+    (None, {"access": 1}, "the unit has no such object: GET answers noSuchInstance", None),
+]
 
 
 def test_against_the_unit(world):
-    database = world.make_database(*empty_schema(), *UNIT_ROWS, base=False)
-    world.objects.write_text(UNIT)
+    rows = [scalar_row(0x0100 + n, n, **row) for n, (_, row, *_) in enumerate(UNIT, 1)]
+    database = world.make_database(*empty_schema(), *rows, base=False)
+    objects = "".join(f"{0x0100 + n:#06x} {unit}\n" for n, (unit, *_) in enumerate(UNIT, 1) if unit)
+    objects += "0x0999 unsigned 1 ro 1\n"
+    world.objects.write_text(objects)
     found = findings(database, "--objects", world.objects)
     assert [text for _, _, text in found] == [
-        *(text for text, _ in UNIT_ROWS.values()), "mapped by no row: no manager sees it"]
-    world.serve(objects=UNIT, database=database)
-    for number, (_, value) in enumerate(UNIT_ROWS.values(), 1):
+        *(text for _, _, text, _ in UNIT), "mapped by no row: no manager sees it"]
+    world.serve(objects=objects, database=database)
+    for number, (*_, value) in enumerate(UNIT, 1):
         answer = world.get(f"{ROOT}.1.1.1.{number}.0")[0]
         assert (answer.value if answer.type != "Gauge32" else int(answer.value)) == value, answer
     assert findings(SAMPLE, "--objects", SOURCE / "data/unit.objects") == findings(SAMPLE)
@@ -222,6 +216,11 @@ def test_list_is_what_a_walk_shows(sample_world):
     assert len(listed) == 615
 
 
+def with_modules(world, directory, *command):
+    """Runs a command that knows the modules, with the sample's one in `directory`."""
+    return world.run("env", f"MIBDIRS={directory}:{MIBS}", f"MIBS={MODULES}", *command)
+
+
 @pytest.fixture(scope="module")
 def module_directory(tmp_path_factory):
     """A directory with the sample's module."""
@@ -231,13 +230,9 @@ def module_directory(tmp_path_factory):
 
 
 def test_names(sample_world, module_directory):
-    """The last argument of these tools is the agent, so an OID stands behind it."""
     def run(tool, *args):
-        options = [arg for arg in args if arg.startswith("-")]
-        rest = [arg for arg in args if not arg.startswith("-")]
-        result = sample_world.run(
-            "env", f"MIBDIRS={module_directory}:{MIBS}", f"MIBS={MODULES}", tool, "-v2c", "-c",
-            "private", *options, "127.0.0.1:1161", *rest)
+        result = with_modules(sample_world, module_directory, *tool.split(), "-v2c", "-c",
+                              "private", "127.0.0.1:1161", *args)
         return result.stdout + result.stderr
     lines = run("snmpwalk", "NORVA-MIB::norvaMIB").splitlines()
     assert len(lines) == 615
@@ -249,20 +244,23 @@ def test_names(sample_world, module_directory):
     assert run("snmpset", "NORVA-MIB::downlinkSwitch.0", "=", "disabled") == (
         "NORVA-MIB::downlinkSwitch.0 = INTEGER: disabled(0)\n")
     assert sample_world.held(0x0501)[-1] == 0
-    table = run("snmptable", "-Ci", "-Cb", "NORVA-MIB::remoteUnitTable").splitlines()
+    table = run("snmptable -Ci -Cb", "NORVA-MIB::remoteUnitTable").splitlines()
     assert table[2].split()[1:6] == ["Name", "State", "Temperature", "Attenuation", "OutputPower"]
     assert re.match(r"\s*3\.0\s+RU 3 connected -1 degrees Celsius\s+10 0\.1 dB", table[5]), table[5]
-    translated = sample_world.run("env", f"MIBDIRS={module_directory}:{MIBS}", f"MIBS={MODULES}",
-                                  "snmptranslate", "-On", "NORVA-MIB::remoteUnitLabel.2.0").stdout
-    assert translated.strip() == f"{ROOT}.10.1.1.8.2.0"
+    # The notifications that the agent sends, and their bindings.
+    names = ["Alarm", "RemoteUnit", "General", "Heartbeat",
+             "Name", "Value", "Device", "Text4", "Text5", "Text6", "Sequence"]
+    translated = with_modules(sample_world, module_directory, "snmptranslate", "-On",
+                              *(f"NORVA-NOTIFY-MIB::norvaNotify{name}" for name in names))
+    assert translated.stdout.split() == [
+        f"{BASE}.{number}" for number in (*range(96, 100), *range(1, 8))]
 
 
-def test_decode_tells_what_managers_saw(sample_world, tmp_path):
+def test_decode_of_reads_and_writes(sample_world, tmp_path):
     world = sample_world
     time.sleep(0.3)  # what was done before has been printed
     start = len(world.agent_output())
-    answers = {bound.oid: str(bound.value) for bound in world.walk()}
-    read = len(answers) - 2 * 32 - 1  # but for the rows' own numbers and the clock
+    world.get(f"{ROOT}.10.1.1.6.3.0")
     world.set(f"{ROOT}.1.2.1.2.0", "i", 14)
     world.set(f"{ROOT}.10.1.1.5.3.0", "i", 7)
     world.set(f"{ROOT}.1.1.1.7.0", "s", "Quay 9")
@@ -272,16 +270,8 @@ def test_decode_tells_what_managers_saw(sample_world, tmp_path):
     trace = tmp_path / "trace"
     trace.write_text(world.agent_output()[start:])
     lines = norvamap("decode", SAMPLE, trace).splitlines()
-    object_of = {line["oid"]: line["object"] for line in
-                 json.loads(norvamap("list", SAMPLE, "--format", "json"))}
-    told = {}
-    for line in lines:
-        if got := re.match(r"got  (\w+) .* -> (?:INTEGER |OCTET STRING )\"?(.*?)\"?$", line):
-            told.setdefault(got[1], got[2])
-    assert len(told) == read
-    for oid, value in answers.items():
-        assert told.get(object_of[oid], value) == value, oid
-    for line in ('set  0x0502 "Downlink Attenuation": unsigned 1, 14, rw -> INTEGER 14',
+    for line in ('got  0x1082 "RU 3 Output Power": signed 2, 256, ro -> OCTET STRING "25.60"',
+                 'set  0x0502 "Downlink Attenuation": unsigned 1, 14, rw -> INTEGER 14',
                  'set  0x1062 "RU 3 Attenuation": unsigned 2, 70, rw -> INTEGER 70',
                  'set  0x0601 "Site Location": text 64, "Quay 9", rw -> OCTET STRING "Quay 9"',
                  "DataManage::setObjValue error obj type!", "done",
@@ -289,30 +279,27 @@ def test_decode_tells_what_managers_saw(sample_world, tmp_path):
                  "1f 04 10 00 02 05 0e ERR: DatabaseFacade::select:  error!  cmd=1f  oid=0x0502"):
         assert line in lines
     assert [line for line in lines if re.match(r" ?([0-9a-f]{2} ){2}", line)] == [line]
-    assert subprocess.run([TOOL, "decode", SAMPLE], input=trace.read_text(), text=True,
-                          capture_output=True, check=True).stdout.splitlines() == lines
 
 
 def test_decode_while_the_agent_waits():
-    """The request that a silent unit leaves without an answer is told at once."""
+    """Each frame is told as soon as it is there: a silent unit leaves a request without an answer."""
+    name = '0x0502 "Downlink Attenuation"'
+    event = bytes.fromhex("000000020000000000050230").ljust(213, b"\0").hex(" ")
     with subprocess.Popen([TOOL, "decode", SAMPLE], stdin=subprocess.PIPE,
                           stdout=subprocess.PIPE, text=True) as decode:
-        decode.stdin.write("before\n02 07 02 05 00 00 00 00 ")
-        decode.stdin.flush()
-        assert decode.stdout.readline() == "before\n"
-        assert decode.stdout.readline() == 'get  0x0502 "Downlink Attenuation"\n'
+        for piece, lines in [
+                ("be careful\n\n 1.2.3\n", ["be careful", "", " 1.2.3"]),
+                ("02 07 02 05 00 00 00 00 ", [f"get  {name}"]),
+                (event + " ", [f"event type 2, cleared, {name}"]),
+                ("12 04 10 01 02 05 fe text\n", [f"got  {name}: signed 1, -2, rw -> INTEGER -2",
+                                                 "text"]),
+                ("12 04 10\n02 0", ["12 04 10"])]:
+            decode.stdin.write(piece)
+            decode.stdin.flush()
+            assert [decode.stdout.readline() for _ in lines] == [line + "\n" for line in lines]
         decode.stdin.close()
+        assert decode.stdout.read() == "02 0\n"
         assert decode.wait(10) == 0
-
-
-def test_names_of_notifications(world, module_directory):
-    """Those that the agent sends, and their bindings."""
-    names = ["Alarm", "RemoteUnit", "General", "Heartbeat",
-             "Name", "Value", "Device", "Text4", "Text5", "Text6", "Sequence"]
-    translated = world.run(
-        "env", f"MIBDIRS={module_directory}:{MIBS}", f"MIBS={MODULES}", "snmptranslate", "-On",
-        *(f"NORVA-NOTIFY-MIB::norvaNotify{name}" for name in names)).stdout.split()
-    assert translated == [f"{BASE}.{number}" for number in (*range(96, 100), *range(1, 8))]
 
 
 def lint(directory, module="NORVA-MIB"):
@@ -382,29 +369,6 @@ def test_annotations_are_checked(tmp_path, text, said):
     names = tmp_path / "names.yaml"
     names.write_text(text)
     assert norvamap("mib", SAMPLE, "--names", names, status=2) == f"norvamap: {names}:{said}\n"
-
-
-def test_exporter(sample_world):
-    """Scraped by the real program: every number of the walk, and every other text as a label."""
-    world = sample_world
-    config = world.directory / "snmp.yml"
-    config.write_text(norvamap("exporter", SAMPLE, "--names", NAMES))
-    world.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address", "127.0.0.1:9116",
-                             "--config.file", config])
-    def scrape(module):
-        return dict(line.rsplit(" ", 1) for line in world.run(
-            "/usr/bin/python3", "-c", "import sys, urllib.request as r;"
-            "sys.stdout.write(r.urlopen(sys.argv[1]).read().decode())",
-            f"http://127.0.0.1:9116/snmp?target=127.0.0.1:1161&module={module}").stdout.splitlines()
-                    if not line.startswith(("#", "snmp_")))
-    numbers = wait_until(lambda: scrape("norva"), what="a scrape")
-    assert numbers["norva_downlink_output_power"] == "36.5"
-    assert numbers['norva_remote_unit_temperature{row="3"}'] == "-1"
-    assert numbers["norva_boot_count_value"] == "17"
-    texts = scrape("norva_text")
-    assert texts['norva_remote_unit_name{norva_remote_unit_name="RU 3",row="3"}'] == "1"
-    # All but the rows' own numbers and the clock.
-    assert len(numbers) + len(texts) == 615 - 2 * 32 - 1
 
 
 def test_diff(world):

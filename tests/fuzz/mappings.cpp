@@ -3,6 +3,7 @@
 // tabs, "~" for NULL. "s+" repeats the last one to many rows, each with its number for every "#".
 // "s-" leaves the table out, "s!" makes reading it fail behind its rows, "s7" gives it 5 + 7
 // columns. A line "=" begins the database that diff compares with; any other line is the root OID.
+// All of it is also a trace for norvamap to decode, with the root behind it.
 
 #include <algorithm>
 #include <cctype>
@@ -20,6 +21,7 @@
 #include "ScalarRegistration.h"
 #include "SnmpDataBase.h"
 #include "Text.h"
+#include "TraceDecoder.h"
 
 namespace norva::fuzz {
 namespace {
@@ -65,6 +67,17 @@ void checkFindings(const Mapping& mapping, bool asJson) {
   mapping::checkDataBase(mapping, findings);
   const std::string text = asJson ? findings.asJson() : findings.asText();
   MUST(asJson ? !text.empty() : text.empty() == findings.all().empty());
+}
+
+/// What decoding makes of a trace that comes in pieces of `size` bytes.
+std::string decoded(const Mapping& mapping, const std::string& trace, std::size_t size) {
+  std::string lines;
+  mapping::TraceDecoder decoder(mapping, [&lines](const std::string& line, bool isFrame) {
+    lines += (isFrame ? '|' : ' ') + line + '\n';
+  });
+  for (std::size_t at = 0; at < trace.size(); at += size) decoder.feed(trace.substr(at, size));
+  decoder.finish();
+  return lines;
 }
 
 void report(Choice choice, const Mapping& mapping) {
@@ -152,6 +165,7 @@ void check(const std::string& text) {
       checkDiff(*mapping, *load(root), asJson);
     } else {
       report(choice, *mapping);
+      MUST(decoded(*mapping, text, 1) == decoded(*mapping, text, text.size()));
     }
   } catch (const InputError& error) {
     MUST(std::string_view(error.what()).size() > 0);
