@@ -37,11 +37,6 @@ def start(world, *settings, master=V2C_SINK, ping=1, **agent):
     return receiver
 
 
-def restart_unit(world):
-    world.unit.kill()
-    world.start_unit()
-
-
 def sequences(receiver):
     return [event.sequence for event in receiver.received()]
 
@@ -73,7 +68,8 @@ def test_control_process_killed_in_the_middle_of_a_request(world):
     polling = poll(world)
     for number in range(1, 21):
         hang(world)
-        restart_unit(world)
+        world.unit.kill()
+        world.start_unit()
         wait_until(lambda: is_right(world), TIMEOUT + 2, f"a right answer after death {number}")
         world.ctl("alarm", "raise", ALARM_OBJECT)
         receiver.wait(number)
@@ -161,6 +157,8 @@ def test_master_away(world, settings, alarms, kept):
     world.ctl("alarm", "clear", ALARM_OBJECT)
     wait_until(lambda: sequences(receiver)[-1:] == [alarms + 1], what="the alarm behind them")
     assert sequences(receiver) == list(range(alarms - kept + 1, alarms + 2))
+    assert [int(event.text4 or event.sequence) for event in receiver.received()] == (
+        sequences(receiver)), "each under its own number"
     dropped = f"{alarms - kept} notifications were dropped, the oldest, while the master took none\n"
     if kept:
         world.wait_output(dropped)

@@ -85,17 +85,6 @@ TEST_F(NotificationQueueTest, SendsWhatASessionLeftUnacknowledgedAgainInTheNextO
   EXPECT_EQ(sendAll(), "3#3 5#5 6#6 ");
 }
 
-TEST_F(NotificationQueueTest, DropsTheOldestWithoutASession) {
-  queue.setCapacity(3);
-  pushUpTo(2);
-  sendAll();
-  queue.sessionEnded();
-  pushUpTo(10);
-  queue.sessionStarted();
-  EXPECT_EQ(printed([this] { EXPECT_EQ(sendAll(), "8#8 9#9 10#10 "); }),
-            "7 notifications were dropped, the oldest, while the master took none\n");
-}
-
 TEST_F(NotificationQueueTest, HoldsItsProducerUpWhileTheMasterAnswers) {
   queue.setCapacity(2);
   pushUpTo(2);
