@@ -9,7 +9,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools/world"))
 
-from world import World, WorldError, wait_until  # noqa: E402
+from world import SnmpError, World, WorldError, wait_until  # noqa: E402
 
 
 def wait_started(world):
@@ -33,6 +33,13 @@ def put_back(world, prefix="0x"):
     for line in world.objects.read_text().splitlines():
         if line.startswith(prefix):
             world.ctl("add", line)
+
+
+def refused(world, *assignments, **options):
+    """The error of a SET that must fail."""
+    with pytest.raises(SnmpError) as error:
+        world.set(*assignments, **options)
+    return error.value
 
 
 def _make_world(**options):
@@ -63,3 +70,10 @@ def sample_world(shared_world):
     """The sample data, served."""
     shared_world.serve()
     return shared_world
+
+
+@pytest.fixture
+def restored(served):
+    """What a module serves to its tests, the unit's objects put back after the test."""
+    yield served
+    put_back(served)

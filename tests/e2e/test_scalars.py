@@ -1,11 +1,13 @@
 """Scalars as a manager sees them, and what reaches the unit."""
 
+import re
+import time
 from collections import namedtuple
 
 import pytest
 
-from conftest import put_back
-from world import ROOT, SnmpError, Varbind, cell_row, scalar_row, wait_until
+from conftest import refused
+from world import ROOT, Varbind, cell_row, empty_schema, scalar_row, wait_until
 
 # One scalar: its suffix is its position here. `unit` is the rest of its line in the object file,
 # `row` what differs from a writable INTEGER of method 0.
@@ -48,9 +50,16 @@ SCALARS = {
     "address text": Case('text 20 rw "10.1.2.3"', {"type": 0x40}, "IpAddress", "10.1.2.3"),
     "address made": Case("unsigned 4 rw 0x0a010203", {"type": 0x40, "method": 1}, "IpAddress",
                          "10.1.2.3"),
+    # What no such type can carry has no answer.
+    "text as gauge": Case('text 20 ro "12"', {"type": 0x42, "access": 1}, "noSuchInstance"),
+    "made text as counter": Case("unsigned 4 ro 5", {"type": 0x41, "method": 4, "access": 1},
+                                 "noSuchInstance"),
+    "number as object identifier": Case("unsigned 4 ro 5", {"type": 6, "access": 1},
+                                        "noSuchInstance"),
     "read-only": Case("unsigned 2 ro 99", {"access": 1}, value=99),
     "read-only in the unit": Case("unsigned 2 ro 98", value=98),
 }
+ANSWERED = [name for name, case in SCALARS.items() if case.type != "noSuchInstance"]
 FIRST_ID = 0x0101
 
 
@@ -68,28 +77,45 @@ def expected(names):
 
 @pytest.fixture(scope="module")
 def served(shared_world):
-    shared_world.serve([scalar_row(id_of(name), id_of(name) - FIRST_ID + 1, **case.row)
-                        for name, case in SCALARS.items()],
-                       "".join(f"{id_of(name):#06x} {case.unit}\n" for name, case in SCALARS.items()))
+    rows = [scalar_row(id_of(name), id_of(name) - FIRST_ID + 1, **case.row)
+            for name, case in SCALARS.items()]
+    shared_world.database = shared_world.make_database(*empty_schema(), *rows, base=False)
+    shared_world.serve(objects="".join(f"{id_of(name):#06x} {case.unit}\n"
+                                       for name, case in SCALARS.items()))
     return shared_world
 
 
-@pytest.fixture
-def restored(served):
-    """The world, its objects put back after the test."""
-    yield served
-    put_back(served)
-
-
 def test_walks_and_requests_of_several_varbinds_agree(served):
-    everything = expected(SCALARS)
-    assert [served.get(oid_of(name))[0] for name in SCALARS] == everything
+    everything = expected(ANSWERED)
+    assert [served.get(oid_of(name))[0] for name in SCALARS] == expected(SCALARS)
     assert served.walk() == everything
     assert served.bulkwalk() == everything
-    assert served.get(*map(oid_of, SCALARS)) == everything
-    nodes = [oid_of(name).removesuffix(".0") for name in SCALARS]
+    assert served.get(*map(oid_of, SCALARS)) == expected(SCALARS)
+    nodes = [oid_of(name).removesuffix(".0") for name in ANSWERED]
     assert served.getnext(*nodes) == everything
-    assert served.getnext(*[oid_of(name) for name in SCALARS][:-1]) == everything[1:]
+    assert served.getnext(*map(oid_of, ANSWERED[:-1])) == everything[1:]
+
+
+def test_decoded_trace(served):
+    """norvamap tells of each object what managers see."""
+    def told():
+        decoded = served.run(served.build / "tools/norvamap/norvamap", "decode", served.database,
+                             input=served.agent_output()).stdout
+        return re.findall(r'^got .* -> (?:OCTET STRING|\w+) "?(.*?)"?$', decoded, re.M)
+    seen = [re.sub(r"^\((\d+)\).*", r"\1", str(bound.value))
+            for bound in served.get(*map(oid_of, ANSWERED))]
+    wait_until(lambda: told()[-len(seen):] == seen, what=f"decoded: {seen}")
+
+
+def test_clock(world):
+    """The agent's local time, whatever the unit's object holds."""
+    world.serve([scalar_row(0x0101, 1, type=4, method=3)], "0x0101 unsigned 4 rw 7\n",
+                env={"TZ": "TST-5:30"})
+    begin = int(time.time())
+    [bound] = world.get(f"{ROOT}.1.1.1.1.0")
+    seconds = range(begin + 19800, int(time.time()) + 19801)  # 5 h 30 min ahead of UTC
+    assert bound.value in [f"{now.tm_hour}:{now.tm_min}:{now.tm_sec} {now.tm_mon}/{now.tm_mday}/"
+                           f"{now.tm_year}" for now in map(time.gmtime, seconds)]
 
 
 def test_only_instance_zero_exists(served):
@@ -140,35 +166,17 @@ def test_set(restored, name, letter, given, frame, answer):
                          after=output)
 
 
-UNSENDABLE = {
-    "text as gauge": ('text 20 ro "12"', {"type": 0x42}, "a text", "0x42"),
-    "made text as counter": ("unsigned 4 ro 5", {"type": 0x41, "method": 4}, "a text", "0x41"),
-    "number as object identifier": ("unsigned 4 ro 5", {"type": 6}, "an integer", "0x06"),
-}
-
-
-def test_value_that_its_type_cannot_carry(world):
-    """No answer, the reason printed; scalars and cells alike, and those behind them are answered."""
-    count = len(UNSENDABLE)
-    rows = [scalar_row(0x0200, 99, access=1)]
-    objects = f'0x80ba text 64 ro "{ROOT}"\n0x0200 unsigned 4 ro 1\n'
-    for n, (unit, row, *_) in enumerate(UNSENDABLE.values()):
-        rows += [scalar_row(0x0101 + n, n + 1, access=1, **row),
-                 cell_row(0x0181 + n, n + 2, access=1, **row)]
-        objects += f"{0x0101 + n:#06x} {unit}\n{0x0181 + n:#06x} {unit}\n"
-    world.serve(rows, objects)
-    wait_until(lambda: world.get(f"{ROOT}.10.1.1.1.1.0")[0].value == 1, what="the table")
-    scalars = [f"{ROOT}.1.1.1.{n + 1}.0" for n in range(count)]
-    cells = [f"{ROOT}.10.1.1.{n + 2}.1.0" for n in range(count)]
-    last = f"{ROOT}.1.1.1.99.0"
-    assert [bound.type for bound in world.get(*scalars, *cells, last)] == (
-        ["noSuchInstance"] * 2 * count + ["INTEGER"])
-    for n, (_, _, what, tag) in enumerate(UNSENDABLE.values()):
-        for first, stated in ((0x0101, f"SnmpAgentX::read_Var  getObjValue ERROR  oid = {0x0101 + n:X}"
-                               " !!!!!!!!!!!\n"),
-                              (0x0181, " get_ data is ERROR !!!!!!!!!!!!!!!!!!!\n")):
-            world.wait_output(f"object {first + n:#06x}: its value, {what}, is none of type {tag}\n"
-                              + stated)
+@pytest.mark.parametrize("name, what, tag", [
+    ("text as gauge", "a text", "0x42"),
+    ("made text as counter", "a text", "0x41"),
+    ("number as object identifier", "an integer", "0x06"),
+])
+def test_value_that_its_type_cannot_carry(served, name, what, tag):
+    before = len(served.agent_output())
+    assert served.get(oid_of(name)) == expected([name])
+    served.wait_output(f"object {id_of(name):#06x}: its value, {what}, is none of type {tag}\n"
+                       "SnmpAgentX::read_Var  getObjValue ERROR  "
+                       f"oid = {id_of(name):X} !!!!!!!!!!!\n", after=before)
 
 
 def test_several_scalars_in_one_set(restored):
@@ -188,9 +196,7 @@ def test_several_scalars_in_one_set(restored):
 ])
 def test_refused_set_writes_nothing(served, name, letter, given, reason):
     before = len(served.frames())
-    with pytest.raises(SnmpError) as refusal:
-        served.set(oid_of(name), letter, given)
-    assert refusal.value.reason == reason
+    assert refused(served, oid_of(name), letter, given).reason == reason
     assert served.writes(before) == []
     assert served.get(oid_of(name)) == expected([name])
 

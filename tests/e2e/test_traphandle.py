@@ -15,6 +15,7 @@ from datetime import datetime
 
 import pytest
 
+from receiver import BASE
 from world import SOURCE, wait_until
 
 MONITORING = SOURCE / "monitoring"
@@ -22,9 +23,6 @@ HANDLER = MONITORING / "traphandle"
 sys.path.insert(0, str(MONITORING))
 import trapparse  # noqa: E402
 import trapstate  # noqa: E402
-
-BASE = ".1.3.6.1.4.1.53412.8.2.2.3.3.1.1.0"
-
 
 def handed(number, value="New Alarm", name="Fan Failure Alarm", *, names=True, text="Quay",
            unit="192.0.2.7"):
