@@ -206,16 +206,10 @@ def test_cells_mapped_in_an_odd_way(world):
     assert world.get(oid_of(1, 4, 7), oid_of(1, 9, 32)) == [expected(1, 4, 7), expected(1, 9, 32)]
     world.set(oid_of(*address), "i", 7)
     assert world.held(id_of(*address))[-1] == 70
-    output = len(world.agent_output())
     assert world.get(oid_of(*address)) == [missing(*address)]
     world.wait_output(f"object {id_of(*address):#06x}: its value, an integer, is none of type 0x40\n"
-                      " get_ data is ERROR !!!!!!!!!!!!!!!!!!!\n", after=output)
+                      " get_ data is ERROR !!!!!!!!!!!!!!!!!!!\n")
     assert refused(world, oid_of(*odd), "i", 7).reason == "readOnly"
-
-
-def cell_rows(node, first_id):
-    """SQL for a table of one column of integers."""
-    return [cell_row(first_id + row, row=row, node=node) for row in ROWS]
 
 
 LONG = ".1" * 22  # with the root 33 sub-identifiers
@@ -239,7 +233,8 @@ def test_tables_of_a_catalogue(world, nodes, served, refusal):
         values += [(f"{ROOT}{node}.1.1.{row}.0", row) for row in ROWS]
         values += [(f"{ROOT}{node}.1.2.{row}.0", first_ids[node] - 0x1000 + row) for row in ROWS]
     world.serve([scalar_row(0x1000, 1),
-                 *[row for node in nodes for row in cell_rows(node, first_ids[node])]],
+                 *[cell_row(first_ids[node] + row, row=row, node=node)
+                   for node in nodes for row in ROWS]],
                 f'0x80ba text 64 ro "{ROOT}"\n0x1000-0x1080 unsigned 1 rw 0 step 1\n')
     wait_all(world, values[-1][0])
     assert world.walk() == [(oid, "INTEGER", value) for oid, value in values]

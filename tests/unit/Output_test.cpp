@@ -61,5 +61,13 @@ TEST_F(OutputTest, AReaderWhoStopsLosesWholeLinesAndIsToldHowManyBytes) {
   EXPECT_EQ(readUntil("\n"), "as before\n");
 }
 
+TEST_F(OutputTest, AReaderWhoIsGoneHoldsNothingUp) {
+  close(ends[0]);
+  for (int i = 0; i < 3; ++i) {
+    output->write("lost", "\n");
+    EXPECT_TRUE(output->drain(std::chrono::seconds(10)));
+  }
+}
+
 }  // namespace
 }  // namespace norva::test

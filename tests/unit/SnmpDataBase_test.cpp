@@ -1,5 +1,7 @@
 #include "SnmpDataBase.h"
 
+#include <sqlite3.h>
+
 #include <memory>
 
 #include "Sqlite3.h"
@@ -7,6 +9,12 @@
 
 namespace norva::test {
 namespace {
+
+const std::string kMakeTables =
+    "CREATE TABLE SNMP_GENERAL_OBJ_TABLE"
+    " (objId, aux, magic, type, access, s1, s2, s3, s4, method, flag, name, word);"
+    "CREATE TABLE SNMP_TABLE_OBJ_TABLE"
+    " (objId, aux, col, type, access, node, method, flag, name, row, attr, word, extra);";
 
 using Numbers = std::vector<std::uint32_t>;
 
@@ -30,7 +38,11 @@ class SnmpDataBaseTest : public testing::Test {
   }
   /// Makes both tables, runs `sql`, loads; returns what the load printed.
   std::string load(const std::string& sql) {
-    runSql(path, kMakeScalarTable + kMakeCellTable + sql);
+    const std::string all = kMakeTables + sql;
+    sqlite3* db = nullptr;
+    EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    EXPECT_EQ(sqlite3_exec(db, all.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << all;
+    sqlite3_close(db);
     return printed([&] { catalogue = std::make_unique<SnmpDataBase>(path.c_str()); });
   }
   std::string nameOf(std::uint16_t objId) const {

@@ -4,7 +4,6 @@
 #define NORVA_TESTS_UNIT_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/msg.h>
 
 #include <cstring>
@@ -119,20 +118,6 @@ struct TemporaryDirectory {
 
   std::string path = std::filesystem::temp_directory_path().string() + "/norva-unit-XXXXXX";
 };
-
-inline void runSql(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
-  sqlite3_close(db);
-}
-
-const std::string kMakeScalarTable =
-    "CREATE TABLE SNMP_GENERAL_OBJ_TABLE"
-    " (objId, aux, magic, type, access, s1, s2, s3, s4, method, flag, name, word);";
-const std::string kMakeCellTable =
-    "CREATE TABLE SNMP_TABLE_OBJ_TABLE"
-    " (objId, aux, col, type, access, node, method, flag, name, row, attr, word, extra);";
 
 }  // namespace norva::test
 
