@@ -70,7 +70,7 @@ def test_control_process_killed_in_the_middle_of_a_request(world):
         hang(world)
         world.unit.kill()
         world.start_unit()
-        wait_until(lambda: is_right(world), TIMEOUT + 2, f"a right answer after death {number}")
+        wait_until(lambda: is_right(world), TIMEOUT + 5, f"a right answer after death {number}")
         world.ctl("alarm", "raise", ALARM_OBJECT)
         receiver.wait(number)
     assert_right(world)

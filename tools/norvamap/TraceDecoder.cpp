@@ -1,6 +1,7 @@
 #include "TraceDecoder.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 
 #include "ByteOrder.h"
@@ -28,6 +29,11 @@ bool isByte(const std::string& token) {
 /// Whether more characters can make the text a byte.
 bool canBecomeByte(const std::string& token) {
   return token.size() < kTokenSize && isByte(token + std::string("00 ").substr(token.size()));
+}
+
+bool isEventType(const std::uint8_t* event) {
+  const std::uint32_t type = loadBe32(event);
+  return type >= 1 && type <= 4;
 }
 
 std::string hexText(const std::vector<std::uint8_t>& bytes) {
@@ -123,13 +129,21 @@ bool TraceDecoder::isGetRequest(std::size_t at) const {
 }
 
 bool TraceDecoder::isEvent(std::size_t at) const {
-  if (bytes_.size() < at + TrapMessage::kSize) return false;
-  const std::uint32_t type = loadBe32(bytes_.data() + at);
-  return type >= 1 && type <= 4;
+  return bytes_.size() >= at + TrapMessage::kSize && isEventType(bytes_.data() + at);
 }
 
-std::size_t TraceDecoder::nextFrame(std::size_t at) const {
-  while (at < bytes_.size() && !isGetRequest(at) && !isEvent(at)) ++at;
+bool TraceDecoder::canBecomeEvent(std::size_t at) const {
+  if (bytes_.size() >= at + TrapMessage::kSize) return false;
+  std::array<std::uint8_t, 4> type{0, 0, 0, 1};
+  std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(at),
+              std::min(type.size(), bytes_.size() - at), type.begin());
+  return isEventType(type.data());
+}
+
+std::size_t TraceDecoder::nextFrame(std::size_t at, bool isLast) const {
+  for (; at < bytes_.size() && !isGetRequest(at) && !isEvent(at); ++at) {
+    if (!isLast && canBecomeEvent(at)) return bytes_.size();
+  }
   return at;
 }
 
@@ -137,6 +151,7 @@ std::size_t TraceDecoder::frameSize(std::size_t at, bool isLast) const {
   const std::size_t left = bytes_.size() - at;
   if (isGetRequest(at)) return kGetRequestSize;
   if (isEvent(at)) return TrapMessage::kSize;
+  if (!isLast && canBecomeEvent(at)) return 0;
   std::size_t size = 0;  // of a frame that tells its own
   if (left > kFrameObjLen) {
     if (bytes_[at] == kCommandGetReply) size = bytes_[at + kFrameObjLen] + std::size_t{3};
@@ -144,7 +159,7 @@ std::size_t TraceDecoder::frameSize(std::size_t at, bool isLast) const {
   }
   if (size != 0 && (size <= left || !isLast)) return size <= left ? size : 0;
   // A set reply, or bytes that are none of the protocol: up to what comes next.
-  const std::size_t next = nextFrame(at + kSetReplyHead);
+  const std::size_t next = nextFrame(at + kSetReplyHead, isLast);
   return isLast || next < bytes_.size() ? next - at : 0;
 }
 
@@ -155,16 +170,18 @@ void TraceDecoder::takeFrames(bool isLast) {
     if (size == 0) break;
     const auto first = bytes_.begin() + static_cast<std::ptrdiff_t>(at);
     const std::vector<std::uint8_t> frame(first, first + static_cast<std::ptrdiff_t>(size));
-    at += size;
     if (const std::string told = words(frame); !told.empty()) {
       sink_(told, true);
       hadFrame_ = true;
-    } else if (at < bytes_.size()) {
+    } else if (at + size < bytes_.size()) {
       sink_(hexText(frame), false);
       hadFrame_ = true;
-    } else {
+    } else if (isLast) {
       line_ = hexText(frame) + ' ';  // a frame of no kind, or a word that looks like a byte
+    } else {
+      break;
     }
+    at += size;
   }
   bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(at));
 }

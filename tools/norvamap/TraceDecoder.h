@@ -38,12 +38,16 @@ class TraceDecoder {
   void endOfLine();
   /// Takes complete frames off `bytes_`; with `isLast` all that is there.
   void takeFrames(bool isLast);
-  /// Size of the frame that begins at `at`, 0 when it is not complete.
+  /// Size of the frame that begins at `at`; 0 when it is not complete, or what it is depends on
+  /// what comes.
   std::size_t frameSize(std::size_t at, bool isLast) const;
-  /// Where the next frame begins that is recognised without knowing the one before it.
-  std::size_t nextFrame(std::size_t at) const;
+  /// Where the next frame begins that is recognised without knowing the one before it; the end when
+  /// there is none yet.
+  std::size_t nextFrame(std::size_t at, bool isLast) const;
   bool isGetRequest(std::size_t at) const;
   bool isEvent(std::size_t at) const;
+  /// Whether it is one if more bytes come.
+  bool canBecomeEvent(std::size_t at) const;
 
   /// Empty for bytes that are no frame of the protocol.
   std::string words(const std::vector<std::uint8_t>& frame);
