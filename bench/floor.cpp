@@ -4,6 +4,9 @@
 // table, cells with its table iterator. A SET makes the trips that the agent's rules ask for: a
 // read in front of it (a cell: in each of its four phases), a read for length and kind, the write.
 //
+// With a second argument it keeps the agent's rules for the queues: each is looked up for every
+// use, and the reply queue is emptied in front of a request. Six system calls a round trip.
+//
 // Notifications: a thread takes the events off the alarm queue and hands them through a pipe to the
 // main loop, which sends one a turn.
 
@@ -40,23 +43,23 @@ int requests = -1;
 int replies = -1;
 int alarmPipe[2];
 
-/// What the agent does on top of a round trip: it looks each queue up before it uses it, and
-/// empties the reply queue before it asks.
 bool obeysQueueRules = false;
 
 void lookUp(int& queue, key_t key) {
-  if (obeysQueueRules) queue = msgget(key, IPC_CREAT | 0666);
+  queue = msgget(key, IPC_CREAT | 0666);
 }
 
 /// One round trip; the reply.
 const Message& exchange(Message& request, std::size_t size) {
   static Message reply;
   request.mtype = AGENT_MSG_TYPE;
-  lookUp(replies, kReplyQueueKey);
-  while (obeysQueueRules && msgrcv(replies, &reply, sizeof reply.payload, 0, IPC_NOWAIT) != -1) {
+  if (obeysQueueRules) {
+    lookUp(replies, kReplyQueueKey);
+    while (msgrcv(replies, &reply, sizeof reply.payload, 0, IPC_NOWAIT) != -1) {
+    }
+    lookUp(requests, kRequestQueueKey);
+    lookUp(replies, kReplyQueueKey);
   }
-  lookUp(requests, kRequestQueueKey);
-  lookUp(replies, kReplyQueueKey);
   if (msgsnd(requests, &request, size, 0) == -1 ||
       msgrcv(replies, &reply, sizeof reply.payload, 0, 0) == -1) {
     std::exit(1);
@@ -245,8 +248,8 @@ void sendAlarm(int, void*) {
 int main(int argc, char** argv) {
   if (argc < 2 || pipe(alarmPipe) != 0) return 2;
   obeysQueueRules = argc > 2;
-  requests = msgget(kRequestQueueKey, IPC_CREAT | 0666);
-  replies = msgget(kReplyQueueKey, IPC_CREAT | 0666);
+  lookUp(requests, kRequestQueueKey);
+  lookUp(replies, kReplyQueueKey);
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, argv[1]);
   init_agent("demo");

@@ -31,7 +31,7 @@ ReplyTimer::ReplyTimer(std::int32_t queueKey) : Thread(kRunning, 0, 0), _queueKe
 }
 
 void ReplyTimer::limit(std::chrono::seconds limit) {
-  _begun = now();  // for the wait that is under way
+  _begun = now();  // in front of the limit: for the wait that is under way
   _limit = static_cast<std::uint32_t>(std::chrono::milliseconds(limit).count());
   if (isLimited()) start();
 }

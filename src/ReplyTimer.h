@@ -25,7 +25,8 @@ class ReplyTimer : private Thread {
   /// `queueKey` is the key of the queue in which replies are waited for.
   explicit ReplyTimer(std::int32_t queueKey);
 
-  /// Limits every wait from now on, one that is under way included. Once, any thread.
+  /// Limits every wait from now on; one that is under way has its whole time from now. Once, any
+  /// thread.
   void limit(std::chrono::seconds limit);
   bool isLimited() const { return _limit.load(std::memory_order_relaxed) > 0; }
 
@@ -60,8 +61,8 @@ class ReplyTimer : private Thread {
   std::array<std::uint8_t, kTokenSize> _token{};  // no other message carries it
   // All of 32 bits, which every processor handles in one piece; times in milliseconds, modulo 2^32.
   std::atomic<std::uint32_t> _limit = 0;
-  std::atomic<std::uint32_t> _wait = 0;  // number of the wait, odd while it lasts
-  std::atomic<std::uint32_t> _begun = 0;
+  std::atomic<std::uint32_t> _wait = 0;   // number of the wait, odd while it lasts
+  std::atomic<std::uint32_t> _begun = 0;  // told once there is a limit
 };
 
 }  // namespace norva

@@ -39,7 +39,7 @@ class Comparison {
   using ByOid = std::map<Oid, const ServedObject*>;
 
   static void note(const Mapping& mapping, ByOid& byOid) {
-    for (const ServedObject& object : mapping.objects()) {
+    for (const ServedObject& object : mapping.objects()) {  // in the order of their OIDs
       byOid.emplace_hint(byOid.end(), object.oid, &object);
     }
   }
