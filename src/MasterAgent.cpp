@@ -1,11 +1,13 @@
 #include "MasterAgent.h"
 
 #include <cstdint>
+#include <iterator>
 
 #include "ObjInfo.h"
 #include "OidPrefix.h"
 #include "Output.h"
 #include "ScalarRegistration.h"
+#include "ServedObjects.h"
 #include "SnmpAgentX.h"
 #include "SnmpDataBase.h"
 #include "TableHandlerOne.h"
@@ -16,7 +18,6 @@ namespace norva {
 namespace {
 
 constexpr std::int32_t kTableFlag = 0;
-constexpr std::int32_t kFixDeviceNum = 32;  // rows of every table
 
 }  // namespace
 
@@ -50,8 +51,10 @@ void MasterAgent::initNormalObj() {
 }
 
 int MasterAgent::initTableObj() {
-  _tableHandlers.push_back(new TableHandlerOne(_catalogue));
-  _tableHandlers.push_back(new TableHandlerTwo(_catalogue));
+  SnmpTableStrategy* const handlers[] = {new TableHandlerOne(_catalogue),
+                                         new TableHandlerTwo(_catalogue)};
+  static_assert(std::size(handlers) == kMaxTables);
+  _tableHandlers.assign(std::begin(handlers), std::end(handlers));
   if (_catalogue == nullptr) return 0;
 
   std::vector<AncestorNodeEntry> ancestorNodes;
@@ -64,8 +67,8 @@ int MasterAgent::initTableObj() {
     SnmpTableStrategy* handler = _tableHandlers.front();
     _tableMap.try_emplace(ancestorNode, handler);
     handler->init_table(kTableFlag, ancestorNode);
-    Output::print("getFixDeviceNum(ancestorNode[i].ancestorNode)=%d\n", kFixDeviceNum);
-    for (std::int32_t row = 1; row <= kFixDeviceNum; ++row) handler->addIndex(row);
+    Output::print("getFixDeviceNum(ancestorNode[i].ancestorNode)=%d\n", kTableRows);
+    for (std::int32_t row = 1; row <= kTableRows; ++row) handler->addIndex(row);
     _tableHandlers.erase(_tableHandlers.begin());
   }
   return 0;

@@ -6,13 +6,12 @@
 #include "ObjInfo.h"
 #include "ObjValue.h"
 #include "Output.h"
+#include "ServedObjects.h"
 #include "SnmpObjConvertStrategy.h"
 
 namespace norva {
 
 namespace {
-
-constexpr char kFixedRoot[] = ".1.3.6.1.4.1.53412.8.2.2.4";
 
 // No text is longer than a root that leaves room for a suffix and the instance.
 static_assert(ObjValue::kValueSize <= MAX_OID_LEN - kOidSuffixLength - 1);

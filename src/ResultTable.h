@@ -32,15 +32,6 @@ class ResultTable {
   Integer number(int row, int column, int base) const {
     return static_cast<Integer>(std::strtoull(text(row, column), nullptr, base));
   }
-  template <typename Integer>
-  Integer hex(int row, int column) const {
-    return number<Integer>(row, column, 16);
-  }
-  template <typename Integer>
-  Integer dec(int row, int column) const {
-    return number<Integer>(row, column, 10);
-  }
-
   /// True when the table has the columns the catalogue reads (an empty one has none at all);
   /// otherwise printed.
   bool hasColumns(const char* name, int wanted) const {
@@ -64,18 +55,6 @@ class ResultTable {
   char** _result = nullptr;
   int _rows = 0;
   int _columns = 0;
-};
-
-/// Closes an open adapter when the object goes.
-class OpenDataBase {
- public:
-  explicit OpenDataBase(DataBaseAdapter& adapter) : _adapter(adapter) {}
-  ~OpenDataBase() { _adapter.close(); }
-  OpenDataBase(const OpenDataBase&) = delete;
-  OpenDataBase& operator=(const OpenDataBase&) = delete;
-
- private:
-  DataBaseAdapter& _adapter;
 };
 
 }  // namespace norva

@@ -10,8 +10,8 @@
 
 namespace norva {
 
-/// Registers `objects` with the library, giving each its 1-based position as magic. Served are the
-/// first 255 and, of several with one suffix, the first; every object left out is reported.
+/// Registers those of `objects` that are served (see ServedObjects), giving each its 1-based
+/// position as magic; every object left out is reported.
 void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>& root);
 
 }  // namespace norva

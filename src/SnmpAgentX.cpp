@@ -7,6 +7,7 @@
 #include "ObjValue.h"
 #include "ObjectAccess.h"
 #include "Output.h"
+#include "ServedObjects.h"
 #include "SetValue.h"
 #include "Settings.h"
 #include "SnmpDataBase.h"
@@ -15,9 +16,6 @@
 namespace norva {
 
 namespace {
-
-/// `access` bit of a scalar that managers may write.
-constexpr std::uint16_t kAccessWrite = 2;
 
 /// What the handlers keep between calls.
 struct HandlerState {
@@ -53,7 +51,7 @@ const SnmpObjRecord* findWritable(const oid* name, size_t nameLen) {
   const auto named = std::find_if(objects.begin(), objects.end(), [suffix](const auto& object) {
     return std::equal(object.oidSuffix.begin(), object.oidSuffix.end(), suffix);
   });
-  if (named == objects.end() || (named->info.access & kAccessWrite) == 0) return nullptr;
+  if (named == objects.end() || !isScalarWritable(named->info.access)) return nullptr;
   return &*named;
 }
 
@@ -89,7 +87,7 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
   const auto& objects = state().generalObjects;
   if (vp->magic == 0 || vp->magic > objects.size()) return nullptr;
   const SnmpObjRecord& object = objects[vp->magic - 1U];
-  if ((object.info.access & kAccessWrite) != 0) {
+  if (isScalarWritable(object.info.access)) {
     state().writable = {object.objId, object.info.attributes()};
     *writeMethod = writeObject;
   }

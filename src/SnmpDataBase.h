@@ -75,16 +75,12 @@ class SnmpDataBase {
   int getSlotFreq(std::uint16_t objId, std::uint16_t& out) const;
 
  private:
-  int initSnmpObjOid(DataBaseAdapter& adapter);
-  int initSnmpTableOid(DataBaseAdapter& adapter);
-  void insertCell(const SnmpTableObjRecord& record);
-  /// Hands the object, a scalar before a cell, to the one or the other, under the lock. 0, or -1.
-  template <typename CopyScalar, typename CopyCell>
-  int copyObject(std::uint16_t objId, CopyScalar copyScalar, CopyCell copyCell) const;
-  /// Hands the cell to `copy`, under the lock. 0, or -1 after printing the miss.
-  template <typename Copy>
-  int copyCell(const std::string& ancestorNode, std::uint32_t column, unsigned row,
-               Copy copy) const;
+  /// Copies the object, a scalar before a cell, under the lock. 0, or -1.
+  template <typename Out>
+  int copyObject(std::uint16_t objId, Out& out) const;
+  /// Copies the cell under the lock. 0, or -1 after printing the miss.
+  template <typename Out>
+  int copyCell(const std::string& ancestorNode, std::uint32_t column, unsigned row, Out& out) const;
 
   mutable std::mutex _lock;
   std::map<std::uint16_t, SnmpObjRecord> _objects;

@@ -33,13 +33,14 @@ void TableCells::clear() {
   _names.clear();
 }
 
-void TableCells::insert(const SnmpTableObjRecord& record) {
-  const std::string& node = *_nodes.insert(record.ancestorNode).first;
+bool TableCells::insert(const SnmpTableObjRecord& record) {
+  const auto [known, isFirst] = _nodes.insert(record.ancestorNode);
   const Cell cell{static_cast<std::uint32_t>(_names.size()), record.objId, record.info.attributes(),
                   record.extraWord, record.tableAttr};
-  const auto [place, isNew] = _cells.try_emplace({&node, record.column, record.row}, cell);
+  const auto [place, isNew] = _cells.try_emplace({&*known, record.column, record.row}, cell);
   if (isNew) _names.append(record.info.name).push_back('\0');
   _byObjId.try_emplace(record.objId, &*place);
+  return isFirst;
 }
 
 const TableCells::Entry* TableCells::find(const std::string& node, unsigned row,
@@ -55,17 +56,19 @@ const TableCells::Entry* TableCells::findObject(std::uint16_t objId) const {
   return found == _byObjId.end() ? nullptr : found->second;
 }
 
-SnmpTableObjRecord TableCells::record(const Entry& entry) const {
+void TableCells::copy(const Entry& entry, ObjInfo& out) const {
+  out = {entry.second.attributes, _names.data() + entry.second.name};
+}
+
+void TableCells::copy(const Entry& entry, SnmpTableObjRecord& out) const {
   const auto& [key, cell] = entry;
-  SnmpTableObjRecord record;
-  record.objId = cell.objId;
-  record.info = {cell.attributes, name(cell)};
-  record.column = key.column;
-  record.ancestorNode = *key.node;
-  record.row = key.row;
-  record.tableAttr = cell.tableAttr;
-  record.extraWord = cell.extraWord;
-  return record;
+  copy(entry, out.info);
+  out.objId = cell.objId;
+  out.column = key.column;
+  out.ancestorNode = *key.node;
+  out.row = key.row;
+  out.tableAttr = cell.tableAttr;
+  out.extraWord = cell.extraWord;
 }
 
 }  // namespace norva

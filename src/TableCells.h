@@ -45,8 +45,8 @@ class TableCells {
   void clear();
 
   /// Adds a cell. The first one of a place and the first one of an object id win; that of the
-  /// object id even where its place was taken before.
-  void insert(const SnmpTableObjRecord& record);
+  /// object id even where its place was taken before. True for the first cell of its table.
+  bool insert(const SnmpTableObjRecord& record);
 
   const Map& all() const { return _cells; }
   /// Null when there is none. Valid until the next clear. Only the low 8 bits of `row` count.
@@ -54,8 +54,14 @@ class TableCells {
   /// The cell at the place of the first cell that carried the object id.
   const Entry* findObject(std::uint16_t objId) const;
 
-  const char* name(const Cell& cell) const { return _names.data() + cell.name; }
-  SnmpTableObjRecord record(const Entry& entry) const;
+  // Copies of an entry: all of it, or as much as is asked for.
+
+  void copy(const Entry& entry, SnmpTableObjRecord& out) const;
+  void copy(const Entry& entry, ObjInfo& out) const;
+  void copy(const Entry& entry, ObjAttributes& out) const { out = entry.second.attributes; }
+  void copy(const Entry& entry, ObjMapping& out) const {
+    out = {entry.second.objId, entry.second.attributes};
+  }
 
  private:
   std::set<std::string> _nodes;

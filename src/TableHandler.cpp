@@ -8,19 +8,16 @@
 #include "ObjectAccess.h"
 #include "OidPrefix.h"
 #include "Output.h"
+#include "ServedObjects.h"
 #include "SetValue.h"
 #include "Settings.h"
 #include "SnmpDataBase.h"
-#include "SnmpObjConvertStrategy.h"
 #include "TableIterator.h"
 
 namespace norva {
 
 namespace {
 
-constexpr std::uint32_t kIndexColumn = 1;
-constexpr std::uint16_t kAccessReadWrite = 3;
-constexpr std::size_t kMaxNodeLength = 32;
 constexpr char kCellReadError[] = " get_ data is ERROR !!!!!!!!!!!!!!!!!!!";
 
 void answerInteger(netsnmp_variable_list* variable, std::int32_t integer) {
@@ -102,7 +99,7 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
       answerCell(cell.attributes.asnType, state.objectBuffer, presentation, request->requestvb);
       return SNMP_ERR_NOERROR;
     case MODE_SET_RESERVE1:
-      if (cell.attributes.access == kAccessReadWrite) return SNMP_ERR_NOERROR;
+      if (isCellWritable(cell.attributes.access)) return SNMP_ERR_NOERROR;
       Output::print(" %s SNMP_ERR_READONLY\n", state.traits.sourceName);
       return SNMP_ERR_READONLY;
     case MODE_SET_ACTION:
@@ -129,7 +126,7 @@ int setCellStrictly(TableClassState& state, int mode, netsnmp_request_info* requ
   const SetValue value(variable.type, variable.val.string, variable.val_len);
   return state.strictSet.perform(
       mode, {variable.name, variable.name + variable.name_length},
-      {cell.objId, cell.attributes.asnType, cell.attributes.access == kAccessReadWrite}, value,
+      {cell.objId, cell.attributes.asnType, isCellWritable(cell.attributes.access)}, value,
       *state.catalogue);
 }
 
@@ -176,7 +173,7 @@ void registerTable(TableClassState& state, const std::vector<oid>& node) {
 
   std::vector<SnmpTableObjRecord> columns;
   if (state.catalogue->getTableColumns(state.ancestorNode, columns) == -1) return;
-  table->max_column = static_cast<unsigned>(columns.size()) + 1;
+  table->max_column = lastColumn(columns.size());
   iterator->table_reginfo = table;
   netsnmp_register_table_iterator(registration, iterator);
 }
@@ -223,14 +220,13 @@ void TableHandler::init_table(std::int32_t tableFlag, const std::string& ancesto
   }
   Output::print("TableHandlerOne::init_table node=%s\n", node.c_str());
 
-  std::uint32_t subIdentifiers[kMaxNodeLength] = {};
-  const std::uint32_t count = parseOidText(node.c_str(), subIdentifiers, kMaxNodeLength);
-  if (count == 0 || count > kMaxNodeLength) {
+  const TablePlace place = placeTable(node);
+  if (!place.isPossible()) {
     Output::print("%s: table node of %u sub-identifiers is not served, 1 to %zu are possible\n",
-                  _state.traits.registrationName, count, kMaxNodeLength);
+                  _state.traits.registrationName, place.count, kMaxNodeLength);
     return;
   }
-  registerTable(_state, {subIdentifiers, subIdentifiers + count});
+  registerTable(_state, {place.oid.begin(), place.oid.end()});
 }
 
 }  // namespace norva

@@ -11,13 +11,9 @@
 #include <sstream>
 
 #include "AgentLibrary.h"
-#include "Check.h"
 #include "DataBase.h"
-#include "Diff.h"
-#include "Exporter.h"
 #include "Fuzz.h"
-#include "List.h"
-#include "MibModule.h"
+#include "Reports.h"
 #include "ScalarRegistration.h"
 #include "SnmpDataBase.h"
 #include "Text.h"
@@ -138,7 +134,7 @@ bool takeLine(DataBase& dataBase, const std::string& line, std::size_t most) {
 
 void check(const std::string& text) {
   std::istringstream lines(text);
-  std::string line, root = mapping::kDefaultRoot;
+  std::string line, root = kFixedRoot;
   std::getline(lines, line);
   const unsigned first = line.empty() ? 0 : static_cast<unsigned char>(line[0]);
   const auto choice = static_cast<Choice>(first % kChoices);

@@ -2,7 +2,7 @@
 #include <set>
 #include <tuple>
 
-#include "Check.h"
+#include "Reports.h"
 #include "RowCheck.h"
 #include "Text.h"
 #include "View.h"
@@ -14,29 +14,29 @@ namespace {
 using dasunit::formatObjectId;
 
 /// Walks over one of the two tables; false for one that the agent does not load.
-bool isLoaded(const std::string& file, const TableRules& rules, const RawTable& table,
+bool isLoaded(const std::string& file, const MappingTable& layout, const RawTable& table,
               const char* consequence, Findings& findings) {
   if (table.isUsable()) return true;
-  const std::string reason = table.exists
-                                 ? format("%d columns, %d are needed", table.columns, kTableColumns)
-                                 : std::string("no such table");
-  findings.add({file, rules.table, Severity::kError, reason + ": " + consequence, {}, {}, {}});
+  const std::string reason =
+      table.exists ? format("%d columns, %d are needed", table.columns, kMappingColumns)
+                   : std::string("no such table");
+  findings.add({file, layout.name, Severity::kError, reason + ": " + consequence, {}, {}, {}});
   return false;
 }
 
 class ScalarCheck {
  public:
   ScalarCheck(const Mapping& mapping, Findings& findings) : mapping_(mapping), findings_(findings) {
-    for (const SnmpObjRecord& scalar : mapping.scalars()) {
-      ownerOf_.try_emplace(scalar.oidSuffix, scalar.objId);
+    for (std::size_t i = 0; i < mapping.scalars().size(); ++i) {
+      indexOf_.emplace(mapping.scalars()[i].objId, i);
     }
   }
 
   void run() {
     const RawTable& table = mapping_.raw().scalars;
-    if (!isLoaded(mapping_.path(), kScalarRules, table, "no scalar is served", findings_)) return;
+    if (!isLoaded(mapping_.path(), kScalarTable, table, "no scalar is served", findings_)) return;
     for (const RawRow& row : table.rows) {
-      RowCheck check(mapping_.path(), kScalarRules, row, findings_);
+      RowCheck check(mapping_.path(), kScalarTable, row, findings_);
       if (check.checkNumbers() && isUsed(check)) checkUsed(check);
     }
     checkCount();
@@ -47,31 +47,31 @@ class ScalarCheck {
   bool isUsed(RowCheck& check) {
     const auto [first, isNew] = rowOf_.try_emplace(check.objId(), check.rowNumber());
     if (isNew) return true;
-    if (check.isSound(kObjIdColumn)) {
+    if (check.isSound(kMappingObjId)) {
       check.error(format("the object is in row %d already: this row is not used", first->second));
     }
     return false;
   }
 
   void checkUsed(RowCheck& check) {
-    SnmpObjRecord scalar;
-    mapping_.catalogue().getObjRecord(check.objId(), scalar);
+    const std::size_t position = indexOf_.at(check.objId());
     bool hasOid = true;
     for (int i = 0; i < static_cast<int>(kOidSuffixLength); ++i) {
       hasOid = hasOid && check.isSound(kScalarSuffix + i);
     }
-    const std::uint16_t owner = ownerOf_.at(scalar.oidSuffix);
-    if (hasOid && owner != check.objId()) {
-      check.error("object " + formatObjectId(owner) + " has the same OID: this one is not served");
+    const ScalarVerdict& verdict = mapping_.verdicts()[position];
+    if (hasOid && verdict.state == ScalarState::kSameOid) {
+      check.error("object " + formatObjectId(verdict.owner) +
+                  " has the same OID: this one is not served");
       return;
     }
-    check.checkMeaning((scalar.info.access & 2) != 0);
+    check.checkMeaning(isScalarWritable(mapping_.scalars()[position].info.access));
   }
 
   void checkCount() {
     const auto& scalars = mapping_.scalars();
     if (scalars.size() <= kMaxScalars) return;
-    Finding finding{mapping_.path(), kScalarTable, Severity::kError, {}, {}, {}, {}};
+    Finding finding{mapping_.path(), kScalarTable.name, Severity::kError, {}, {}, {}, {}};
     for (std::size_t i = kMaxScalars; i < scalars.size(); ++i) {
       finding.objects.push_back(scalars[i].objId);
       finding.rows.push_back(rowOf_[scalars[i].objId]);
@@ -83,13 +83,16 @@ class ScalarCheck {
 
   const Mapping& mapping_;
   Findings& findings_;
-  std::map<OidSuffix, std::uint16_t> ownerOf_;
+  std::map<std::uint16_t, std::size_t> indexOf_;  // among the scalars, by object id
   std::map<std::uint16_t, int> rowOf_;
 };
 
 class CellCheck {
  public:
   CellCheck(const Mapping& mapping, Findings& findings) : mapping_(mapping), findings_(findings) {
+    for (std::size_t i = 0; i < mapping.tables().size(); ++i) {
+      tableOf_.emplace(mapping.tables()[i].node, i);
+    }
     for (const ServedObject& object : mapping.objects()) {
       if (object.table >= 0) served_.emplace(object.table, object.column, object.row);
     }
@@ -97,12 +100,13 @@ class CellCheck {
 
   void run() {
     const RawTable& table = mapping_.raw().cells;
-    if (!isLoaded(mapping_.path(), kCellRules, table, "no table is served", findings_)) return;
+    if (!isLoaded(mapping_.path(), kCellTable, table, "no table is served", findings_)) return;
     for (const RawRow& row : table.rows) {
-      RowCheck check(mapping_.path(), kCellRules, row, findings_);
-      if (row.cells[kCellNode]) firstRow_.try_emplace(*row.cells[kCellNode], row.number);
-      if (row.cells[kCellNode] && row.cells[kCellColumnNumber]) {
-        check.setGroup(*row.cells[kCellNode] + ' ' + *row.cells[kCellColumnNumber]);
+      RowCheck check(mapping_.path(), kCellTable, row, findings_);
+      if (row.cells[kCellAncestorNode])
+        firstRow_.try_emplace(*row.cells[kCellAncestorNode], row.number);
+      if (row.cells[kCellAncestorNode] && row.cells[kCellColumn]) {
+        check.setGroup(*row.cells[kCellAncestorNode] + ' ' + *row.cells[kCellColumn]);
       }
       if (!check.checkNumbers() || !isUsed(check)) continue;
       if (isReachable(check)) checkReached(check);
@@ -111,19 +115,11 @@ class CellCheck {
   }
 
  private:
-  int tableOf(const std::string& node) const {
-    const auto& tables = mapping_.tables();
-    for (std::size_t i = 0; i < tables.size(); ++i) {
-      if (tables[i].node == node) return static_cast<int>(i);
-    }
-    return -1;
-  }
-
   /// False, reported, for a cell that an earlier row has.
   bool isUsed(RowCheck& check) {
-    const bool isSound = check.isSound(kCellColumnNumber) && check.isSound(kCellRow);
+    const bool isSound = check.isSound(kCellColumn) && check.isSound(kCellRow);
     const std::string key =
-        tableKey(check.text(kCellNode), check.number(kCellRow), check.number(kCellColumnNumber));
+        tableKey(check.text(kCellAncestorNode), check.number(kCellRow), check.number(kCellColumn));
     const auto [first, isNew] = rowOfKey_.try_emplace(key, check.rowNumber());
     if (!isNew && isSound) {
       check.error(format("the cell is in row %d already: this row is not used", first->second));
@@ -132,13 +128,13 @@ class CellCheck {
   }
 
   bool isReachable(RowCheck& check) {
-    const int position = tableOf(check.text(kCellNode));
-    const Table& table = mapping_.tables()[static_cast<std::size_t>(position)];
+    const std::size_t position = tableOf_.at(check.text(kCellAncestorNode));
+    const Table& table = mapping_.tables()[position];
     if (!table.served) return false;  // reported once for the table
-    const std::uint32_t column = check.number(kCellColumnNumber);
+    const std::uint32_t column = check.number(kCellColumn);
     const std::uint32_t row = check.number(kCellRow);
-    if (row < 1 || row > kTableRows) {
-      check.error(format("a row outside 1 to %u is not served", kTableRows));
+    if (row < 1 || row > unsigned{kTableRows}) {
+      check.error(format("a row outside 1 to %d is not served", kTableRows));
     } else if (column <= kIndexColumn) {
       check.error(
           format("column %u is not served: column 1 is the row's number, columns of the "
@@ -149,7 +145,7 @@ class CellCheck {
           format("column %u is not served: row 1 of the table has %u cells, so its columns "
                  "end at %u",
                  column, table.maxColumn - 1, table.maxColumn));
-    } else if (served_.count({position, column, row}) == 0) {
+    } else if (served_.count({static_cast<int>(position), column, row}) == 0) {
       check.error("the cell is not served: another object of the mapping has an OID above it");
     } else {
       return true;
@@ -159,10 +155,10 @@ class CellCheck {
 
   void checkReached(RowCheck& check) {
     SnmpTableObjRecord cell;
-    mapping_.catalogue().getSnmpTableOid(check.text(kCellNode), check.number(kCellColumnNumber),
+    mapping_.catalogue().getSnmpTableOid(check.text(kCellAncestorNode), check.number(kCellColumn),
                                          check.number(kCellRow), cell);
-    check.checkMeaning(cell.info.access == kCellRules.readWrite);
-    if (!check.isSound(kObjIdColumn)) return;
+    check.checkMeaning(isCellWritable(cell.info.access));
+    if (!check.isSound(kMappingObjId)) return;
     checkConversion(check);
     checkColumn(check);
   }
@@ -186,10 +182,10 @@ class CellCheck {
 
   /// A column has one type in the management information.
   void checkColumn(RowCheck& check) {
-    const auto column = std::make_pair(check.text(kCellNode), check.number(kCellColumnNumber));
+    const auto column = std::make_pair(check.text(kCellAncestorNode), check.number(kCellColumn));
     const auto [first, isNew] =
-        typeOf_.try_emplace(column, check.number(kCellType), check.rowNumber());
-    if (isNew || first->second.first == check.number(kCellType)) return;
+        typeOf_.try_emplace(column, check.number(kCellAsnType), check.rowNumber());
+    if (isNew || first->second.first == check.number(kCellAsnType)) return;
     check.warning(
         format("the type differs from row %d of the same column: a MIB module can "
                "state one only",
@@ -200,7 +196,7 @@ class CellCheck {
     const Table& table = mapping_.tables()[position];
     const auto report = [&](Severity severity, const std::string& text) {
       findings_.add({mapping_.path(),
-                     kCellTable,
+                     kCellTable.name,
                      severity,
                      "table " + table.node + ": " + text,
                      {},
@@ -246,6 +242,7 @@ class CellCheck {
   const Mapping& mapping_;
   Findings& findings_;
   std::set<std::tuple<int, std::uint32_t, unsigned>> served_;  // table, column, row
+  std::map<std::string, std::size_t> tableOf_;                 // position by node
   std::map<std::string, int> firstRow_;                        // of a node
   std::map<std::string, int> rowOfKey_;
   std::set<std::uint16_t> known_;  // object ids so far

@@ -2,9 +2,9 @@
 #include <set>
 
 #include "AsnType.h"
-#include "Check.h"
 #include "DataManage.h"
 #include "ObjectProtocol.h"
+#include "Reports.h"
 #include "RowCheck.h"
 #include "SnmpObjConvertStrategy.h"
 #include "View.h"
@@ -79,8 +79,8 @@ class UnitCheck {
             const std::string& file, Findings& findings)
       : mapping_(mapping), file_(file), findings_(findings) {
     for (const DeviceObject& object : objects) objects_.emplace(object.id(), object);
-    noteRows(mapping.raw().scalars, kScalarLayout, scalarRows_);
-    noteRows(mapping.raw().cells, kCellLayout, cellRows_);
+    noteRows(mapping.raw().scalars, kScalarTable, scalarRows_);
+    noteRows(mapping.raw().cells, kCellTable, cellRows_);
   }
 
   void run() {
@@ -103,12 +103,12 @@ class UnitCheck {
  private:
   using RowByObject = std::map<std::uint16_t, int>;
 
-  static void noteRows(const RawTable& table, const TableLayout& layout, RowByObject& rows) {
+  static void noteRows(const RawTable& table, const MappingTable& layout, RowByObject& rows) {
     if (!table.isUsable()) return;
     for (const RawRow& row : table.rows) {
-      const auto& cell = row.cells[kObjIdColumn];
+      const auto& cell = row.cells[kMappingObjId];
       if (!cell) continue;
-      const auto objId = readNumber(*cell, layout[kObjIdColumn]).value;
+      const auto objId = readNumber(*cell, layout[kMappingObjId]).value;
       rows.try_emplace(static_cast<std::uint16_t>(objId), row.number);
     }
   }
@@ -145,7 +145,7 @@ class UnitCheck {
     const std::string group =
         isScalar ? std::string() : format("%d %u", served.table, served.column);
     findings_.add({mapping_.path(),
-                   isScalar ? kScalarTable : kCellTable,
+                   (isScalar ? kScalarTable : kCellTable).name,
                    severity,
                    text,
                    group,

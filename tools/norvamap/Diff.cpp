@@ -1,8 +1,8 @@
-#include "Diff.h"
+#include "Reports.h"
 
-#include <algorithm>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <tuple>
 
 #include "Text.h"
 #include "View.h"
@@ -92,12 +92,10 @@ class Comparison {
     if (isCell) {
       Oid column = object.oid;
       column.resize(column.size() - 2);
-      const auto same = std::find_if(changes_.begin(), changes_.end(), [&](const Change& other) {
-        return other.kind == kind && other.text == text && other.breaks == breaks &&
-               other.oid.rfind(oidText(column) + '.', 0) == 0;
-      });
-      if (same != changes_.end()) {
-        ++same->count;
+      const auto [place, isNew] =
+          placeOf_.try_emplace({std::move(column), kind, text, breaks}, changes_.size());
+      if (!isNew) {
+        ++changes_[place->second].count;
         return;
       }
     }
@@ -109,6 +107,8 @@ class Comparison {
   ByOid oldByOid_;
   ByOid newByOid_;
   std::vector<Change> changes_;
+  /// Of the changes of cells, by column, kind, text and whether they break something.
+  std::map<std::tuple<Oid, std::string, std::string, bool>, std::size_t> placeOf_;
 };
 
 }  // namespace

@@ -1,6 +1,4 @@
-#include "Exporter.h"
-
-#include <yaml-cpp/yaml.h>
+#include "Reports.h"
 
 #include <algorithm>
 #include <cctype>
@@ -8,8 +6,8 @@
 #include "AsnType.h"
 #include "NamedMapping.h"
 #include "SnmpObjConvertStrategy.h"
-#include "Text.h"
 #include "View.h"
+#include "YamlFile.h"
 
 namespace norva::mapping {
 
@@ -63,19 +61,16 @@ constexpr char kSysUpTime[] = "1.3.6.1.2.1.1.3";
 
 YAML::Node readAccess(const std::string& path) {
   if (path.empty()) return YAML::Load("{version: 2}");
-  try {
-    const YAML::Node access = YAML::LoadFile(path);
-    if (!access.IsMap() || !access["version"]) throw dasunit::InputError(path + ": no version");
-    for (const auto& entry : access) {
-      const auto key = entry.first.as<std::string>();
-      if (key != "version" && key != "auth") {
-        throw dasunit::InputError(path + ": unknown key '" + key + "': version or auth");
-      }
+  const YamlFile file(path);
+  file.requireMap(file.root());
+  for (const auto& entry : file.root()) {
+    const std::string key = file.text(entry.first);
+    if (key != "version" && key != "auth") {
+      file.fail(entry.first, "unknown key '" + key + "': version or auth");
     }
-    return access;
-  } catch (const YAML::Exception& error) {
-    throw dasunit::InputError(path + ": " + error.what());
   }
+  if (!file.root()["version"]) file.fail(file.root(), "no version");
+  return file.root();
 }
 
 std::string withoutDot(const Oid& oid) {

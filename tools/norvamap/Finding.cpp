@@ -30,18 +30,17 @@ std::string place(const Finding& finding) {
 }  // namespace
 
 void Findings::add(Finding finding) {
-  const auto isSame = [&](const Finding& other) {
-    return other.group == finding.group && other.text == finding.text;
-  };
-  const auto same = finding.group.empty()
-                        ? findings_.end()
-                        : std::find_if(findings_.begin(), findings_.end(), isSame);
-  if (same == findings_.end()) {
-    findings_.push_back(std::move(finding));
-    return;
+  if (!finding.group.empty()) {
+    const auto [place, isNew] =
+        placeOf_.try_emplace({finding.group, finding.text}, findings_.size());
+    if (!isNew) {
+      Finding& same = findings_[place->second];
+      same.rows.insert(same.rows.end(), finding.rows.begin(), finding.rows.end());
+      same.objects.insert(same.objects.end(), finding.objects.begin(), finding.objects.end());
+      return;
+    }
   }
-  same->rows.insert(same->rows.end(), finding.rows.begin(), finding.rows.end());
-  same->objects.insert(same->objects.end(), finding.objects.begin(), finding.objects.end());
+  findings_.push_back(std::move(finding));
 }
 
 bool Findings::hasErrors() const {

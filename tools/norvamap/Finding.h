@@ -5,8 +5,9 @@
 #define NORVA_MAPPING_FINDING_H_
 
 #include <cstdint>
-#include <optional>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace norva::mapping {
@@ -35,6 +36,7 @@ class Findings {
 
  private:
   std::vector<Finding> findings_;
+  std::map<std::pair<std::string, std::string>, std::size_t> placeOf_;  // by group and text
 };
 
 }  // namespace norva::mapping

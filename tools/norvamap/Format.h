@@ -3,14 +3,12 @@
 #ifndef NORVA_MAPPING_FORMAT_H_
 #define NORVA_MAPPING_FORMAT_H_
 
-#include <cstdint>
 #include <string>
 #include <string_view>
-#include <vector>
+
+#include "ServedObjects.h"
 
 namespace norva::mapping {
-
-using Oid = std::vector<std::uint32_t>;
 
 /// As sprintf.
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);

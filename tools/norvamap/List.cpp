@@ -1,4 +1,4 @@
-#include "List.h"
+#include "Reports.h"
 
 #include <algorithm>
 #include <array>

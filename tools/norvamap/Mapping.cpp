@@ -4,10 +4,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <set>
 
 #include "AsnType.h"
-#include "SnmpObjConvertStrategy.h"
 #include "Text.h"
 
 namespace norva::mapping {
@@ -15,10 +13,6 @@ namespace norva::mapping {
 using dasunit::InputError;
 
 namespace {
-
-constexpr std::size_t kMaxNodeLength = 32;
-constexpr std::uint16_t kScalarWritable = 2;  // a bit
-constexpr std::uint16_t kCellWritable = 3;    // the whole value
 
 /// The file as an SQLite URI that opens it for reading only. The agent's adapter opens what it is
 /// given for writing, and makes a file that is missing.
@@ -41,11 +35,11 @@ std::unique_ptr<SnmpDataBase> loadCatalogue(const std::string& path) {
   return std::make_unique<SnmpDataBase>(readOnlyUri(path).c_str());
 }
 
-void requireUsable(const std::string& path, const char* name, const RawTable& table) {
-  if (!table.exists) throw InputError(path + ": " + name + ": no such table");
+void requireUsable(const std::string& path, const MappingTable& layout, const RawTable& table) {
+  if (!table.exists) throw InputError(path + ": " + layout.name + ": no such table");
   if (!table.isUsable()) {
-    throw InputError(format("%s: %s has %d columns, %d are needed", path.c_str(), name,
-                            table.columns, kTableColumns));
+    throw InputError(format("%s: %s has %d columns, %d are needed", path.c_str(), layout.name,
+                            table.columns, kMappingColumns));
   }
 }
 
@@ -89,11 +83,10 @@ std::vector<Oid> Mapping::registeredBelow(const Oid& own) const {
 
 void Mapping::addScalars() {
   catalogue_->getAllObjects(scalars_);
-  std::set<OidSuffix> known;
-  const std::size_t count = std::min(scalars_.size(), kMaxScalars);
-  for (std::size_t i = 0; i < count; ++i) {
+  verdicts_ = judgeScalars(scalars_);
+  for (std::size_t i = 0; i < scalars_.size(); ++i) {
     const SnmpObjRecord& scalar = scalars_[i];
-    if (!known.insert(scalar.oidSuffix).second) continue;
+    if (verdicts_[i].state != ScalarState::kServed) continue;
     ServedObject object;
     object.objId = scalar.objId;
     object.info = scalar.info;
@@ -101,7 +94,7 @@ void Mapping::addScalars() {
     object.oid.insert(object.oid.end(), scalar.oidSuffix.begin(), scalar.oidSuffix.end());
     registrations_.push_back(object.oid);
     object.oid.push_back(0);
-    object.writable = (scalar.info.access & kScalarWritable) != 0;
+    object.writable = isScalarWritable(scalar.info.access);
     objects_.push_back(std::move(object));
   }
 }
@@ -112,15 +105,13 @@ void Mapping::addTables() {
   for (const AncestorNodeEntry& entry : nodes) {
     Table table;
     table.node = entry.ancestorNode;
-    const std::string whole = rootText_ + table.node;
-    std::uint32_t subIdentifiers[kMaxNodeLength] = {};
-    const std::uint32_t count = parseOidText(whole.c_str(), subIdentifiers, kMaxNodeLength);
-    table.oid.assign(subIdentifiers, subIdentifiers + std::min<std::size_t>(count, kMaxNodeLength));
+    const TablePlace place = placeTable(rootText_ + table.node);
+    table.oid = place.oid;
     if (tables_.size() >= kMaxTables) {
       table.reason = format("the agent serves the first %zu tables only", kMaxTables);
-    } else if (count > kMaxNodeLength) {
-      table.reason =
-          format("with the root its node has %u numbers, %zu are possible", count, kMaxNodeLength);
+    } else if (!place.isPossible()) {
+      table.reason = format("with the root its node has %u numbers, %zu are possible", place.count,
+                            kMaxNodeLength);
     } else if (std::count(registrations_.begin(), registrations_.end(), table.oid) != 0) {
       table.reason = "another object has this OID";
     } else {
@@ -129,7 +120,7 @@ void Mapping::addTables() {
     }
     std::vector<SnmpTableObjRecord> columns;
     catalogue_->getTableColumns(table.node, columns);
-    table.maxColumn = static_cast<std::uint32_t>(columns.size()) + 1;
+    table.maxColumn = lastColumn(columns.size());
     for (const SnmpTableObjRecord& cell : columns) {
       const std::string& node = cell.ancestorNode;
       auto& foreign = table.foreignNodes;
@@ -145,7 +136,7 @@ void Mapping::addCells(int position) {
   Table& table = tables_[static_cast<std::size_t>(position)];
   const std::vector<Oid> others = registeredBelow(table.oid);
   for (std::uint32_t column = kIndexColumn; column <= table.maxColumn; ++column) {
-    for (unsigned row = 1; row <= kTableRows; ++row) {
+    for (unsigned row = 1; row <= unsigned{kTableRows}; ++row) {
       ServedObject object;
       object.isIndex = column == kIndexColumn;
       if (object.isIndex) {
@@ -177,7 +168,7 @@ bool Mapping::takeCell(const std::string& node, std::uint32_t column, unsigned r
   object.objId = cell.objId;
   object.info = std::move(cell.info);
   object.info.covMethod = applied.covMethod;
-  object.writable = object.info.access == kCellWritable;
+  object.writable = isCellWritable(object.info.access);
   return true;
 }
 

@@ -1,6 +1,6 @@
 // What the agent makes of a mapping database: the objects that managers reach and those that they
-// do not. Loaded through the agent's own catalogue; the rules of registration, which the agent
-// carries out with its library, are followed here.
+// do not. Loaded through the agent's own catalogue, judged by its own rule (ServedObjects); what
+// its library makes of that is followed here.
 //
 // One thread.
 
@@ -16,17 +16,10 @@
 #include "Format.h"
 #include "ObjInfo.h"
 #include "RawTable.h"
+#include "ServedObjects.h"
 #include "SnmpDataBase.h"
 
 namespace norva::mapping {
-
-/// Where the agent puts its objects when the unit does not say: the text of object 0x80BA.
-constexpr char kDefaultRoot[] = ".1.3.6.1.4.1.53412.8.2.2.4";
-
-constexpr std::size_t kMaxScalars = 255;
-constexpr std::size_t kMaxTables = 2;
-constexpr unsigned kTableRows = 32;
-constexpr std::uint32_t kIndexColumn = 1;
 
 /// One instance that a manager can ask for.
 struct ServedObject {
@@ -68,6 +61,8 @@ class Mapping {
   const std::vector<Table>& tables() const { return tables_; }
   /// The scalars that the catalogue holds, in the order of their registration.
   const std::vector<SnmpObjRecord>& scalars() const { return scalars_; }
+  /// Of the same scalars.
+  const std::vector<ScalarVerdict>& verdicts() const { return verdicts_; }
 
   /// The first instance of a device object; null for one that managers cannot reach.
   const ServedObject* findObject(std::uint16_t objId) const;
@@ -91,6 +86,7 @@ class Mapping {
   RawDataBase raw_;
   std::unique_ptr<SnmpDataBase> catalogue_;
   std::vector<SnmpObjRecord> scalars_;
+  std::vector<ScalarVerdict> verdicts_;
   std::vector<Table> tables_;
   std::vector<Oid> registrations_;
   std::vector<ServedObject> objects_;

@@ -1,4 +1,4 @@
-#include "MibModule.h"
+#include "Reports.h"
 
 #include <algorithm>
 #include <set>
@@ -271,7 +271,7 @@ class ModuleWriter {
     }
     definition += "    " + name + "Sub Integer32\n}\n";
     definition +=
-        objectType(name + "Row", format("Integer32 (1..%u)", kTableRows), "", "not-accessible",
+        objectType(name + "Row", format("Integer32 (1..%d)", kTableRows), "", "not-accessible",
                    "Number of the row. The agent answers it, too, as column 1.", "", entry + " 1");
     for (const NamedObject& column : table.columns) {
       definition +=
@@ -337,29 +337,6 @@ class ModuleWriter {
 };
 
 }  // namespace
-
-std::vector<std::string> reservedNames(const std::string& moduleName) {
-  const std::string identity = identityOf(moduleName);
-  return {identity, identity + "Groups", identity + "ScalarGroup", identity + "Compliance",
-          // of the modules around it
-          "norva", "norvaProducts", "norvaDas", "norvaUnit", "norvaEvents", "norvaEventModules",
-          "iso", "org", "dod", "internet", "directory", "mgmt", "experimental", "private",
-          "enterprises", "security", "snmpV2", "system", "snmpMIB",
-          // types, from which a name must not differ in capitals only
-          "integer32", "unsigned32", "ipAddress", "counter32", "counter64", "gauge32", "timeTicks",
-          "opaque", "displayString", "physAddress", "macAddress", "truthValue", "testAndIncr",
-          "autonomousType", "instancePointer", "variablePointer", "rowPointer", "rowStatus",
-          "timeStamp", "timeInterval", "dateAndTime", "storageType", "tDomain", "tAddress", "bits",
-          "objectName", "objectSyntax", "notificationName", "simpleSyntax", "applicationSyntax",
-          "extUTCTime",
-          // words of the language that some parsers read in small letters, too
-          "current", "deprecated", "obsolete", "mandatory", "optional", "integer", "sequence",
-          "object", "identifier", "octet", "string", "choice", "implicit", "application",
-          "universal", "size", "access", "status", "syntax", "units", "index", "description",
-          "reference", "augments", "defval", "begin", "end", "imports", "exports", "from", "macro",
-          "definitions", "group", "module", "notifications", "objects", "organization", "revision",
-          "variables", "enterprise", "null", "counter", "gauge", "of"};
-}
 
 std::string mibModule(const Mapping& mapping, const Annotations& annotations,
                       const std::string& moduleName) {

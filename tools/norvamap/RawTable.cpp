@@ -15,34 +15,6 @@ namespace norva::mapping {
 
 using dasunit::InputError;
 
-const TableLayout kScalarLayout = {{{"objId", 16, 16, true},
-                                    {"auxByte", 10, 8, false},
-                                    {"magic", 10, 8, false},
-                                    {"asnType", 16, 16, true},
-                                    {"access", 16, 16, true},
-                                    {"suffix1", 10, 32, true},
-                                    {"suffix2", 10, 32, true},
-                                    {"suffix3", 10, 32, true},
-                                    {"suffix4", 10, 32, true},
-                                    {"covMethod", 16, 16, true},
-                                    {"selectFlag", 16, 8, false},
-                                    {"name", 0, 0, true},
-                                    {"auxWord", 16, 16, false}}};
-
-const TableLayout kCellLayout = {{{"objId", 16, 16, true},
-                                  {"auxByte", 10, 8, false},
-                                  {"column", 10, 32, true},
-                                  {"asnType", 10, 16, true},
-                                  {"access", 10, 16, true},
-                                  {"ancestorNode", 0, 0, true},
-                                  {"covMethod", 16, 16, true},
-                                  {"selectFlag", 16, 8, false},
-                                  {"name", 0, 0, true},
-                                  {"row", 10, 8, true},
-                                  {"tableAttr", 10, 8, false},
-                                  {"auxWord", 16, 16, false},
-                                  {"extraWord", 16, 16, false}}};
-
 namespace {
 
 using Connection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
@@ -100,11 +72,11 @@ RawTable readTable(const std::string& path, sqlite3* connection, const char* tab
 
 RawDataBase::RawDataBase(const std::string& path) {
   const Connection connection = openForReading(path);
-  scalars = readTable(path, connection.get(), kScalarTable);
-  cells = readTable(path, connection.get(), kCellTable);
+  scalars = readTable(path, connection.get(), kScalarTable.name);
+  cells = readTable(path, connection.get(), kCellTable.name);
 }
 
-ReadNumber readNumber(const std::string& text, const ColumnLayout& column) {
+ReadNumber readNumber(const std::string& text, const MappingColumn& column) {
   const std::uint64_t limit = (std::uint64_t{1} << column.bits) - 1;
   char* end = nullptr;
   errno = 0;

@@ -4,52 +4,14 @@
 #ifndef NORVA_MAPPING_RAW_TABLE_H_
 #define NORVA_MAPPING_RAW_TABLE_H_
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "MappingLayout.h"
+
 namespace norva::mapping {
-
-constexpr char kScalarTable[] = "SNMP_GENERAL_OBJ_TABLE";
-constexpr char kCellTable[] = "SNMP_TABLE_OBJ_TABLE";
-constexpr int kTableColumns = 13;
-
-/// Columns that both tables have at one position.
-constexpr int kObjIdColumn = 0;
-
-/// How the agent reads a column. `base` 0: a text.
-struct ColumnLayout {
-  const char* name;
-  int base;
-  int bits;
-  bool isUsed;  ///< false: carried along, no manager sees it
-};
-
-/// Positions in the scalar table of the columns that findings are about.
-enum ScalarColumn {
-  kScalarType = 3,
-  kScalarAccess = 4,
-  kScalarSuffix = 5,
-  kScalarMethod = 9,
-  kScalarName = 11,
-};
-
-/// The same in the cell table.
-enum CellColumn {
-  kCellColumnNumber = 2,
-  kCellType = 3,
-  kCellAccess = 4,
-  kCellNode = 5,
-  kCellMethod = 6,
-  kCellName = 8,
-  kCellRow = 9,
-};
-
-using TableLayout = std::array<ColumnLayout, kTableColumns>;
-extern const TableLayout kScalarLayout;
-extern const TableLayout kCellLayout;
 
 /// A row; `cells` has no value where the database has NULL.
 struct RawRow {
@@ -63,7 +25,7 @@ struct RawTable {
   std::vector<RawRow> rows;
 
   /// False for a table that the agent does not load.
-  bool isUsable() const { return exists && (rows.empty() || columns >= kTableColumns); }
+  bool isUsable() const { return exists && (rows.empty() || columns >= kMappingColumns); }
 };
 
 /// What both tables hold. Throws InputError for a file that is not there, cannot be read or is no
@@ -80,7 +42,7 @@ struct ReadNumber {
   std::uint64_t value;  ///< cut to the column's bits
   std::string problem;  ///< empty, or how the value differs from the text
 };
-ReadNumber readNumber(const std::string& text, const ColumnLayout& column);
+ReadNumber readNumber(const std::string& text, const MappingColumn& column);
 
 }  // namespace norva::mapping
 

@@ -6,15 +6,11 @@
 #include "AsnType.h"
 #include "DataManage.h"
 #include "Format.h"
+#include "ServedObjects.h"
 #include "SnmpObjConvertStrategy.h"
 #include "View.h"
 
 namespace norva::mapping {
-
-const TableRules kScalarRules = {
-    kScalarTable, kScalarLayout, kScalarType, kScalarAccess, kScalarMethod, kScalarName, 2};
-const TableRules kCellRules = {kCellTable,  kCellLayout, kCellType, kCellAccess,
-                               kCellMethod, kCellName,   3};
 
 namespace {
 
@@ -49,32 +45,32 @@ const char* noAnswer(bool isCell) {
                 : "GET answers noSuchInstance";
 }
 
-RowCheck::RowCheck(const std::string& file, const TableRules& rules, const RawRow& row,
+RowCheck::RowCheck(const std::string& file, const MappingTable& table, const RawRow& row,
                    Findings& findings)
-    : file_(file), rules_(rules), row_(row), findings_(findings) {
-  for (int column = 0; column < kTableColumns; ++column) {
+    : file_(file), table_(table), row_(row), findings_(findings) {
+  for (int column = 0; column < kMappingColumns; ++column) {
     const auto& cell = row.cells[index(column)];
-    if (!cell || layout(column).base == 0) continue;
-    const ReadNumber read = readNumber(*cell, layout(column));
+    if (!cell || table_[column].base == 0) continue;
+    const ReadNumber read = readNumber(*cell, table_[column]);
     numbers_[index(column)] = read.value;
     isSound_[index(column)] = read.problem.empty();
   }
 }
 
 void RowCheck::report(Severity severity, const std::string& text) {
-  findings_.add({file_, rules_.table, severity, text, group_, {row_.number}, {objId()}});
+  findings_.add({file_, table_.name, severity, text, group_, {row_.number}, {objId()}});
 }
 
 bool RowCheck::checkNumbers() {
-  for (int column = 0; column < kTableColumns; ++column) {
-    if (row_.cells[index(column)] || column == rules_.nameColumn) continue;
-    error(format("%s is NULL: the row is not used", layout(column).name));
+  for (int column = 0; column < kMappingColumns; ++column) {
+    if (row_.cells[index(column)] || column == table_.objName) continue;
+    error(format("%s is NULL: the row is not used", table_[column].name));
     return false;
   }
-  for (int column = 0; column < kTableColumns; ++column) {
-    if (!row_.cells[index(column)] || layout(column).base == 0 || isSound(column)) continue;
-    const std::string problem = readNumber(text(column), layout(column)).problem;
-    if (layout(column).isUsed) {
+  for (int column = 0; column < kMappingColumns; ++column) {
+    if (!row_.cells[index(column)] || table_[column].base == 0 || isSound(column)) continue;
+    const std::string problem = readNumber(text(column), table_[column]).problem;
+    if (table_[column].isUsed) {
       error(problem);
     } else {
       warning(problem + "; no manager sees it");
@@ -84,15 +80,15 @@ bool RowCheck::checkNumbers() {
 }
 
 void RowCheck::checkMeaning(bool writable) {
-  if (isSound(rules_.typeColumn) && isSound(rules_.methodColumn)) checkType();
-  if (isSound(rules_.methodColumn)) checkMethod(writable);
-  if (isSound(rules_.accessColumn)) checkAccess(writable);
+  if (isSound(table_.type) && isSound(table_.covMethod)) checkType();
+  if (isSound(table_.covMethod)) checkMethod(writable);
+  if (isSound(table_.access)) checkAccess(writable);
   checkName();
   checkSetting(writable);
 }
 
 std::optional<std::uint16_t> RowCheck::otherBase(int column) const {
-  const int base = layout(column).base == 16 ? 10 : 16;
+  const int base = table_[column].base == 16 ? 10 : 16;
   char* end = nullptr;
   const unsigned long value = std::strtoul(text(column).c_str(), &end, base);
   if (*end != '\0') return std::nullopt;
@@ -102,18 +98,17 @@ std::optional<std::uint16_t> RowCheck::otherBase(int column) const {
 void RowCheck::checkType() {
   const char* const name = typeName(type());
   if (name == nullptr) {
-    std::string text = "asnType " + this->text(rules_.typeColumn) + " is no type of a value";
-    const auto meant = otherBase(rules_.typeColumn);
+    std::string text = "asnType " + this->text(table_.type) + " is no type of a value";
+    const auto meant = otherBase(table_.type);
     if (meant && typeName(*meant) != nullptr) {
-      text +=
-          format(layout(rules_.typeColumn).base == 16 ? ", it is read as hexadecimal: %s is %X here"
-                                                      : ", it is read as decimal: %s is %u here",
-                 typeName(*meant), *meant);
+      text += format(table_[table_.type].base == 16 ? ", it is read as hexadecimal: %s is %X here"
+                                                    : ", it is read as decimal: %s is %u here",
+                     typeName(*meant), *meant);
     }
     error(text + "; GET answers no value or one of the wrong type");
   } else if (!canBeAnswered(type(), method())) {
     error(format("type %s has no value for what method %X makes: %s", name, methodOf(method()),
-                 noAnswer(&rules_ == &kCellRules)));
+                 noAnswer(!isScalar())));
   } else if (type() == kAsnInteger && SnmpObjConvertStrategy::makesText(method())) {
     error(format("method %X makes a text, INTEGER sends its first four bytes as a number",
                  methodOf(method())));
@@ -127,8 +122,8 @@ void RowCheck::checkMethod(bool writable) {
   const unsigned number = methodOf(method());
   if (number > kLastMethod) {
     const std::string text = format("covMethod %s: there is no method %X, the value stays as it is",
-                                    this->text(rules_.methodColumn).c_str(), number);
-    const auto meant = otherBase(rules_.methodColumn);
+                                    this->text(table_.covMethod).c_str(), number);
+    const auto meant = otherBase(table_.covMethod);
     if (meant && *meant != 0 && *meant <= kLastMethod) {
       error(text + format("; it is read as hexadecimal: %u is %X", *meant, *meant));
     } else {
@@ -141,9 +136,9 @@ void RowCheck::checkMethod(bool writable) {
   const auto method = static_cast<ConversionMethod>(number);
   const std::string text = format("exponent %u without effect: ", exponent);
   if (method == ConversionMethod::kScaledInteger) {
-    if (isSound(rules_.typeColumn) && isText(type())) {
+    if (isSound(table_.type) && isText(type())) {
       warning(text + "it scales numbers, the type is a text's");
-    } else if (isSound(rules_.accessColumn) && !writable) {
+    } else if (isSound(table_.access) && !writable) {
       warning(text + "it scales what is written, and the object is read-only");
     }
   } else if (method != ConversionMethod::kFixedText) {
@@ -152,23 +147,23 @@ void RowCheck::checkMethod(bool writable) {
 }
 
 void RowCheck::checkAccess(bool writable) {
-  const std::uint32_t access = number(rules_.accessColumn);
-  if (access == kReadOnly || access == rules_.readWrite) return;
+  const std::uint32_t access = number(table_.access);
+  const std::uint16_t readWrite = isScalar() ? kScalarReadWrite : kCellReadWrite;
+  if (access == kReadOnly || access == readWrite) return;
   warning(format("access %u means nothing: 1 is read-only, %u read-write; served %s", access,
-                 rules_.readWrite, writable ? "read-write" : "read-only"));
+                 readWrite, writable ? "read-write" : "read-only"));
 }
 
 void RowCheck::checkName() {
-  const auto& name = row_.cells[index(rules_.nameColumn)];
-  const bool isNotified = &rules_ == &kScalarRules;
+  const auto& name = row_.cells[index(table_.objName)];
   if (!name) {
     warning("name is NULL: the name of the row before is repeated");
   } else if (name->empty()) {
-    warning(isNotified ? "name is empty: notifications do not tell the object" : "name is empty");
-  } else if (isNotified && name->size() > kMaxShownName) {
+    warning(isScalar() ? "name is empty: notifications do not tell the object" : "name is empty");
+  } else if (isScalar() && name->size() > kMaxShownName) {
     warning(format("name of %zu bytes: managers' tools take %zu of a notification's text",
                    name->size(), kMaxShownName));
-  } else if (isNotified &&
+  } else if (isScalar() &&
              std::any_of(name->begin(), name->end(), [](char c) { return c < ' ' || c > '~'; })) {
     warning(
         "name is not printable ASCII: managers' tools show notifications with it in "
@@ -177,7 +172,7 @@ void RowCheck::checkName() {
 }
 
 void RowCheck::checkSetting(bool writable) {
-  const char* const risk = isSound(kObjIdColumn) && writable ? settingRisk(objId()) : nullptr;
+  const char* const risk = isSound(kMappingObjId) && writable ? settingRisk(objId()) : nullptr;
   if (risk != nullptr) warning(std::string("managers can write a setting of the agent: ") + risk);
 }
 

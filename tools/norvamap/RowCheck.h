@@ -13,26 +13,14 @@
 
 namespace norva::mapping {
 
-/// Where the two tables differ.
-struct TableRules {
-  const char* table;
-  const TableLayout& layout;
-  int typeColumn;
-  int accessColumn;
-  int methodColumn;
-  int nameColumn;
-  std::uint16_t readWrite;  ///< the access value that means it; 1 means read-only in both
-};
-extern const TableRules kScalarRules;
-extern const TableRules kCellRules;
-
 /// What a manager sees of an object without a value.
 const char* noAnswer(bool isCell);
 
 class RowCheck {
  public:
   /// REQUIRES: the row has all columns.
-  RowCheck(const std::string& file, const TableRules& rules, const RawRow& row, Findings& findings);
+  RowCheck(const std::string& file, const MappingTable& table, const RawRow& row,
+           Findings& findings);
 
   /// Reports NULL, texts that are no numbers, and numbers that are cut. False for a row that the
   /// agent does not use.
@@ -50,8 +38,8 @@ class RowCheck {
   std::uint32_t number(int column) const {
     return static_cast<std::uint32_t>(numbers_[index(column)]);
   }
-  std::uint16_t objId() const { return static_cast<std::uint16_t>(number(kObjIdColumn)); }
-  std::uint16_t method() const { return static_cast<std::uint16_t>(number(rules_.methodColumn)); }
+  std::uint16_t objId() const { return static_cast<std::uint16_t>(number(kMappingObjId)); }
+  std::uint16_t method() const { return static_cast<std::uint16_t>(number(table_.covMethod)); }
   /// False where the number differs from the text.
   bool isSound(int column) const { return isSound_[index(column)]; }
   const std::string& text(int column) const { return *row_.cells[index(column)]; }
@@ -59,8 +47,9 @@ class RowCheck {
 
  private:
   static std::size_t index(int column) { return static_cast<std::size_t>(column); }
-  const ColumnLayout& layout(int column) const { return rules_.layout[index(column)]; }
-  std::uint16_t type() const { return static_cast<std::uint16_t>(number(rules_.typeColumn)); }
+  std::uint16_t type() const { return static_cast<std::uint16_t>(number(table_.type)); }
+
+  bool isScalar() const { return &table_ == &kScalarTable; }
 
   void checkType();
   void checkMethod(bool writable);
@@ -71,12 +60,12 @@ class RowCheck {
   std::optional<std::uint16_t> otherBase(int column) const;
 
   const std::string& file_;
-  const TableRules& rules_;
+  const MappingTable& table_;
   const RawRow& row_;
   Findings& findings_;
   std::string group_;
-  std::array<std::uint64_t, kTableColumns> numbers_{};
-  std::array<bool, kTableColumns> isSound_{};
+  std::array<std::uint64_t, kMappingColumns> numbers_{};
+  std::array<bool, kMappingColumns> isSound_{};
 };
 
 }  // namespace norva::mapping

@@ -35,6 +35,29 @@ std::string identityOf(const std::string& moduleName) {
   return name;
 }
 
+std::vector<std::string> reservedNames(const std::string& moduleName) {
+  const std::string identity = identityOf(moduleName);
+  return {identity, identity + "Groups", identity + "ScalarGroup", identity + "Compliance",
+          // of the modules around it
+          "norva", "norvaProducts", "norvaDas", "norvaUnit", "norvaEvents", "norvaEventModules",
+          "iso", "org", "dod", "internet", "directory", "mgmt", "experimental", "private",
+          "enterprises", "security", "snmpV2", "system", "snmpMIB",
+          // types, from which a name must not differ in capitals only
+          "integer32", "unsigned32", "ipAddress", "counter32", "counter64", "gauge32", "timeTicks",
+          "opaque", "displayString", "physAddress", "macAddress", "truthValue", "testAndIncr",
+          "autonomousType", "instancePointer", "variablePointer", "rowPointer", "rowStatus",
+          "timeStamp", "timeInterval", "dateAndTime", "storageType", "tDomain", "tAddress", "bits",
+          "objectName", "objectSyntax", "notificationName", "simpleSyntax", "applicationSyntax",
+          "extUTCTime",
+          // words of the language that some parsers read in small letters, too
+          "current", "deprecated", "obsolete", "mandatory", "optional", "integer", "sequence",
+          "object", "identifier", "octet", "string", "choice", "implicit", "application",
+          "universal", "size", "access", "status", "syntax", "units", "index", "description",
+          "reference", "augments", "defval", "begin", "end", "imports", "exports", "from", "macro",
+          "definitions", "group", "module", "notifications", "objects", "organization", "revision",
+          "variables", "enterprise", "null", "counter", "gauge", "of"};
+}
+
 bool isModuleName(const std::string& name) {
   return !name.empty() && name.size() <= 64 && std::isupper(static_cast<unsigned char>(name[0])) &&
          name.back() != '-' && name.find("--") == std::string::npos &&

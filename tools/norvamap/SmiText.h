@@ -4,11 +4,15 @@
 #define NORVA_MAPPING_SMI_TEXT_H_
 
 #include <string>
+#include <vector>
 
 namespace norva::mapping {
 
 /// NORVA-MIB becomes norvaMIB.
 std::string identityOf(const std::string& moduleName);
+
+/// Names that no object of a module may have: the module's own and those of the modules around it.
+std::vector<std::string> reservedNames(const std::string& moduleName);
 
 /// A capital, then letters, digits and single hyphens.
 bool isModuleName(const std::string& name);

@@ -11,13 +11,9 @@
 #include <string>
 
 #include "Annotations.h"
-#include "Check.h"
-#include "Diff.h"
-#include "Exporter.h"
-#include "List.h"
 #include "Mapping.h"
-#include "MibModule.h"
 #include "ObjectFile.h"
+#include "Reports.h"
 #include "Text.h"
 #include "TraceDecoder.h"
 
@@ -30,7 +26,7 @@ constexpr int kExitFindings = 1;
 constexpr int kExitInput = 2;
 
 struct Options {
-  std::string root = kDefaultRoot;
+  std::string root = norva::kFixedRoot;
   std::string database;
   std::string objects;
   std::string format;
