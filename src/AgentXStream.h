@@ -1,5 +1,6 @@
 // The little of the AgentX protocol that the library does not tell: which notification the master
-// has acknowledged. Looks at the bytes of a session as they pass; no I/O, one thread at a time.
+// has acknowledged. Looks at the bytes of a session as they pass; no I/O. One object for each
+// session, MasterSession's; one thread at a time.
 
 #ifndef NORVA_AGENT_X_STREAM_H_
 #define NORVA_AGENT_X_STREAM_H_

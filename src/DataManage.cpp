@@ -9,6 +9,7 @@
 #include "ObjectProtocol.h"
 #include "Output.h"
 #include "SnmpDataBase.h"
+#include "Trace.h"
 
 namespace norva {
 

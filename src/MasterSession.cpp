@@ -95,7 +95,7 @@ std::uint32_t MasterSession::lastNotification() {
   return std::exchange(state.lastNotification, 0);
 }
 
-void MasterSession::cut(const LibraryGate::Loan&) {
+void MasterSession::cut() {
   if (state.transport == nullptr) return;
   shutdown(state.transport->sock, SHUT_RDWR);
 }

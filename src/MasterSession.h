@@ -1,13 +1,10 @@
-// The AgentX session with the master agent, beyond what the library does with it.
-//
-// Library state: main thread, or whoever holds the library gate.
+// The AgentX session with the master agent, beyond what the library does with it. The library owns
+// the session and has one at a time; for the holder of the library gate.
 
 #ifndef NORVA_MASTER_SESSION_H_
 #define NORVA_MASTER_SESSION_H_
 
 #include <cstdint>
-
-#include "LibraryGate.h"
 
 namespace norva {
 
@@ -28,7 +25,7 @@ class MasterSession {
   /// Ends the connection, if there is one, without the AgentX Close message: an snmpd that receives
   /// it while requests to this subagent are outstanding, as they are under polling, corrupts its
   /// memory and aborts. It takes a connection that just ends well.
-  static void cut(const LibraryGate::Loan&);
+  static void cut();
 };
 
 }  // namespace norva

@@ -17,34 +17,24 @@ void NotificationQueue::setCapacity(std::size_t capacity) {
   _capacity = capacity;
 }
 
-bool NotificationQueue::push(Notification notification) {
+void NotificationQueue::push(Notification notification) {
   std::unique_lock lock(_mutex);
   while (!hasRoom() && !isOutage()) {
     // An outage that nothing tells of begins when the master has had its time.
     waitForChange(
         lock, keeps() ? (_listens ? _progress : Clock::now()) + kStall : Clock::time_point::max());
   }
-  const bool mustTell = append({{std::move(notification)}, 0});
-  while (keeps() && _waiting.size() > _capacity) dropOldest();
-  return mustTell;
+  append(lock, {{std::move(notification)}});
 }
 
-NotificationQueue::Heartbeat NotificationQueue::pushHeartbeat(Notification notification) {
+bool NotificationQueue::pushHeartbeat(Notification notification) {
   std::unique_lock lock(_mutex);
   while (!hasRoom() && (_connected || !keeps())) waitForChange(lock, Clock::time_point::max());
-  if (keeps() && !_connected) return {0, false};
-  if (++_lastHeartbeat == 0) ++_lastHeartbeat;
-  _fates[_lastHeartbeat] = Fate::kWaiting;
-  return {_lastHeartbeat, append({{std::move(notification)}, _lastHeartbeat})};
-}
-
-bool NotificationQueue::wasTaken(const Heartbeat& heartbeat) {
-  if (heartbeat.id == 0) return false;
-  std::unique_lock lock(_mutex);
-  _changed.wait(lock, [&] { return _fates.at(heartbeat.id) != Fate::kWaiting; });
-  const bool wasTaken = _fates.at(heartbeat.id) == Fate::kTaken;
-  _fates.erase(heartbeat.id);
-  return wasTaken;
+  if (keeps() && !_connected) return false;
+  _heartbeat = Fate::kWaiting;
+  append(lock, {{std::move(notification)}, true});
+  _changed.wait(lock, [this] { return _heartbeat != Fate::kWaiting; });
+  return _heartbeat == Fate::kTaken;
 }
 
 bool NotificationQueue::isOutage() const {
@@ -67,17 +57,21 @@ void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
   }
 }
 
-bool NotificationQueue::append(Entry entry) {
+void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry) {
   if (held() == 0) _progress = Clock::now();
   _waiting.push_back(std::move(entry));
+  while (keeps() && _waiting.size() > _capacity) dropOldest();
   const bool before = _sendable;
   update();
-  return !before && _sendable;
+  if (before || !_sendable || !_tell) return;
+  lock.unlock();
+  _tell();
+  lock.lock();
 }
 
 void NotificationQueue::dropOldest() {
   Entry& oldest = _waiting.front();
-  if (oldest.isHeartbeat()) {
+  if (oldest.isHeartbeat) {
     settle(oldest, Fate::kGivenUp);
   } else {
     if (oldest.sequence == 0) ++_sequence;
@@ -87,9 +81,8 @@ void NotificationQueue::dropOldest() {
 }
 
 void NotificationQueue::settle(const Entry& entry, Fate fate) {
-  const auto found = _fates.find(entry.heartbeat);
-  if (found == _fates.end() || found->second != Fate::kWaiting) return;
-  found->second = fate;
+  if (!entry.isHeartbeat || _heartbeat != Fate::kWaiting) return;
+  _heartbeat = fate;
   _changed.notify_all();
 }
 
@@ -169,7 +162,7 @@ void NotificationQueue::sessionEnded() {
   if (keeps()) {
     std::move(_owed.rbegin(), _owed.rend(), std::front_inserter(_waiting));
     for (const Entry& entry : _waiting) settle(entry, Fate::kGivenUp);
-    std::erase_if(_waiting, [](const Entry& entry) { return entry.isHeartbeat(); });
+    std::erase_if(_waiting, [](const Entry& entry) { return entry.isHeartbeat; });
     while (_waiting.size() > _capacity) dropOldest();
   }
   _owed.clear();

@@ -1,5 +1,6 @@
 // Notifications on their way to the master: the backlog that waits, and what was sent and is not
-// yet acknowledged.
+// yet acknowledged. One object for the whole process, never freed. Any thread; no other lock is
+// taken while the queue's is held.
 //
 // The alarm and heartbeat threads put in; whoever holds the agent library takes out and sends. A
 // notification gets its number when it is taken for the first time or dropped, so numbers follow
@@ -11,8 +12,6 @@
 // taken in all the same and the oldest ones dropped. A heartbeat waits for its turn, holding up its
 // own thread, and is given up with the session. With a capacity of 0 nothing is kept: each
 // notification is handed to the library in its turn, which drops it where there is no session.
-//
-// Any thread. No other lock is taken while the queue's is held.
 
 #ifndef NORVA_NOTIFICATION_QUEUE_H_
 #define NORVA_NOTIFICATION_QUEUE_H_
@@ -23,9 +22,10 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <map>
+#include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 
 #include "TrapMessage.h"
 
@@ -56,18 +56,15 @@ class NotificationQueue {
   /// producer.
   void setCapacity(std::size_t capacity);
 
-  /// Puts an alarm in, waiting as said above. True when the holder of the library has to be told:
-  /// there was nothing to send before.
-  bool push(Notification notification);
+  /// `tell` is called by a producer when there is something to send and was not before, without a
+  /// lock held: the holder of the library has to know. Before any producer.
+  void onWork(std::function<void()> tell) { _tell = std::move(tell); }
 
-  struct Heartbeat {
-    std::uint32_t id;  ///< 0: there is no session, the heartbeat is given up
-    bool mustTell;     ///< as push returns
-  };
-  /// Puts a heartbeat in, waiting for room.
-  Heartbeat pushHeartbeat(Notification notification);
-  /// Waits until the heartbeat was taken or given up. True when it was taken.
-  bool wasTaken(const Heartbeat& heartbeat);
+  /// Puts an alarm in, waiting as said above. Any thread.
+  void push(Notification notification);
+  /// Puts a heartbeat in, waiting for room, and then until it was taken or given up. True when it
+  /// was taken. One thread.
+  bool pushHeartbeat(Notification notification);
 
   // For the library's holder.
 
@@ -98,10 +95,8 @@ class NotificationQueue {
   enum class Fate : std::uint8_t { kWaiting, kTaken, kGivenUp };
 
   struct Entry : Numbered {
-    std::uint32_t heartbeat = 0;  ///< its id; 0: an alarm
+    bool isHeartbeat = false;
     std::uint32_t packet = 0;
-
-    bool isHeartbeat() const { return heartbeat != 0; }
   };
 
   // All below REQUIRE the lock.
@@ -112,22 +107,23 @@ class NotificationQueue {
   bool isOutage() const;
   /// Waits until something has changed, or for `deadline`.
   void waitForChange(std::unique_lock<std::mutex>& lock, Clock::time_point deadline);
-  /// True when there is something to send and was not before.
-  bool append(Entry entry);
+  /// Drops what is too much; releases the lock to tell of it, if there was nothing to send before.
+  void append(std::unique_lock<std::mutex>& lock, Entry entry);
   void dropOldest();
+  /// What becomes of `entry`, for the producer that waits if it is a heartbeat.
   void settle(const Entry& entry, Fate fate);
   /// Wakes producers once they find more than a little room.
   void tellRoom();
   void update();
 
+  std::function<void()> _tell;
   std::mutex _mutex;                 // guards all below
   std::condition_variable _changed;  // producers wait for room, or for the fate of a heartbeat
   int _producersWaiting = 0;
   std::size_t _capacity = 1000;
   std::deque<Entry> _waiting;
   std::deque<Entry> _owed;
-  std::map<std::uint32_t, Fate> _fates;  // of heartbeats whose producers wait
-  std::uint32_t _lastHeartbeat = 0;
+  Fate _heartbeat = Fate::kTaken;  // of the last one
   std::uint32_t _sequence = 0;
   std::size_t _dropped = 0;  // since the last line about it
   bool _connected = false;

@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <utility>
@@ -21,7 +20,16 @@ constexpr std::size_t kHurry = Output::kCapacity / 4;
 /// Rounds without text after which the writer waits to be woken.
 constexpr int kQuietRounds = static_cast<int>(Output::kQuiet / Output::kDelay);
 
-void writeFormatted(const char* format, std::va_list arguments) {
+}  // namespace
+
+void Output::print(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  vprint(format, arguments);
+  va_end(arguments);
+}
+
+void Output::vprint(const char* format, std::va_list arguments) {
   std::array<char, 512> text;
   std::va_list again;
   va_copy(again, arguments);
@@ -30,28 +38,11 @@ void writeFormatted(const char* format, std::va_list arguments) {
     std::string longText(static_cast<std::size_t>(length) + 1, '\0');
     std::vsnprintf(longText.data(), longText.size(), format, again);
     longText.pop_back();
-    Output::getInstance().write(longText);
+    getInstance().write(longText);
   } else if (length > 0) {
-    Output::getInstance().write({text.data(), static_cast<std::size_t>(length)});
+    getInstance().write({text.data(), static_cast<std::size_t>(length)});
   }
   va_end(again);
-}
-
-}  // namespace
-
-void Output::print(const char* format, ...) {
-  std::va_list arguments;
-  va_start(arguments, format);
-  writeFormatted(format, arguments);
-  va_end(arguments);
-}
-
-void Trace::print(const char* format, ...) {
-  if (!enabled()) return;
-  std::va_list arguments;
-  va_start(arguments, format);
-  writeFormatted(format, arguments);
-  va_end(arguments);
 }
 
 Output& Output::getInstance() {
@@ -65,22 +56,19 @@ Output& Output::standardError() {
 }
 
 Output::Output(int fd, std::chrono::milliseconds delay)
-    : Thread(kRunning, 0, 0),
-      _fd(fd),
-      _wakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
-      _delay(delay) {
+    : _fd(fd), _wakeFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)), _delay(delay) {
   // Growing, they would leave the memory of every size that they had to the requests.
   _pending.reserve(kCapacity);
   _writing.reserve(kCapacity);
 }
 
-int Output::start() {
+void Output::start() {
   if (isatty(_fd) == 1) _delay = std::chrono::milliseconds::zero();
   _started = true;
-  if (Thread::start() == 0) return 0;
+  if (startWorker()) return;
   _started = false;
+  puts(kThreadRefused);
   _isRefused = true;
-  return -1;
 }
 
 void Output::write(std::string_view text, std::string_view end) {
@@ -111,9 +99,9 @@ void Output::write(std::string_view text, std::string_view end) {
 }
 
 void Output::waitForRoom(std::unique_lock<std::mutex>& lock, std::size_t size) {
-  ++_waiting;
+  ++_heldUp;
   _roomy.wait_for(lock, kPatience, [this, size] { return hasRoom(size) || _dropped > 0; });
-  --_waiting;
+  --_heldUp;
 }
 
 void Output::appendNotice() {
@@ -146,7 +134,7 @@ bool Output::takeAndWrite(std::unique_lock<std::mutex>& lock) {
   // What a full disk or a reader that is gone did not take counts with what had no room.
   _dropped += lost;
   _writing.clear();
-  if (_waiting > 0) _roomy.notify_all();
+  if (_heldUp > 0) _roomy.notify_all();
   return lost == 0;
 }
 

@@ -1,36 +1,32 @@
-// Standard output: everything the agent prints goes through here.
+// Standard output: everything the agent prints goes through here. Two process-wide objects, made on
+// first use and never freed; any thread may print.
 //
-// Whoever prints does not wait for the reader: the text goes into a buffer in memory, from which
-// one writer thread takes it. A live reader has it within kDelay, a terminal at once. Who prints
-// faster than the writer writes is held up, for kPatience at most and never on the main thread.
-// Then text that finds no room is dropped, from one line to a later one, without holding anybody
-// up, and a line says how many bytes that were once the reader reads again. A reader that is gone
-// costs his output only.
+// Printing does not wait for the reader: the text goes into a buffer in memory, and one writer
+// thread empties it. A live reader has the text within kDelay, a terminal at once. A thread that
+// prints faster than the writer writes is held up, by kPatience at most, the main thread never.
+// After that, text without room is dropped, from the start of one line to that of a later one,
+// without holding anybody up; once the reader reads again, a line tells how many bytes were lost.
+// A reader that is gone costs nothing but the output.
 //
-// Output is for what happens seldom: start-up, failures. Trace is for what a request, a
-// notification or a heartbeat prints while all is well, and can be switched off.
-//
-// Any thread. Printing makes no system call while output keeps coming; after kQuiet without any,
-// the next text wakes the writer.
+// Printing makes no system call while output keeps coming; after kQuiet without any, the next text
+// wakes the writer. What succeeds is printed through Trace, which can be switched off.
 
 #ifndef NORVA_OUTPUT_H_
 #define NORVA_OUTPUT_H_
 
-#include <array>
-#include <atomic>
-#include <charconv>
 #include <chrono>
 #include <condition_variable>
+#include <cstdarg>
 #include <cstddef>
 #include <mutex>
 #include <string>
 #include <string_view>
 
-#include "Thread.h"
+#include "Worker.h"
 
 namespace norva {
 
-class Output : private Thread {
+class Output : private Worker {
  public:
   static constexpr std::size_t kCapacity = 256 * 1024;  ///< bytes that may wait for the reader
   static constexpr std::chrono::milliseconds kDelay{50};
@@ -39,6 +35,7 @@ class Output : private Thread {
 
   /// As std::printf and std::puts.
   [[gnu::format(printf, 1, 2)]] static void print(const char* format, ...);
+  [[gnu::format(printf, 1, 0)]] static void vprint(const char* format, std::va_list arguments);
   static void puts(std::string_view line) { getInstance().write(line, "\n"); }
 
   /// The process-wide instances: standard output, and standard error for what the library logs.
@@ -48,9 +45,9 @@ class Output : private Thread {
   /// Writes to `fd`, at the latest `delay` after the text was printed.
   explicit Output(int fd, std::chrono::milliseconds delay = kDelay);
 
-  /// Starts the writer. Until then what is printed waits for `drain`. Main thread, once. 0, or -1
-  /// when the system refuses a thread: whoever prints then writes himself.
-  int start() override;
+  /// Starts the writer. Until then what is printed waits for `drain`. Main thread, once. Where the
+  /// system refuses the thread, which is printed, whoever prints writes it too.
+  void start();
 
   /// The calling thread is never held up from now on.
   static void neverWait() { _mayWait = false; }
@@ -89,57 +86,13 @@ class Output : private Thread {
   std::mutex _mutex;                 // guards all below
   std::condition_variable _settled;  // drain waits for the writer
   std::condition_variable _roomy;    // printers wait for the writer
-  int _waiting = 0;                  // printers that do
+  int _heldUp = 0;                   // printers that wait
   std::string _pending;              // printed, not yet taken by the writer
   std::string _writing;              // taken by the writer; it alone changes the text
   bool _asleep = false;              // the writer waits until it is woken
   bool _lineIsOpen = false;          // what was printed last, kept or dropped, ended no line
   bool _keptLineIsOpen = false;      // the same of what was kept
   std::size_t _dropped = 0;          // bytes since the last notice
-};
-
-/// What is printed for each request, notification and heartbeat that succeeds.
-class Trace {
- public:
-  /// On from the start.
-  static void enable(bool on) { _enabled = on; }
-  static bool enabled() { return _enabled.load(std::memory_order_relaxed); }
-
-  [[gnu::format(printf, 1, 2)]] static void print(const char* format, ...);
-  static void puts(std::string_view line) {
-    if (enabled()) Output::puts(line);
-  }
-  static void write(std::string_view text) {
-    if (enabled()) Output::getInstance().write(text);
-  }
-
- private:
-  static inline std::atomic<bool> _enabled = true;
-};
-
-/// One piece of the trace, put together without the reading of a format, which would be a third of
-/// what the agent adds to a request. As std::printf's %s, %x and %d; what is beyond kSize
-/// characters is left out.
-class TraceLine {
- public:
-  static constexpr std::size_t kSize = 128;
-
-  TraceLine& text(std::string_view text) {
-    _end += text.copy(_end, static_cast<std::size_t>(_text.end() - _end));
-    return *this;
-  }
-  TraceLine& hex(unsigned number) { return append(std::to_chars(_end, _text.end(), number, 16)); }
-  TraceLine& decimal(int number) { return append(std::to_chars(_end, _text.end(), number)); }
-  void print() const { Trace::write({_text.begin(), _end}); }
-
- private:
-  TraceLine& append(std::to_chars_result written) {
-    if (written.ec == std::errc()) _end = written.ptr;
-    return *this;
-  }
-
-  std::array<char, kSize> _text;
-  char* _end = _text.begin();
 };
 
 }  // namespace norva

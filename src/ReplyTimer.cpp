@@ -8,6 +8,8 @@
 #include <random>
 #include <thread>
 
+#include "Output.h"
+
 namespace norva {
 
 namespace {
@@ -25,7 +27,7 @@ std::uint32_t now() {
 
 }  // namespace
 
-ReplyTimer::ReplyTimer(std::int32_t queueKey) : Thread(kRunning, 0, 0), _queueKey(queueKey) {
+ReplyTimer::ReplyTimer(std::int32_t queueKey) : _queueKey(queueKey) {
   std::random_device random;
   std::generate(_token.begin(), _token.end(), [&] { return static_cast<std::uint8_t>(random()); });
 }
@@ -33,7 +35,7 @@ ReplyTimer::ReplyTimer(std::int32_t queueKey) : Thread(kRunning, 0, 0), _queueKe
 void ReplyTimer::limit(std::chrono::seconds limit) {
   _begun = now();  // in front of the limit: for the wait that is under way
   _limit = static_cast<std::uint32_t>(std::chrono::milliseconds(limit).count());
-  if (isLimited()) start();
+  if (isLimited() && !startWorker()) Output::puts(kThreadRefused);
 }
 
 void ReplyTimer::begin() {

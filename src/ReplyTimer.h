@@ -1,11 +1,11 @@
-// Ends the wait for a reply of the unit that does not come.
+// Ends a wait for the unit's reply when none comes in time. Owned by the channel, for the life of
+// the process; the functions of one wait and classify are called under DataManage's mutex, so there
+// is one wait at a time.
 //
-// A wait for a message has no limit of its own, so a thread of the timer looks when the oldest wait
-// has had its time and then puts a wake-up message of our own on the reply queue. The request path
-// pays no system call for it, and no signal can come too early: a wake-up carries the number of its
-// wait, and one that arrives behind the reply is discarded with the other leftovers.
-//
-// One wait at a time: its begin, its end and classify are called under DataManage's mutex.
+// Receiving a message knows no time limit. So a thread of the timer watches the wait, and when its
+// time is up, posts a wake-up message to the reply queue. That costs the request path no system
+// call. A wake-up carries the number of its wait: one that comes too late, behind the reply, is
+// recognised and discarded with the other leftovers.
 
 #ifndef NORVA_REPLY_TIMER_H_
 #define NORVA_REPLY_TIMER_H_
@@ -16,17 +16,17 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "Thread.h"
+#include "Worker.h"
 
 namespace norva {
 
-class ReplyTimer : private Thread {
+class ReplyTimer : private Worker {
  public:
   /// `queueKey` is the key of the queue in which replies are waited for.
   explicit ReplyTimer(std::int32_t queueKey);
 
-  /// Limits every wait from now on; one that is under way has its whole time from now. Once, any
-  /// thread.
+  /// Limits every wait from now on; one that is under way has its whole time from now. A thread
+  /// that the system refuses is printed. Once, any thread.
   void limit(std::chrono::seconds limit);
   bool isLimited() const { return _limit.load(std::memory_order_relaxed) > 0; }
 

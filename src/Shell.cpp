@@ -39,7 +39,7 @@ void waitForEnd(pid_t pid) {
   }
 }
 
-/// Hands on what is read from `fd` until its end.
+/// Copies what `fd` yields to standard error, until its end.
 void passOn(int fd) {
   char text[512];
   for (ssize_t size; (size = read(fd, text, sizeof text)) > 0 || (size == -1 && errno == EINTR);) {

@@ -1,5 +1,5 @@
-// Commands run through the shell. Their standard output goes nowhere, so that a program left behind
-// in the background does not keep the agent's open. Any thread.
+// Commands run through the shell. Functions only, any thread. The standard output of a command is
+// discarded, so that a program it leaves running does not keep the agent's open.
 
 #ifndef NORVA_SHELL_H_
 #define NORVA_SHELL_H_
@@ -9,15 +9,16 @@
 
 namespace norva {
 
-/// Runs `command` to its end; what it says on standard error is passed on without waiting for the
-/// reader. No failure is reported: it shows in what the command was to do.
+/// Runs `command` and returns once it has ended. Its messages on standard error are passed on
+/// without waiting for their reader. Returns nothing: whether it worked shows in its effect.
 void runInShell(const std::string& command);
 
-/// The same for a command that ends in " &": what it leaves behind has the agent's standard error.
+/// Runs a command that ends in " &". The program left in the background writes to the agent's own
+/// standard error.
 void launchInShell(const std::string& command);
 
-/// Runs `command`, waiting no longer than `limit`; it goes on if it is not done by then. What it
-/// says is lost.
+/// Runs `command` and returns once it has ended or `limit` is over; then it runs on. Its messages
+/// on standard error are discarded.
 void runInShell(const std::string& command, std::chrono::milliseconds limit);
 
 }  // namespace norva

@@ -12,6 +12,7 @@
 #include "Settings.h"
 #include "SnmpDataBase.h"
 #include "StrictSet.h"
+#include "Trace.h"
 
 namespace norva {
 

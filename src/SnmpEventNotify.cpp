@@ -8,6 +8,7 @@
 
 #include "DataManage.h"
 #include "Output.h"
+#include "Trace.h"
 #include "TrapAlarm.h"
 
 namespace norva {

@@ -2,7 +2,8 @@
 // Interval and switch are device objects read anew in every cycle, so a manager that changes them
 // changes the heartbeat from the next cycle on. The payload is read once, at construction.
 //
-// Constructor on the main thread, `run` is the heartbeat thread's. No lock of its own.
+// Made on the main thread by start-up, never freed; `run` is the heartbeat thread's. No lock of its
+// own.
 
 #ifndef NORVA_SNMP_EVENT_NOTIFY_H_
 #define NORVA_SNMP_EVENT_NOTIFY_H_

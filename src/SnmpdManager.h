@@ -1,9 +1,9 @@
 // The master agent of the default mode: launches the system's snmpd and restarts it when its log
-// reports a duplicate registration or grows too large.
+// reports a duplicate registration or grows too large. startSnmpd runs once on the main thread,
+// before the agent attaches; the one object, which it makes and nobody frees, has two threads.
 //
-// startSnmpd runs once on the main thread, before the agent attaches. Two supervisor threads run
-// the same loop on one object; a lock around the restart and a second look at the log make one
-// restart of one finding. snmpd is not stopped when the agent ends.
+// Both run the same loop; a lock around the restart and a second look at the log make one restart
+// of one finding. snmpd is not stopped when the agent ends.
 
 #ifndef NORVA_SNMPD_MANAGER_H_
 #define NORVA_SNMPD_MANAGER_H_

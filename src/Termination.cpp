@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "AgentLibrary.h"
-#include "LibraryGate.h"
 #include "MasterSession.h"
 #include "Output.h"
 #include "Shell.h"
@@ -34,11 +33,6 @@ void waitFor(sem_t& semaphore) {
   }
 }
 
-void shutDownLibrary(const LibraryGate::Loan& loan, const char* name) {
-  MasterSession::cut(loan);
-  snmp_shutdown(name);
-}
-
 }  // namespace
 
 Termination* Termination::_instance = nullptr;
@@ -49,7 +43,7 @@ void Termination::beforeStartUp() {
   signal(SIGTERM, [](int) { _exit(128 + SIGTERM); });
 }
 
-Termination::Watchdog::Watchdog() : Thread(kRunning, 0, 0) {
+Termination::Watchdog::Watchdog() {
   sem_init(&_armed, 0, 0);
 }
 
@@ -59,15 +53,15 @@ void Termination::Watchdog::run() {
   killAll();
 }
 
-Termination::Termination() : Thread(kRunning, 0, 0) {
+Termination::Termination() {
   sem_init(&_requested, 0, 0);
 }
 
 bool Termination::prepare() {
-  if (_instance->_watchdog.start() != 0 || _instance->start() != 0) return false;
-  _instance->_watchdog.markRunning();
-  _instance->markRunning();
-  return true;
+  LibraryGate::getInstance().add(*_instance);
+  if (_instance->_watchdog.start() && _instance->startWorker()) return true;
+  Output::puts(kThreadRefused);
+  return false;
 }
 
 void Termination::handler(int signalNumber) {
@@ -81,11 +75,39 @@ void Termination::run() {
   waitFor(_requested);
   _watchdog.arm();
   Output::puts("get SIGNUM!");
-  const LibraryGate::Loan loan(LibraryGate::getInstance(), kGateLimit);
-  if (loan.held()) shutDownLibrary(loan, agentXName);
+  askForShutdown();
   Output::getInstance().drain(kOutputLimit);
   Output::standardError().drain(kOutputLimit);
   killAll();
+}
+
+void Termination::askForShutdown() {
+  _shutdown = Shutdown::kAsked;
+  LibraryGate::getInstance().announce();
+  std::unique_lock lock(_mutex);
+  const auto isDone = [this] { return _shutdown == Shutdown::kDone; };
+  if (_isDone.wait_for(lock, kShutdownLimit, isDone)) return;
+  if (_shutdown == Shutdown::kBegun) {
+    _isDone.wait(lock, isDone);
+  } else {
+    _shutdown = Shutdown::kNotAsked;
+  }
+}
+
+void Termination::perform(std::size_t) {
+  {
+    const std::lock_guard lock(_mutex);
+    if (!hasWork()) return;
+    _shutdown = Shutdown::kBegun;
+  }
+  MasterSession::cut();
+  snmp_shutdown(agentXName);
+  {
+    const std::lock_guard lock(_mutex);
+    _shutdown = Shutdown::kDone;
+    _isDone.notify_one();
+  }
+  for (;;) pause();  // there is no library left to serve with
 }
 
 }  // namespace norva

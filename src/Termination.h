@@ -1,28 +1,33 @@
 // The end of the process on SIGTERM: "get SIGNUM!", shutdown of the agent library, then killall of
-// every process of the agent's name, its own included.
+// every process of the agent's name, its own included. One object, made on the main thread and
+// never freed; two threads of its own, the second being the watchdog.
 //
-// The signal handler itself only wakes this thread: shutting the library down inside a handler that
-// interrupted the library hangs, and takes the master agent with it. The thread takes the library
-// gate with a bounded wait and leaves the shutdown out when a request is in the middle of a device
-// round trip that does not end in that time. A second thread, the watchdog, runs the killall in any
-// case after kLimit, whatever the first one waits for. The killall itself is given a second, then
-// the process ends without it. Signals are not blocked for this: programs started through the shell
-// would inherit the mask.
+// The signal handler only wakes the first thread: shutting the library down inside a handler that
+// interrupted the library hangs, and takes the master agent with it. The thread announces the
+// shutdown at the library gate; the main thread does it between two requests and serves no more.
+// It is left out when a request is in the middle of a device round trip that does not end within
+// kShutdownLimit. The watchdog runs the killall in any case after kLimit, whatever the first thread
+// waits for. The killall itself is given a second, then the process ends without it. Signals are
+// not blocked for this: programs started through the shell would inherit the mask.
 
 #ifndef NORVA_TERMINATION_H_
 #define NORVA_TERMINATION_H_
 
 #include <semaphore.h>
 
+#include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <mutex>
 
-#include "Thread.h"
+#include "LibraryGate.h"
+#include "Worker.h"
 
 namespace norva {
 
-class Termination : public Thread {
+class Termination : private Worker, private LibraryWork {
  public:
-  static constexpr std::chrono::milliseconds kGateLimit{1000};
+  static constexpr std::chrono::milliseconds kShutdownLimit{1000};
   static constexpr std::chrono::seconds kLimit{3};
 
   /// Name under which the library's shutdown keeps its persistent data. Null unless the agent only
@@ -34,33 +39,46 @@ class Termination : public Thread {
   /// other is started: each of them may be the one that the signal interrupts.
   static void beforeStartUp();
 
-  /// Starts the two threads, after beforeStartUp(). False when the system refuses them; `handler`
-  /// is not to be installed then. Main thread, once.
+  /// Starts the two threads, after beforeStartUp(). False when the system refuses them, which is
+  /// printed; `handler` is not to be installed then. Main thread, once, before requests are served.
   static bool prepare();
 
   /// For signal(): wakes the termination thread for SIGTERM, SIGINT and SIGKILL, ignores others.
   /// Async-signal-safe; any thread.
   static void handler(int signalNumber);
 
-  void run() override;
-
  private:
-  class Watchdog : public Thread {
+  class Watchdog : public Worker {
    public:
     Watchdog();
-    void run() override;
+    bool start() { return startWorker(); }
     void arm() { sem_post(&_armed); }
 
    private:
+    void run() override;
+
     sem_t _armed;
   };
+  enum class Shutdown { kNotAsked, kAsked, kBegun, kDone };
 
   Termination();
+  void run() override;
+  /// Has the main thread shut the library down.
+  void askForShutdown();
+
+  // The shutdown, for the main thread between two requests.
+  bool hasWork() const override { return _shutdown == Shutdown::kAsked && !_deviceWait; }
+  void perform(std::size_t) override;
+  void deviceWait(bool begins) override { _deviceWait = begins; }
 
   static Termination* _instance;
 
   sem_t _requested;
   Watchdog _watchdog;
+  std::mutex _mutex;  // guards changes of _shutdown
+  std::condition_variable _isDone;
+  std::atomic<Shutdown> _shutdown = Shutdown::kNotAsked;
+  std::atomic<bool> _deviceWait = false;
 };
 
 }  // namespace norva

@@ -1,7 +1,8 @@
-// Base of every background activity of the process: one POSIX thread whose body is `run`.
+// Base of the alarm, heartbeat and supervisor threads: one POSIX thread whose body is `run`.
+// Objects are made and started by the main thread and live until the process ends.
 //
-// Objects are made by the main thread, started, and live until the process ends. Fields are plain
-// per-thread values without a lock, the status excepted, which the thread itself reads.
+// Fields are plain per-thread values without a lock, the status excepted, which the thread itself
+// reads. What the agent needs threads for beside, a writer or a timer, is a Worker.
 
 #ifndef NORVA_THREAD_H_
 #define NORVA_THREAD_H_

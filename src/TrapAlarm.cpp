@@ -11,11 +11,10 @@
 #include <utility>
 
 #include "DataManage.h"
-#include "LibraryGate.h"
-#include "MasterSession.h"
 #include "ObjValue.h"
 #include "Output.h"
 #include "SnmpDataBase.h"
+#include "Trace.h"
 
 namespace norva {
 
@@ -23,60 +22,6 @@ namespace {
 
 constexpr std::size_t kReceiveLimit = 1024;
 constexpr std::chrono::milliseconds kPauseAfterFailure{100};
-constexpr char kV3Context[] = "DAS_NORVA";
-
-constexpr oid kSnmpTrapOid[] = {1, 3, 6, 1, 6, 3, 1, 1, 4, 1, 0};
-
-/// Last sub-identifier of the payload objects, in the order of the bindings.
-enum PayloadObject : oid {
-  kPayloadName = 1,
-  kPayloadValue = 2,
-  kPayloadDeviceId = 3,
-  kPayloadText4 = 4,
-  kPayloadText5 = 5,
-  kPayloadText6 = 6,
-  kPayloadSequence = 7,
-};
-
-constexpr NotificationOid notificationOid(oid last) {
-  return {1, 3, 6, 1, 4, 1, 53412, 8, 2, 2, 3, 3, 1, 1, 0, last};
-}
-
-constexpr std::pair<std::int32_t, NotificationOid> kNotifications[] = {
-    {kMsgAlarm, notificationOid(96)},
-    {kMsgRuChange, notificationOid(97)},
-    {kMsgGeneralEvent, notificationOid(98)},
-    {kMsgHeartbeat, notificationOid(99)},
-};
-
-/// The bindings of one notification, freed when the object goes.
-class Bindings {
- public:
-  explicit Bindings(const NotificationOid& notification) {
-    snmp_varlist_add_variable(&_list, kSnmpTrapOid, std::size(kSnmpTrapOid), ASN_OBJECT_ID,
-                              notification.data(), sizeof notification);
-  }
-  ~Bindings() { snmp_free_varbind(_list); }
-  Bindings(const Bindings&) = delete;
-  Bindings& operator=(const Bindings&) = delete;
-
-  void add(PayloadObject object, std::string_view text) {
-    add(object, ASN_OCTET_STR, text.data(), text.size());
-  }
-  void add(PayloadObject object, std::uint32_t integer) {
-    add(object, ASN_INTEGER, &integer, sizeof integer);
-  }
-
-  netsnmp_variable_list* list() { return _list; }
-
- private:
-  void add(PayloadObject object, u_char type, const void* value, std::size_t size) {
-    const NotificationOid name = notificationOid(object);
-    snmp_varlist_add_variable(&_list, name.data(), name.size(), type, value, size);
-  }
-
-  netsnmp_variable_list* _list = nullptr;
-};
 
 /// Name of a remote-unit change. Deliberate: as many characters of the text are skipped as the
 /// three bytes add up to; beyond the text the name is empty.
@@ -97,18 +42,11 @@ void TrapAlarm::init(const SnmpDataBase& catalogue) {
   if (DataManage::getInstance()->getObjValue(kObjNotificationVersion, version) == -1) {
     Output::puts("setSnmpValue::select 0x0611 error!");
   }
-  if (version.value()[0] != 0) {
-    _trapType = kSnmpV3;
-    _sender = [](netsnmp_variable_list* list) { send_v3trap(list, kV3Context); };
-  } else {
-    _trapType = kSnmpV2c;
-    _sender = send_v2trap;
-  }
+  _trapType = version.value()[0] != 0 ? kSnmpV3 : kSnmpV2c;
   Output::print("Init _trapType is %d \n", _trapType);
 
   _queueId = msgget(_queueKey, IPC_CREAT | 0666);
   if (_queueId == -1) Output::puts("Trap::Trap  create msg error");
-  _typeMap.insert(std::begin(kNotifications), std::end(kNotifications));
 }
 
 void TrapAlarm::run() {
@@ -166,42 +104,15 @@ void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string
 
 bool TrapAlarm::sendTrap(const TrapMessage& trapMessage, const std::string& name,
                          const std::string& value, Origin origin) {
-  if (_typeMap.count(trapMessage.msgType()) == 0) {
+  if (!trapMessage.hasKnownType()) {
     Output::print("TrapAlarm::sendTrap no notification for msgType %d\n", trapMessage.msgType());
     return false;
   }
   Trace::print("TrapAlarm::sendTrap trapmsg.deviceId=%d\nstring is %s \nstring is %s \n",
                trapMessage.deviceId(), name.c_str(), value.c_str());
-  if (origin == Origin::kUnit) {
-    if (_queue.push({trapMessage, name, value})) LibraryGate::getInstance().announce();
-    return true;
-  }
-  const auto heartbeat = _queue.pushHeartbeat({trapMessage, name, value});
-  if (heartbeat.mustTell) LibraryGate::getInstance().announce();
-  return _queue.wasTaken(heartbeat);
-}
-
-void TrapAlarm::perform(std::size_t most) {
-  for (; most > 0 && _queue.hasWork(); --most) {
-    const NotificationQueue::Numbered* next = _queue.take();
-    if (next == nullptr) return;
-    send(next->notification, next->sequence);
-    _queue.sent(MasterSession::lastNotification());
-  }
-}
-
-void TrapAlarm::send(const Notification& notification, std::uint32_t sequence) {
-  const TrapMessage& message = notification.message;
-  Bindings bindings(_typeMap.at(message.msgType()));
-  bindings.add(kPayloadName, notification.name);
-  bindings.add(kPayloadValue, notification.value);
-  bindings.add(kPayloadDeviceId, message.deviceId());
-  // Deliberate: the record keeps the sixth text before the fifth.
-  bindings.add(kPayloadText4, message.text(TrapMessage::kText4));
-  bindings.add(kPayloadText5, message.text(TrapMessage::kText5));
-  bindings.add(kPayloadText6, message.text(TrapMessage::kText6));
-  bindings.add(kPayloadSequence, sequence);
-  _sender(bindings.list());
+  if (origin == Origin::kAgent) return _queue.pushHeartbeat({trapMessage, name, value});
+  _queue.push({trapMessage, name, value});
+  return true;
 }
 
 }  // namespace norva

@@ -1,5 +1,6 @@
 // The trap message record: one event of the unit (alarm, remote-unit change, general event) or a
-// heartbeat. 213 packed bytes, integers big-endian on every host. A plain value type.
+// heartbeat. 213 packed bytes, integers big-endian on every host. A plain value type: it belongs to
+// whoever holds it, on one thread at a time.
 
 #ifndef NORVA_TRAP_MESSAGE_H_
 #define NORVA_TRAP_MESSAGE_H_
@@ -40,6 +41,8 @@ class TrapMessage {
   }
 
   std::int32_t msgType() const { return static_cast<std::int32_t>(loadBe32(bytes_.data())); }
+  /// True when there is a notification for messages of its type.
+  bool hasKnownType() const { return msgType() >= kMsgAlarm && msgType() <= kMsgHeartbeat; }
   void setMsgType(std::int32_t msgType) {
     storeBe32(bytes_.data(), static_cast<std::uint32_t>(msgType));
   }

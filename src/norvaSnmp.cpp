@@ -18,12 +18,14 @@
 #include "MasterAgent.h"
 #include "MasterSession.h"
 #include "NotificationQueue.h"
+#include "NotificationSender.h"
 #include "ObjectAccess.h"
 #include "Output.h"
 #include "Settings.h"
 #include "SnmpEventNotify.h"
 #include "SnmpdManager.h"
 #include "Termination.h"
+#include "Trace.h"
 #include "TrapAlarm.h"
 
 namespace norva {
@@ -165,7 +167,7 @@ void routeLibraryLog() {
 
 /// Lets the library set up its MIB tree without any MIB text, which an agent does not need:
 /// start-up is faster and standard error quiet. The environment is put back, as the master agent
-/// may be launched with it. Before any other thread exists.
+/// may be launched with it. While no other thread reads the environment.
 void initMibWithoutText() {
   const char* value = std::getenv("MIBS");
   const std::optional<std::string> mibs = value ? std::optional<std::string>(value) : std::nullopt;
@@ -202,7 +204,9 @@ void startNotifications() {
   queue.setCapacity(Settings::get().backlog);
   auto* alarmThread = new TrapAlarm("TrapAlarm", queue);
   alarmThread->init(*MasterAgent::catalogue());
-  LibraryGate::getInstance().setWork(alarmThread);
+  const bool withContext = alarmThread->trapType() == TrapAlarm::kSnmpV3;
+  LibraryGate::getInstance().add(*new NotificationSender(queue, withContext));
+  queue.onWork([] { LibraryGate::getInstance().announce(); });
   alarmThread->start();
   alarmThread->markRunning();
   auto* heartbeatThread = new SnmpEventNotify("SnmpEventNotify ", alarmThread);

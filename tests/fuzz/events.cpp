@@ -9,6 +9,7 @@
 #include "DataManage.h"
 #include "Fuzz.h"
 #include "NotificationQueue.h"
+#include "NotificationSender.h"
 #include "SnmpDataBase.h"
 #include "TrapAlarm.h"
 
@@ -107,6 +108,7 @@ void run(Input input) {
   notifications.sessionStarted();
   TrapAlarm alarm("fuzz", notifications);
   alarm.init(*catalogue);
+  NotificationSender sender(notifications, alarm.trapType() == TrapAlarm::kSnmpV3);
 
   std::vector<Sent> due;
   std::deque<Bytes>& messages = queues.waiting[kAlarmQueueKey];
@@ -121,7 +123,7 @@ void run(Input input) {
     alarm.run();
   } catch (const Exhausted&) {
   }
-  alarm.perform(1000);
+  sender.perform(1000);
   MUST(sent == due);
 }
 

@@ -14,6 +14,7 @@
 #include "Output.h"
 #include "Presentation.h"
 #include "SnmpDataBase.h"
+#include "Trace.h"
 
 namespace norva::fuzz {
 namespace {

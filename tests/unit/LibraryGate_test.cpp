@@ -19,7 +19,7 @@ constexpr milliseconds kPatience(10000);
 constexpr milliseconds kGrace(30);
 
 struct CountedWork : LibraryWork {
-  bool isWaiting() const override { return waiting > 0; }
+  bool hasWork() const override { return waiting > 0; }
   void perform(std::size_t most) override {
     begun = true;
     std::this_thread::sleep_for(duration);
@@ -40,7 +40,7 @@ class LibraryGateTest : public testing::Test {
   LibraryGateTest() {
     EXPECT_EQ(gate.open(), 0);
     wakeFd = external_readfd[external_readfdlen - 1];
-    gate.setWork(&work);
+    gate.add(work);
   }
   ~LibraryGateTest() override {
     unregister_readfd(wakeFd);
@@ -111,25 +111,6 @@ TEST_F(LibraryGateTest, WorkIsNeverLeftBehindAtTheEdgesOfADeviceWait) {
   EXPECT_TRUE(work.waiting == 0 || announced());
   gate.performWork(kRounds);
   EXPECT_EQ(work.done, kRounds);
-}
-
-TEST_F(LibraryGateTest, ALoanIsGivenOnlyBetweenRequests) {
-  std::atomic<bool> held = true;
-  const auto borrowWithin = [&](milliseconds limit) {
-    return std::jthread([&, limit] { held = LibraryGate::Loan(gate, limit).held(); });
-  };
-  {
-    const LibraryGate::DeviceWait wait(gate);
-    borrowWithin(kGrace).join();
-    EXPECT_FALSE(held);
-  }
-  gate.lendOnce();  // returns at once: the borrower has given up
-  {
-    const std::jthread borrower = borrowWithin(kPatience);
-    ASSERT_TRUE(announced(kPatience));
-    callBack();
-  }
-  EXPECT_TRUE(held);
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 
+#include <memory>
+
 #include "AgentLibrary.h"
 #include "NotificationQueue.h"
 #include "TestSupport.h"
@@ -11,8 +13,10 @@ namespace {
 
 /// The library's part is played: a session of any kind, and the callbacks that tell of it.
 TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
-  static auto* const queue = new NotificationQueue;  // the library's callbacks keep it
+  static std::unique_ptr<NotificationQueue> kept;  // the library's callbacks use it
+  auto* const queue = new NotificationQueue;
   MasterSession::follow(*queue);
+  kept.reset(queue);
   netsnmp_session wanted;
   snmp_sess_init(&wanted);
   std::string peer = "udp:127.0.0.1:9";

@@ -15,7 +15,7 @@ class OutputTest : public testing::Test {
     EXPECT_EQ(pipe2(ends, O_NONBLOCK), 0);
     // As a descriptor that is shared with a program that made it so: not blocking.
     output = new Output(ends[1], std::chrono::milliseconds(1));  // its writer never ends
-    EXPECT_EQ(output->start(), 0);
+    output->start();
   }
   ~OutputTest() override { close(ends[0]); }
 
