@@ -6,17 +6,13 @@ import subprocess
 import time
 from pathlib import Path
 
-from world import World, cell_row, empty_schema, scalar_row, wait_until
+from world import Failure, World, cell_row, empty_schema, scalar_row, wait_until
 
 INTEGER, TEXT = 2, 4
 SLICED = ["get", "get10", "get-eight", "walk", "bulk", "set-scalar", "set-cell"]
 # Of what is counted and not timed: so many for each millisecond of a slice.
 COUNTED = {"notify": 8, "single": 2}
 CASES = [*SLICED, *COUNTED]
-
-
-class Failure(Exception):
-    pass
 
 
 def _mapping():

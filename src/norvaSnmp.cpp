@@ -27,6 +27,7 @@
 #include "Termination.h"
 #include "Trace.h"
 #include "TrapAlarm.h"
+#include "Version.h"
 
 namespace norva {
 namespace {
@@ -85,7 +86,7 @@ void printUsage(const char* program) {
 void handleLongOption(const char* text, const char* program) {
   if (strcasecmp(text, "help") == 0) exitWithUsage(program);
   if (strcasecmp(text, "version") == 0) {
-    Output::puts("norvaSnmp version:  1.0.0");
+    Output::print("norvaSnmp version:  %s\n", kVersion);
     exitWith(0);
   }
 }

@@ -1,6 +1,10 @@
 """Options, validation and exit statuses, with the exact texts."""
 
+import re
+
 import pytest
+
+from world import SOURCE
 
 USAGE = """
 Usage:  {program} [OPTIONS] [LISTENING ADDRESSES]
@@ -18,7 +22,8 @@ Usage:  {program} [OPTIONS] [LISTENING ADDRESSES]
   --version\t\tShow norvaSnmp version.
 
 """
-VERSION = "norvaSnmp version:  1.0.0\n"
+VERSION = "norvaSnmp version:  {}\n".format(
+    re.search(r"\((.*)\)", (SOURCE / "debian/changelog").read_text())[1])
 ERROR_OPTION = "{program}: error option\n" + USAGE
 NO_DATABASE = "\nerror: no database path.\n" + USAGE
 

@@ -4,16 +4,12 @@ import html
 import re
 import signal
 import subprocess
-import sys
-import tempfile
 
 import pytest
 
+from browser import browse
 from fleet import ALERTMANAGER, Fleet
 from world import SOURCE, WorldError, scalar_row, wait_until
-
-sys.path.insert(0, str(SOURCE / "scripts"))
-from demo_monitor import CHROMIUM  # noqa: E402
 
 MONITORING = SOURCE / "monitoring"
 # The numbers of the units; those by v2c are odd.
@@ -66,10 +62,7 @@ def page(fleet, name):
 
 def load(fleet, name):
     """Nothing where a busy machine was too slow for the page's script."""
-    with tempfile.TemporaryDirectory() as profile:
-        shown = subprocess.run(
-            [*CHROMIUM, f"--user-data-dir={profile}", "--dump-dom", f"{fleet.address}/consoles/{name}"],
-            capture_output=True, text=True, timeout=90, check=True).stdout
+    shown = browse(f"{fleet.address}/consoles/{name}", "--dump-dom")
     return shown if 'data-ready="yes"' in shown or "unit.html?instance=" not in name else None
 
 

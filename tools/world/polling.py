@@ -13,15 +13,20 @@ MANAGERS = [
     " ".join([_GET, *[f"{ROOT}.10.{1 + n % 2}.1.{2 + n % 7}.{n + 1}.0" for n in range(10)]]),
 ]
 
-# A line for every answer that is the same as the first one; any other one as it is.
+# A line for every answer: "other" behind its lines, "same" for one that is as the last one was.
 _LOOP = """
-first=$($1 2>&1) || first=
-echo "$first" >$2.first
+last=
 while [ ! -e stop-polling ]; do
   answer=$($1 2>&1)
-  if [ "$answer" = "$first" ]; then echo same; else echo "$answer"; fi
+  if [ "$answer" = "$last" ]; then echo same; else echo "$answer"; echo other; last=$answer; fi
+  [ "$2" = 0 ] || sleep "$2"
 done
 """
+
+
+def poll(world, name, command, pause=0):
+    """Starts a manager that asks again and again; the program, whose output is as _LOOP says."""
+    return world.spawn(name, ["sh", "-c", _LOOP, "sh", command, str(pause)])
 
 
 class Polling:
@@ -33,23 +38,31 @@ class Polling:
         self._wrong = wrong
         # The master gets the agent's objects one after the other, in their order.
         wait_until(lambda: world.get(last)[0].type == "INTEGER", 30, "the last object")
-        self._loops = [world.spawn(f"poll-{number}", ["sh", "-c", _LOOP, "sh", manager,
-                                                      f"poll-{number}"])
+        self._loops = [poll(world, f"poll-{number}", manager)
                        for number, manager in enumerate(managers)]
-        wait_until(lambda: min(self.answers()) > 0, 60, "answers to all managers")
+        wait_until(lambda: min(self.answers()) > 1, 60, "answers to all managers")
 
     def answers(self):
         """How often each manager got the same answer."""
-        lines = [loop.output().splitlines() for loop in self._loops]
-        wrong = [line for log in lines for line in log if line != "same" and self._wrong(line)]
-        assert not wrong, wrong[:10]
-        return [log.count("same") for log in lines]
+        return [self._count(loop.output()) for loop in self._loops]
+
+    def _count(self, log):
+        """How many answers are the first one."""
+        count, first, last, lines = 0, None, None, []
+        for line in log.splitlines():
+            if line not in ("same", "other"):
+                lines.append(line)
+                continue
+            last, lines = last if line == "same" else lines, []
+            first = first or last
+            count += last == first
+            wrong = [line for line in last if last != first and self._wrong(line)]
+            assert not wrong, wrong[:10]
+        assert first is None or first[0].startswith(ROOT), first
+        return count
 
     def stop(self):
         """How often each manager was answered in all."""
         (self._world.directory / "stop-polling").touch()
         assert [loop.wait(30) for loop in self._loops] == [0] * len(self._loops)
-        for number in range(len(self._loops)):
-            first = (self._world.directory / f"poll-{number}.first").read_text()
-            assert first.startswith(ROOT), first
         return self.answers()

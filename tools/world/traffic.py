@@ -4,22 +4,9 @@ unit that posts alarms. What is answered is checked by value, whatever happens t
 import threading
 from collections import Counter
 
-from world import (ALARM_OBJECT, ROOT, SnmpError, WorldError, cell_row, parse_varbinds,
+from polling import poll
+from world import (ALARM_OBJECT, ROOT, Failure, SnmpError, WorldError, cell_row, parse_varbinds,
                    scalar_row)
-
-# A line for every answer: "other" behind its lines, "same" for one that is as the last one was.
-LOOP = """
-last=
-while [ ! -e stop-managers ]; do
-  answer=$($1 2>&1)
-  if [ "$answer" = "$last" ]; then echo same; else echo "$answer"; echo other; last=$answer; fi
-  sleep $2
-done
-"""
-
-
-class Failure(Exception):
-    pass
 
 
 class Objects:
@@ -97,7 +84,6 @@ class Managers:
         """"whole" and "partial" answers of all."""
         return sum((loop.counts for loop in self._loops), Counter())
 
-
     def served(self):
         """Whether each has got whole answers."""
         return all(loop.counts["whole"] for loop in self._loops)
@@ -106,8 +92,7 @@ class Managers:
 class _Manager:
     def __init__(self, world, number, command, whole, pause):
         self._number, self._whole = number, whole
-        self._process = world.spawn(f"manager-{number}",
-                                    ["sh", "-c", LOOP, "sh", command, str(pause)])
+        self._process = poll(world, f"manager-{number}", command, pause)
         self._log = open(world.directory / f"manager-{number}.log")
         self._rest = ""
         self._right = 0  # varbinds of the answer that is being read

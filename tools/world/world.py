@@ -1,5 +1,4 @@
-"""A private world for the agent: the simulated unit, a real snmpd as AgentX master, the agent, and
-the SNMP manager's commands.
+"""A private world for the agent: the simulated unit, a real snmpd as AgentX master, the agent.
 
 All of it runs in IPC, PID, mount and network namespaces of its own, as root or, through a user
 namespace, as an ordinary user. The agent kills every process of its name when it ends and talks
@@ -20,8 +19,9 @@ import time
 from collections import namedtuple
 from pathlib import Path
 
+from manager import ROOT, Failure, Manager, SnmpError, Varbind, parse_varbinds  # noqa: F401, for users
+
 SOURCE = Path(__file__).resolve().parents[2]
-ROOT = ".1.3.6.1.4.1.53412.8.2.2.4"
 SYS_UPTIME = ".1.3.6.1.2.1.1.3.0"
 ALARM_OBJECT = "0x0403"  # of the sample and of whoever floods
 
@@ -34,7 +34,6 @@ _QUIET_HEARTBEAT = "0x0ffa unsigned 1 rw 255\n0x0ffb unsigned 1 rw 0\n"
 # No file that a program writes gets larger than this many bytes.
 _FILE_LIMIT = 100_000_000
 
-Varbind = namedtuple("Varbind", "oid type value")
 Frame = namedtuple("Frame", "direction bytes")
 
 # The arguments are the work directory, the build directory and the directories to cover with an
@@ -62,18 +61,8 @@ exec env --ignore-signal=CHLD cat
 """
 
 
-class WorldError(Exception):
+class WorldError(Failure):
     """The world could not be made, or something expected in it did not come in time."""
-
-
-class SnmpError(Exception):
-    """A manager's command failed. `reason` is the error status, "timeout", or the whole text."""
-
-    def __init__(self, text):
-        super().__init__(text.strip())
-        status = re.search(r"^Reason: \(?(\w+)", text, re.M)
-        no_answer = text.startswith("Timeout")
-        self.reason = status.group(1) if status else "timeout" if no_answer else text.strip()
 
 
 def wait_until(condition, timeout=10, what="condition"):
@@ -158,7 +147,7 @@ class Process:
         wait_until(ended, 60, "a program's end with its world")
 
 
-class World:
+class World(Manager):
     """See the module. Use it as a context manager, or call close()."""
 
     def __init__(self, build=None, cover=(), network=None, address="127.0.0.1:1161"):
@@ -167,7 +156,7 @@ class World:
         `network`: another world, which outlives this one, to share the network of.
         `address`: where the master listens."""
         build = Path(build or os.environ.get("NORVA_BUILD") or SOURCE / "build/dev").resolve()
-        self.directory = Path(tempfile.mkdtemp(prefix="norva-", dir="/tmp"))
+        self.directory = Path(tempfile.mkdtemp(prefix="norva-"))
         self.build = self.directory / "build"
         self.socket = self.directory / "master.sock"
         self.database = self.directory / "mapping.db"
@@ -389,49 +378,3 @@ class World:
         rows = database.execute(f"SELECT * FROM {SCALARS}").fetchall()
         database.close()
         return {row[11]: (".".join([ROOT, *row[5:9], "0"]), row) for row in rows}
-
-    # The manager
-
-    def snmp(self, tool, *args, community="public", timeout=10):
-        """Runs a command of the `snmp` package; the varbinds it printed. One try of `timeout` s."""
-        result = self.run(tool, "-v2c", "-c", community, "-Onx", "-r0", f"-t{timeout}",
-                          self.address, *map(str, args), timeout=timeout + 60)
-        if result.returncode != 0:
-            raise SnmpError(result.stderr or result.stdout)
-        return parse_varbinds(result.stdout)
-
-    def get(self, *oids, **options):
-        return self.snmp("snmpget", *oids, **options)
-
-    def getnext(self, *oids, **options):
-        return self.snmp("snmpgetnext", *oids, **options)
-
-    def walk(self, oid=ROOT, **options):
-        return self.snmp("snmpwalk", oid, **options)
-
-    def bulkwalk(self, oid=ROOT, **options):
-        return self.snmp("snmpbulkwalk", oid, **options)
-
-    def set(self, *assignments, **options):
-        """`assignments`: OID, type letter and value in turn, as snmpset takes them."""
-        return self.snmp("snmpset", *assignments, community="private", **options)
-
-
-def parse_varbinds(text):
-    """The varbinds of a manager's output with numeric OIDs and texts in hexadecimal."""
-    varbinds = []
-    for entry in re.split(r"\n(?=\.)", text.strip()):
-        oid, _, rest = entry.partition(" = ")
-        type_, _, value = rest.partition(": ")
-        if rest.startswith("No "):
-            type_ = {"Such Object": "noSuchObject", "Such Instance": "noSuchInstance",
-                     "more variables": "endOfMibView"}[" ".join(rest.split()[1:3])]
-            value = None
-        elif rest == '""':
-            type_, value = "STRING", ""
-        elif type_ == "Hex-STRING":
-            type_, value = "STRING", bytes.fromhex(value).decode("latin-1")
-        elif type_ == "INTEGER":
-            value = int(value)
-        varbinds.append(Varbind(oid, type_, value))
-    return varbinds

@@ -1,52 +1,30 @@
-"""The steps of the demonstration; scripts/demo runs them. Ends with status 0 if every step had the
-expected result. A step is one function below: what it shows, then what must hold."""
+"""The steps of the demonstration with one unit."""
 
 import re
 import signal
 import subprocess
-import sys
-from pathlib import Path
 
-SOURCE = Path(__file__).resolve().parents[1]
-sys.path.insert(0, str(SOURCE / "tools/world"))
-sys.dont_write_bytecode = True
-
-from default_world import LOG, DefaultWorld  # noqa: E402
-from receiver import V2C_SINK, Receiver  # noqa: E402
-from world import ROOT, World, WorldError  # noqa: E402
+from default_world import LOG, DefaultWorld
+from receiver import V2C_SINK, Receiver
+from world import ROOT, SOURCE, World
 
 UNITS = ROOT + ".10.1.1"
 READ = ["-v2c", "-c", "public", "-On", "127.0.0.1:1161"]
 WRITE = ["-v2c", "-c", "private", "-On", "127.0.0.1:1161"]
 
 
-class Demo:
-    def __init__(self, world):
-        self.world = world
-        self.scalars = world.scalars()
-        self.failures = 0
-        self.number = 0
+def oid(demo, name):
+    return demo.scalars[name][0]
 
-    def oid(self, name):
-        return self.scalars[name][0]
 
-    def say(self, text):
-        self.number += 1
-        print(f"\n{self.number}. {text}", flush=True)
-
-    def show(self, *command):
-        """Runs a manager's command; shows it with its output, and returns the output."""
-        print("   $ " + " ".join(command))
-        result = self.world.run(*command)
-        output = result.stdout + result.stderr
-        for line in output.splitlines():
-            print("   " + line)
-        return output
-
-    def expect(self, holds, what):
-        if not holds:
-            self.failures += 1
-            print(f"   NOT AS EXPECTED: {what}")
+def show(demo, *command):
+    """Runs a manager's command; shows it with its output, and returns the output."""
+    print("   $ " + " ".join(command))
+    result = demo.world.run(*command)
+    output = result.stdout + result.stderr
+    for line in output.splitlines():
+        print("   " + line)
+    return output
 
 
 def start(demo):
@@ -65,10 +43,10 @@ def walk(demo):
              "now; its name comes from the module that norvamap makes of the mapping database.")
     print("   $ norvamap mib mapping.db --names names.yaml > mibs/NORVA-MIB.txt")
     demo.world.inside(f"mkdir mibs; norvamap mib mapping.db --names {SOURCE}/data/names.yaml "
-                    "> mibs/NORVA-MIB.txt")
+                      "> mibs/NORVA-MIB.txt")
     demo.world.environment["MIBDIRS"] = f"mibs:{SOURCE}/mibs:{SOURCE}/mibs/base"
-    lines = demo.show("snmpwalk", "-m", "NORVA-MIB:NORVA-NOTIFY-MIB:SNMPv2-MIB",
-                      *READ[:-2], READ[-1], "NORVA-MIB::norvaMIB.1").splitlines()
+    lines = show(demo, "snmpwalk", "-m", "NORVA-MIB:NORVA-NOTIFY-MIB:SNMPv2-MIB",
+                 *READ[:-2], READ[-1], "NORVA-MIB::norvaMIB.1").splitlines()
     demo.expect(len(lines) == len(demo.scalars), f"{len(demo.scalars)} scalars, got {len(lines)}")
     demo.expect(all(re.match(r"NORVA-MIB::[a-z]\w+\.0 = (INTEGER|STRING): ", line)
                     for line in lines), "every scalar has a name and is a number or a text")
@@ -78,7 +56,7 @@ def check(demo):
     demo.say("What the mapping database makes of the unit, asked before it is served: norvamap "
              "finds no error, and four things to think about.")
     demo.world.environment["PATH"] += f":{demo.world.build}/tools/norvamap"
-    output = demo.show("norvamap", "check", "mapping.db", "--objects", "unit.objects")
+    output = show(demo, "norvamap", "check", "mapping.db", "--objects", "unit.objects")
     demo.expect(output.count(": warning: ") == 4 and ": error: " not in output, "four warnings")
 
 
@@ -103,17 +81,17 @@ def get_each_kind(demo):
         "Local Date And Time": r'STRING: "\d+:\d+:\d+ \d+/\d+/\d+"',
         "Link Error Count": f"INTEGER: {0x5678}",
     }
-    output = demo.show("snmpget", *READ, *map(demo.oid, wanted))
+    output = show(demo, "snmpget", *READ, *[oid(demo, name) for name in wanted])
     for name, value in wanted.items():
-        demo.expect(re.search(re.escape(demo.oid(name)) + " = " + value, output),
+        demo.expect(re.search(re.escape(oid(demo, name)) + " = " + value, output),
                     f"{name} is {value}")
 
 
 def set_and_get(demo):
     demo.say("A SET of the downlink attenuation to 14 dB and the GET after it; the unit holds it.")
-    oid = demo.oid("Downlink Attenuation")
-    demo.expect("INTEGER: 14" in demo.show("snmpset", *WRITE, oid, "i", "14"), "SET accepted")
-    demo.expect("INTEGER: 14" in demo.show("snmpget", *READ, oid), "GET answers 14")
+    downlink = oid(demo, "Downlink Attenuation")
+    demo.expect("INTEGER: 14" in show(demo, "snmpset", *WRITE, downlink, "i", "14"), "SET accepted")
+    demo.expect("INTEGER: 14" in show(demo, "snmpget", *READ, downlink), "GET answers 14")
     demo.expect(demo.world.held(0x0502)[-1] == 14, "the unit holds 14")
 
 
@@ -128,7 +106,7 @@ def frames(demo):
 def refused_set(demo):
     demo.say("A SET on a read-only object is refused, and the unit does not hear of it.")
     sets = demo.world.ctl("stats")
-    output = demo.show("snmpset", *WRITE, demo.oid("Board Temperature"), "i", "20")
+    output = show(demo, "snmpset", *WRITE, oid(demo, "Board Temperature"), "i", "20")
     demo.expect("notWritable" in output, "notWritable")
     demo.expect(re.findall(r"^sets .*", sets, re.M) ==
                 re.findall(r"^sets .*", demo.world.ctl("stats"), re.M), "no set request")
@@ -153,7 +131,7 @@ def table(demo):
 def set_cell(demo):
     demo.say("A SET on a cell: the label of remote unit 2, and what the unit got of it.")
     cell = f"{UNITS}.8.2.0"
-    demo.expect('STRING: "Gate B7"' in demo.show("snmpset", *WRITE, cell, "s", "Gate B7"),
+    demo.expect('STRING: "Gate B7"' in show(demo, "snmpset", *WRITE, cell, "s", "Gate B7"),
                 "SET accepted")
     print("   $ dasunit ctl get 0x10c1\n   " + demo.world.ctl("get", "0x10c1").strip())
     demo.expect(demo.world.held(0x10c1)[-1] == "Gate B7", "the unit holds the label")
@@ -190,7 +168,7 @@ def read_as_shipped(demo):
     v3 = ["-v3", "-u", "norva", "-l", "authPriv", "-a", "SHA", "-A", "change-this-auth-phrase",
           "-x", "AES", "-X", "change-this-priv-phrase", "-On", "127.0.0.1:1161"]
     for options in (READ, v3):
-        output = demo.show("snmpget", *options, demo.oid("Software Version"))
+        output = show(demo, "snmpget", *options, oid(demo, "Software Version"))
         demo.expect("NDAS 4.2.1" in output, "the unit's software version")
 
 
@@ -201,14 +179,14 @@ def restart(demo):
     demo.world.inside(f"echo 'duplicate registration' >> {LOG}")
     demo.world.wait_restarted(before)
     print(f"   snmpd was process {before[0]}, is {demo.world.masters()[0]}")
-    demo.expect("NDAS" in demo.show("snmpget", *READ, demo.oid("Software Version")), "served again")
+    demo.expect("NDAS" in show(demo, "snmpget", *READ, oid(demo, "Software Version")), "served again")
 
 
 def shell(demo):
-    oid = demo.oid("Downlink Attenuation")
+    downlink = oid(demo, "Downlink Attenuation")
     print("\nA shell in this world; its end ends the world. For example:\n"
           f"   snmpwalk $READ {ROOT}\n"
-          f"   snmpset $WRITE {oid} i 9\n"
+          f"   snmpset $WRITE {downlink} i 9\n"
           "   dasunit ctl get 0x0502    dasunit ctl fault silent    tail -f agent.log", flush=True)
     world = demo.world
     script = 'export PS1="demo\\$ " PATH="$1" READ="$2" WRITE="$3"; exec bash --norc'
@@ -223,7 +201,7 @@ def end(demo):
     agent.signal(signal.SIGTERM)
     demo.expect(agent.wait(10) == -signal.SIGKILL, "ended by its own killall")
     demo.expect("get SIGNUM!\n" in agent.output(), "'get SIGNUM!' printed")
-    output = demo.show("snmpget", *READ, demo.oid("Software Version"))
+    output = show(demo, "snmpget", *READ, oid(demo, "Software Version"))
     demo.expect("No Such" in output, "the scalars are gone")
     demo.expect(demo.world.master_answers(), "snmpd answers")
 
@@ -233,22 +211,9 @@ STEPS = [check, start, walk, get_each_kind, set_and_get, frames, decode, refused
 MASTER_STEPS = [launch, read_as_shipped, restart]
 
 
-def main(arguments):
-    with_master = "--master" in arguments
-    steps = MASTER_STEPS if with_master else STEPS
-    kind = DefaultWorld if with_master else World
-    try:
-        with kind(SOURCE / "build/release") as world:
-            demo = Demo(world)
-            for step in [*steps, *([shell] if "--shell" in arguments else []), end]:
-                step(demo)
-    except WorldError as error:
-        print(f"scripts/demo: {error}", file=sys.stderr)
-        return 1
-    print(f"\n{demo.failures} results were not as expected." if demo.failures else
-          "\nEvery step had the expected result.")
-    return 1 if demo.failures else 0
-
-
-if __name__ == "__main__":
-    sys.exit(main(sys.argv[1:]))
+def run(demo):
+    steps = MASTER_STEPS if demo.options.master else STEPS
+    with (DefaultWorld if demo.options.master else World)(demo.build) as demo.world:
+        demo.scalars = demo.world.scalars()
+        for step in [*steps, *([shell] if demo.options.shell else []), end]:
+            step(demo)

@@ -1,0 +1,118 @@
+"""What the scripts share: the project's modules, options, building, and an end that leaves nothing."""
+
+import argparse
+import ctypes
+import os
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+from pathlib import Path
+
+SOURCE = Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(SOURCE / "tools/world"), str(SOURCE / "bench")]
+
+from world import Failure  # noqa: E402
+
+_PR_SET_CHILD_SUBREAPER = 36
+
+
+def command_line(description):
+    """A parser of the script's options."""
+    return argparse.ArgumentParser(prog=f"scripts/{Path(sys.argv[0]).stem}", description=description,
+                                   formatter_class=argparse.RawDescriptionHelpFormatter)
+
+
+def run(*command, **options):
+    """The output of a command that must not fail, both streams."""
+    result = subprocess.run(command, cwd=SOURCE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                            text=True, check=False, **options)
+    if result.returncode != 0:
+        raise Failure(f"{' '.join(map(str, command))}\n{result.stdout[-5000:]}")
+    return result.stdout
+
+
+def build(preset, *targets):
+    """Builds a preset, or these targets of it; its directory."""
+    run("cmake", "--preset", preset)
+    run("cmake", "--build", "--preset", preset, *(["--target", *targets] if targets else []))
+    return SOURCE / "build" / preset
+
+
+def finish(work, patience=2):
+    """Does a script's work and ends with its status, or with what has failed. Whatever it started
+    ends with it, and its temporary files are gone: also after Ctrl-C and SIGTERM, which give the
+    work `patience` seconds to end things in their order before all its processes are killed."""
+    def interrupted(*_):
+        _ignore_signals()
+        for child in _children(os.getpid()):
+            _signal(child, signal.SIGINT)
+        threading.Thread(target=lambda: time.sleep(patience) or _kill_all(), daemon=True).start()
+        raise KeyboardInterrupt
+    for number in _ENDING:
+        if number != signal.SIGHUP or signal.getsignal(number) != signal.SIG_IGN:  # nohup
+            signal.signal(number, interrupted)
+    # What loses its parent becomes a child of this process, and so is found.
+    ctypes.CDLL(None).prctl(_PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
+    temporary = os.environ["TMPDIR"] = tempfile.mkdtemp(prefix="norva-")
+    try:
+        status = work()
+    except (Failure, AssertionError, subprocess.TimeoutExpired) as failure:
+        status = f"{failure}\nfailed"
+    except KeyboardInterrupt:
+        status = 130
+    finally:
+        _ignore_signals()
+        _kill_all()
+        shutil.rmtree(temporary, ignore_errors=True)
+    sys.exit(status)
+
+
+_ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
+
+def _ignore_signals():
+    for number in _ENDING:
+        signal.signal(number, signal.SIG_IGN)
+
+
+def _children(pid):
+    for task in Path(f"/proc/{pid}/task").glob("*/children"):
+        try:
+            yield from map(int, task.read_text().split())
+        except OSError:  # it has ended
+            pass
+
+
+def _descendants(pid):
+    for child in _children(pid):
+        yield child
+        yield from _descendants(child)
+
+
+def _signal(pid, number):
+    try:
+        os.kill(pid, number)
+    except OSError:  # it has ended, or is root's by sudo
+        pass
+
+
+def _kill_all():
+    """Kills all that this process has started, directly or not, until nothing of it runs."""
+    for _ in range(100):
+        running = [pid for pid in _descendants(os.getpid()) if _state(pid) not in "XZ"]
+        if not running:
+            return
+        for pid in running:
+            _signal(pid, signal.SIGKILL)
+        time.sleep(0.02)
+
+
+def _state(pid):
+    try:
+        return Path(f"/proc/{pid}/stat").read_text().rpartition(") ")[2][0]
+    except OSError:
+        return "X"
