@@ -4,6 +4,8 @@
 // type takes an integer and no text: the library crashes on a text under a number's tag whose
 // length it does not expect, and shows another number for any other. OCTET STRING and Opaque take
 // the value bytes up to the first NUL. An IpAddress is four bytes, or the library never answers.
+//
+// A plain value type; no thread owns it.
 
 #ifndef NORVA_ANSWER_VALUE_H_
 #define NORVA_ANSWER_VALUE_H_
@@ -12,8 +14,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "DeviceForm.h"
 #include "ObjValue.h"
-#include "Presentation.h"
 
 namespace norva {
 

@@ -19,6 +19,8 @@ enum AsnType : std::uint16_t {
   kAsnOpaque = 0x44,
   kAsnCounter64 = 0x46,
   kAsnUInteger32 = 0x47,  ///< obsolete
+  kAsnOpaqueFloat = 0x78,
+  kAsnOpaqueDouble = 0x79,
 };
 
 /// True for the types whose values are integers of 32 bits.

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "Output.h"
+#include "ReplyTimer.h"
 #include "Trace.h"
 
 namespace norva {

@@ -14,9 +14,9 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "ReplyTimer.h"
-
 namespace norva {
+
+class ReplyTimer;
 
 /// Keys of the three queues. Constants of the unit, not configurable.
 enum QueueKey : std::int32_t {
@@ -36,7 +36,8 @@ class ComPortAdapter {
   /// Room for the message type in front of the payload of a receive buffer.
   static constexpr std::size_t kTypeSize = sizeof(long);
 
-  ComPortAdapter() = default;
+  /// `replyTimer` ends waits in `read` that last too long. Not owned.
+  explicit ComPortAdapter(const ReplyTimer& replyTimer) : _replyTimer(replyTimer) {}
   /// Leaves the queues in the system, where they outlive the process.
   virtual ~ComPortAdapter() = default;
   ComPortAdapter(const ComPortAdapter&) = delete;
@@ -58,8 +59,6 @@ class ComPortAdapter {
   /// payload are zero. After -1, errno tells why; ETIMEDOUT when the reply timer ended the wait.
   /// REQUIRES: `buffer` holds kTypeSize + min(length, kMaxReceive) bytes and is aligned to a long.
   int read(std::uint8_t* buffer, std::size_t length);
-  /// Ends waits in `read` that last too long.
-  ReplyTimer& replyTimer() { return _replyTimer; }
 
   /// As read, on the alarm queue, without limit.
   int readAlarm(std::uint8_t* buffer, std::size_t length);
@@ -90,7 +89,7 @@ class ComPortAdapter {
   int _writeQid = -1;
   int _alarmQid = -1;
   bool _isOpen = false;
-  ReplyTimer _replyTimer{kReplyQueueKey};
+  const ReplyTimer& _replyTimer;
 };
 
 }  // namespace norva

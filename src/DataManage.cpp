@@ -1,7 +1,5 @@
 #include "DataManage.h"
 
-#include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -19,37 +17,6 @@ constexpr std::size_t kGetReplyLimit = 1024;
 static_assert(kGetReplyLimit >= kMinGetReplyBuffer);
 constexpr std::size_t kSetReplyLimit = ComPortAdapter::kMaxReceive;
 
-/// Cuts the 32-bit integer to the width of the record's `objLen`. No range check: the low bytes
-/// are kept. False for a length that is none of an integer.
-bool narrowInteger(ObjValue& record) {
-  const std::uint32_t integer = record.integer32();
-  switch (record.objLen()) {
-    case kObjLenByte:
-      record.setInteger32((integer & 0xFF) << 24);
-      return true;
-    case kObjLenShort:
-      record.setInteger32((integer & 0xFFFF) << 16);
-      return true;
-    case kObjLenLong:
-      return true;
-    default:
-      return false;
-  }
-}
-
-/// Brings the address in `record` into the form of a text field of its `objLen`.
-void toTextField(ObjValue& record) {
-  const std::uint8_t objLen = record.objLen();
-  if (objLen == kObjLenLong) {
-    // A field of four bytes holds the address itself. A set's frame turns four bytes around, a text
-    // is read as it stands: turned here, a read gives the address back.
-    std::reverse(record.value(), record.value() + 4);
-  } else {
-    SnmpObjConvertStrategy().toIpText(record);
-    record.setObjLen(objLen);
-  }
-}
-
 }  // namespace
 
 DataManage* DataManage::getInstance() {
@@ -60,7 +27,7 @@ DataManage* DataManage::getInstance() {
 
 DataManage::DataManage() : _pConvertStrategy(std::make_unique<SnmpObjConvertStrategy>()) {
   const std::lock_guard lock(_mutex);
-  _pComPortAdapter = std::make_unique<ComPortAdapter>();
+  _pComPortAdapter = std::make_unique<ComPortAdapter>(_replyTimer);
   _pComPortAdapter->open();
   Output::puts("_pComPortAdapter->open() end....");
 }
@@ -76,11 +43,14 @@ std::unique_lock<std::mutex> DataManage::lockUnit(std::uint16_t oid) {
   const unsigned before = _timeouts;
   lock.lock();
   // The other thread has found the unit silent: that time was waited here too.
-  if (_timeouts != before) {
-    Output::print("object 0x%04x: not asked for, the unit is silent\n", oid);
-    lock.unlock();
-  }
+  if (isSilentSince(before, oid)) lock.unlock();
   return lock;
+}
+
+bool DataManage::isSilentSince(unsigned timeouts, std::uint16_t oid) const {
+  if (_timeouts == timeouts) return false;
+  Output::print("object 0x%04x: not asked for, the unit is silent\n", oid);
+  return true;
 }
 
 int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
@@ -93,20 +63,12 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
     return kFailed;
   }
   alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kGetReplyLimit];
-  const ReplyTimer::Wait wait(_pComPortAdapter->replyTimer());
-  GetReplyHeader header{};
-  do {
-    // As far as it is looked at, so that a short reply reads as zeros.
-    std::memset(reply, 0, ComPortAdapter::kTypeSize + kMinGetReplyBuffer);
-    if (_pComPortAdapter->read(reply, kGetReplyLimit) == -1) {
-      const int error = errno;
-      Output::puts("DataManage::getObjValue  readData error!");
-      afterFailedRead(oid, error);
-      return kFailed;
-    }
-    header = decodeGetReplyHeader(reply);
-  } while (isLate(header, oid));
-
+  if (const int error = awaitReply(kCommandGetReply, oid, reply, kGetReplyLimit); error != 0) {
+    Output::puts("DataManage::getObjValue  readData error!");
+    afterFailedRead(oid, error);
+    return kFailed;
+  }
+  const GetReplyHeader header = decodeGetReplyHeader(reply);
   if (header.command != kCommandGetReply) {
     Output::print("ERR: DatabaseFacade::select:  error!  cmd=%x  oid=0x%04x\n", header.command,
                   header.oid);
@@ -122,10 +84,14 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
 }
 
 int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
+  return write(oid, record) == WriteResult::kDone ? 0 : kFailed;
+}
+
+WriteResult DataManage::write(std::uint16_t oid, const ObjValue& record) {
   const auto lock = lockUnit(oid);
   if (oid == kObjHeartBeatInterval) heartBeatIntervalChanged = true;
   if (oid == kObjHeartBeatSwitch) heartBeatSwFlagChanged = true;
-  if (!lock.owns_lock()) return kFailed;
+  if (!lock.owns_lock()) return WriteResult::kNotAsked;
 
   if (Trace::enabled()) {
     TraceLine line;
@@ -139,25 +105,28 @@ int DataManage::setObjValue(std::uint16_t oid, const ObjValue& record) {
   _pComPortAdapter->flush();
   _pComPortAdapter->write(request.data(), size);
   alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kSetReplyLimit];
-  const ReplyTimer::Wait wait(_pComPortAdapter->replyTimer());
+  if (const int error = awaitReply(kCommandSetReply, oid, reply, kSetReplyLimit); error != 0) {
+    afterFailedRead(oid, error);
+    return error == ETIMEDOUT ? WriteResult::kUnanswered : WriteResult::kRefused;
+  }
+  return reply[kFrameCommand] == kCommandSetReply ? WriteResult::kDone : WriteResult::kRefused;
+}
+
+int DataManage::awaitReply(Command awaited, std::uint16_t oid, std::uint8_t* reply,
+                           std::size_t limit) {
+  const ReplyTimer::Wait wait(_replyTimer);
   do {
-    std::memset(reply, 0, ComPortAdapter::kTypeSize + 1);  // as far as it is looked at
-    if (_pComPortAdapter->read(reply, kSetReplyLimit) == -1) {
-      afterFailedRead(oid, errno);
-      return kFailed;
-    }
-  } while (isLate(reply[kFrameCommand]));
-  return reply[kFrameCommand] == kCommandSetReply ? 0 : kFailed;
+    std::memset(reply, 0, ComPortAdapter::kTypeSize + kMinGetReplyBuffer);
+    if (_pComPortAdapter->read(reply, limit) == -1) return errno;
+  } while (isLate(reply, awaited, oid));
+  return 0;
 }
 
-bool DataManage::isLate(const GetReplyHeader& header, std::uint16_t oid) const {
-  if (!_pComPortAdapter->replyTimer().isLimited()) return false;
-  return header.command == kCommandSetReply ||
-         (header.command == kCommandGetReply && header.oid != oid);
-}
-
-bool DataManage::isLate(std::uint8_t command) const {
-  return _pComPortAdapter->replyTimer().isLimited() && command == kCommandGetReply;
+bool DataManage::isLate(const std::uint8_t* reply, Command awaited, std::uint16_t oid) const {
+  if (!_replyTimer.isLimited()) return false;
+  const GetReplyHeader header = decodeGetReplyHeader(reply);
+  if (header.command == kCommandGetReply) return awaited != kCommandGetReply || header.oid != oid;
+  return header.command == kCommandSetReply && awaited != kCommandSetReply;
 }
 
 void DataManage::afterFailedRead(std::uint16_t oid, int error) {
@@ -170,7 +139,7 @@ void DataManage::afterFailedRead(std::uint16_t oid, int error) {
 }
 
 void DataManage::limitWaits(std::chrono::seconds limit) {
-  _pComPortAdapter->replyTimer().limit(limit);
+  _replyTimer.limit(limit);
 }
 
 int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {
@@ -192,7 +161,7 @@ int DataManage::getSnmpValue(ObjValue& record, const SnmpDataBase& catalogue,
   if (catalogue.findAttributes(record.oid(), mapping) != 0) return -1;
 
   Presentation made;
-  if (present(*_pConvertStrategy, mapping.covMethod, record, made) == -1) return -1;
+  if (toManager(*_pConvertStrategy, mapping.covMethod, record, made) == -1) return -1;
   if (Trace::enabled()) {
     TraceLine line;
     line.text("norvasnmp:getSnmpValue oid=0x").hex(record.oid());
@@ -208,19 +177,11 @@ int DataManage::setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bo
     Output::print("setSnmpValue::select 0x%04x error!\n", record.oid());
     return -1;
   }
-  record.setObjLen(current.objLen());
+  record.setObjLen(current.objLen());  // also where the write is refused
   if (!current.writable()) return -1;
   ObjAttributes mapping;
   if (catalogue.findAttributes(record.oid(), mapping) != 0) return -1;
-  record.setAttr(current.attr());  // the device knows whether the integer is signed
-  if (isAddress && current.kind() == ValueKind::kText) toTextField(record);
-  if (_pConvertStrategy->convertToObj(mapping.covMethod, record) == -1) return -1;
-
-  if (current.kind() == ValueKind::kText) {
-    if (static_cast<int>(record.text().size()) > current.objLen() - kObjLenOverhead) return -1;
-  } else if (!narrowInteger(record)) {
-    return -1;
-  }
+  if (toDevice(*_pConvertStrategy, mapping.covMethod, current, isAddress, record) == -1) return -1;
   return setObjValue(record.oid(), record);
 }
 

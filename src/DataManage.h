@@ -5,6 +5,9 @@
 // device request is outstanding. Without a limit a silent control process blocks every caller but
 // readAlarm. The mutex is never held while the catalogue is asked, and a set takes it twice, for
 // its read and for its write; another thread's request may come in between.
+//
+// Whether the unit is silent is known here alone: `timeouts` counts, isSilentSince judges and
+// tells.
 
 #ifndef NORVA_DATA_MANAGE_H_
 #define NORVA_DATA_MANAGE_H_
@@ -17,9 +20,10 @@
 #include <mutex>
 
 #include "ComPortAdapter.h"
+#include "DeviceForm.h"
 #include "ObjValue.h"
 #include "ObjectProtocol.h"
-#include "Presentation.h"
+#include "ReplyTimer.h"
 #include "SnmpObjConvertStrategy.h"
 
 namespace norva {
@@ -34,6 +38,10 @@ enum AgentObject : std::uint16_t {
   kObjHeartBeatSwitch = 0x0FFB,      ///< first byte: 0 off
 };
 
+/// What became of a write. One that was not answered may have been carried out; one that the unit
+/// was not asked for was not.
+enum class WriteResult { kDone, kRefused, kUnanswered, kNotAsked };
+
 class DataManage {
  public:
   /// Result of getObjValue and setObjValue on failure. Deliberate: not -1. Callers that test for -1
@@ -41,7 +49,7 @@ class DataManage {
   static constexpr int kFailed = 255;
 
   /// The process-wide instance, made (with its queues) on the first call and never destroyed.
-  /// The first call belongs to start-up, before any other thread exists.
+  /// The first call belongs to start-up, before any other thread asks for it.
   static DataManage* getInstance();
 
   ~DataManage();
@@ -54,8 +62,9 @@ class DataManage {
   /// are skipped: they come late, from requests that have not waited for them. Any thread.
   int getObjValue(std::uint16_t oid, ObjValue& record);
 
-  /// Writes `record`'s value, of its `objLen`, to object `oid`. Returns 0 when the device
-  /// acknowledged, else kFailed. Main thread.
+  /// Writes `record`'s value, of its `objLen`, to object `oid`. Main thread.
+  WriteResult write(std::uint16_t oid, const ObjValue& record);
+  /// The same. Returns 0 when the device acknowledged, else kFailed.
   int setObjValue(std::uint16_t oid, const ObjValue& record);
 
   /// Limits every wait for a reply from now on; 0: no limit. A request that waits longer fails, and
@@ -63,6 +72,9 @@ class DataManage {
   void limitWaits(std::chrono::seconds limit);
   /// Number of requests that the limit has ended. Any thread.
   unsigned timeouts() const { return _timeouts; }
+  /// Whether one has ended since `timeouts` was that. Then `oid` need not be asked for, which is
+  /// printed. Any thread.
+  bool isSilentSince(unsigned timeouts, std::uint16_t oid) const;
 
   /// Waits for one message of the alarm queue; as ComPortAdapter::readAlarm. Takes no lock: the
   /// alarm thread never waits behind a device request.
@@ -78,10 +90,8 @@ class DataManage {
 
   /// Writes the SNMP value in `record` (a 32-bit integer or a text) to the object named by
   /// `record.oid`; length and kind are the device's. Returns -1 when the write is refused: object
-  /// read-only, not mapped, text not convertible or longer than the device's field. Otherwise the
-  /// result of setObjValue, which callers take as success either way. With `isAddress` the integer
-  /// is an IPv4 address, which reaches an integer object and a text field of four bytes as its four
-  /// bytes, any other text field dotted. Main thread.
+  /// read-only, not mapped, or toDevice has no value for it, which tells of `isAddress` too.
+  /// Otherwise the result of setObjValue, which callers take as success either way. Main thread.
   int setSnmpValue(ObjValue& record, const SnmpDataBase& catalogue, bool isAddress = false);
 
   /// Set once setObjValue has been asked to write the heartbeat objects. Main thread.
@@ -96,16 +106,20 @@ class DataManage {
 
   // All below REQUIRE the lock.
 
-  /// Whether what came for a get of `oid` is the late reply to an earlier request: an
-  /// acknowledgement, or another object's value. One of the same object's is as good as its own.
-  bool isLate(const GetReplyHeader& header, std::uint16_t oid) const;
-  /// The same of what came for a set, by its command.
-  bool isLate(std::uint8_t command) const;
+  /// Waits for the reply to a request for `oid`, a message of `awaited` and of at most `limit`
+  /// bytes. Returns 0 with `reply` filled, zeros behind what came as far as it is looked at; or the
+  /// error, printed.
+  /// REQUIRES: `reply` holds what ComPortAdapter::read wants, and no less than kMinGetReplyBuffer.
+  int awaitReply(Command awaited, std::uint16_t oid, std::uint8_t* reply, std::size_t limit);
+  /// Whether a message is the late reply to an earlier request: of the other kind, or another
+  /// object's value. One of the same object's is as good as its own.
+  bool isLate(const std::uint8_t* reply, Command awaited, std::uint16_t oid) const;
   /// After a read that failed with `error`: counts a silent unit, and takes a reply that is too
   /// large off the queue, where it would fail every later read too. Either is reported.
   void afterFailedRead(std::uint16_t oid, int error);
 
   std::mutex _mutex;  // guards the channel's request and reply queues
+  ReplyTimer _replyTimer{kReplyQueueKey};
   std::unique_ptr<ComPortAdapter> _pComPortAdapter;
   const std::unique_ptr<SnmpObjConvertStrategy> _pConvertStrategy;
   std::atomic<unsigned> _timeouts = 0;

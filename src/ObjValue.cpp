@@ -7,17 +7,17 @@
 namespace norva {
 
 std::uint16_t ObjValue::oid() const {
-  return loadBe16(bytes_.data() + kOidOffset);
+  return loadBe16(_bytes.data() + kOidOffset);
 }
 void ObjValue::setOid(std::uint16_t oid) {
-  storeBe16(bytes_.data() + kOidOffset, oid);
+  storeBe16(_bytes.data() + kOidOffset, oid);
 }
 
 std::uint16_t ObjValue::attr() const {
-  return loadBe16(bytes_.data() + kAttrOffset);
+  return loadBe16(_bytes.data() + kAttrOffset);
 }
 void ObjValue::setAttr(std::uint16_t attr) {
-  storeBe16(bytes_.data() + kAttrOffset, attr);
+  storeBe16(_bytes.data() + kAttrOffset, attr);
 }
 
 std::uint16_t ObjValue::integer16() const {

@@ -35,8 +35,8 @@ class ObjValue {
   static constexpr std::size_t kValueSize = 64;
   static constexpr std::uint16_t kWritable = 0x0010;  ///< attribute bit: the object may be written
 
-  std::uint8_t objLen() const { return bytes_[kObjLenOffset]; }
-  void setObjLen(std::uint8_t objLen) { bytes_[kObjLenOffset] = objLen; }
+  std::uint8_t objLen() const { return _bytes[kObjLenOffset]; }
+  void setObjLen(std::uint8_t objLen) { _bytes[kObjLenOffset] = objLen; }
 
   std::uint16_t oid() const;
   void setOid(std::uint16_t oid);
@@ -47,8 +47,8 @@ class ObjValue {
   bool writable() const { return (attr() & kWritable) != 0; }
 
   /// The kValueSize value bytes.
-  std::uint8_t* value() { return bytes_.data() + kValueOffset; }
-  const std::uint8_t* value() const { return bytes_.data() + kValueOffset; }
+  std::uint8_t* value() { return _bytes.data() + kValueOffset; }
+  const std::uint8_t* value() const { return _bytes.data() + kValueOffset; }
 
   /// The integer at the start of the value, `setIntegerN` leaving the bytes behind it alone.
   std::uint16_t integer16() const;
@@ -69,7 +69,7 @@ class ObjValue {
   static constexpr std::size_t kValueOffset = 6;  // byte 5 is reserved
   static constexpr std::size_t kRecordSize = kValueOffset + kValueSize;
 
-  std::array<std::uint8_t, kRecordSize> bytes_{};
+  std::array<std::uint8_t, kRecordSize> _bytes{};
 };
 
 static_assert(sizeof(ObjValue) == 70, "the device object record has 70 bytes");

@@ -1,6 +1,7 @@
 #include "ObjectAccess.h"
 
-#include "DataManage.h"
+#include <optional>
+
 #include "LibraryGate.h"
 #include "Output.h"
 
@@ -8,68 +9,59 @@ namespace norva {
 
 namespace {
 
-/// Main thread: the unit was silent in this turn of the request loop.
-bool isSilent = false;
+/// Of the main thread's turn, since it first asked the unit.
+std::optional<unsigned> timeoutsBefore;
 
-/// Runs one operation of the facade on `record`, unless the unit is silent. -1 when it fails.
-template <typename Operation>
-int withUnit(const ObjValue& record, Operation operation) {
-  if (isSilent) {
-    Output::print("object 0x%04x: not asked for, the unit is silent\n", record.oid());
-    return -1;
-  }
+/// Runs one operation of the facade on the object, unless the unit is silent: then `failed`.
+template <typename Result, typename Operation>
+Result withUnit(std::uint16_t objId, Result failed, Operation operation) {
   DataManage& unit = *DataManage::getInstance();
-  const unsigned before = unit.timeouts();
+  if (!timeoutsBefore) timeoutsBefore = unit.timeouts();
+  if (unit.isSilentSince(*timeoutsBefore, objId)) return failed;
   const LibraryGate::DeviceWait lend(LibraryGate::getInstance());
-  const int result = operation(unit);
-  isSilent = result != 0 && unit.timeouts() != before;
-  return result;
+  return operation(unit);
 }
 
 }  // namespace
 
 void beginTurn() {
-  isSilent = false;
+  timeoutsBefore.reset();
 }
 
-int readObject(ObjValue& record, const SnmpDataBase& catalogue, Presentation& presentation) {
-  return withUnit(record, [&](DataManage& unit) {
-    return unit.getSnmpValue(record, catalogue, &presentation);
-  });
-}
-
-AnswerValue answerFor(std::uint16_t asnType, const ObjValue& record, Presentation presentation) {
+AnswerValue readAnswer(std::uint16_t objId, std::uint16_t asnType, const SnmpDataBase& catalogue) {
+  ObjValue record;
+  record.setOid(objId);
+  Presentation presentation;
+  if (readValue(record, catalogue, &presentation) == -1) return {};
   const AnswerValue answer(asnType, record, presentation);
   if (!answer.valid()) {
-    Output::print("object 0x%04x: its value, %s, is none of type 0x%02x\n", record.oid(),
+    Output::print("object 0x%04x: its value, %s, is none of type 0x%02x\n", objId,
                   presentation.form == Presentation::kInteger ? "an integer" : "a text",
                   answer.type());
   }
   return answer;
 }
 
-void setNumber(ObjValue& record, const SetValue& value) {
-  record.clearValue();
-  record.setInteger32(value.integer());
+int readValue(ObjValue& record, const SnmpDataBase& catalogue, Presentation* presentation) {
+  return withUnit(record.oid(), -1, [&](DataManage& unit) {
+    return unit.getSnmpValue(record, catalogue, presentation);
+  });
+}
+
+int writeValue(ObjValue& record, const SnmpDataBase& catalogue, bool isAddress) {
+  return withUnit(record.oid(), -1, [&](DataManage& unit) {
+    return unit.setSnmpValue(record, catalogue, isAddress);
+  });
 }
 
 int readRaw(ObjValue& record) {
-  return withUnit(record, [&](DataManage& unit) { return unit.getObjValue(record.oid(), record); });
+  return withUnit(record.oid(), DataManage::kFailed,
+                  [&](DataManage& unit) { return unit.getObjValue(record.oid(), record); });
 }
 
 WriteResult writeRaw(const ObjValue& record) {
-  const bool wasSilent = isSilent;
-  const int result =
-      withUnit(record, [&](DataManage& unit) { return unit.setObjValue(record.oid(), record); });
-  if (result == 0) return WriteResult::kDone;
-  if (wasSilent) return WriteResult::kNotAsked;
-  return isSilent ? WriteResult::kUnanswered : WriteResult::kRefused;
-}
-
-int writeObject(ObjValue& record, const SnmpDataBase& catalogue, const SetValue& value) {
-  return withUnit(record, [&](DataManage& unit) {
-    return unit.setSnmpValue(record, catalogue, value.isAddress());
-  });
+  return withUnit(record.oid(), WriteResult::kNotAsked,
+                  [&](DataManage& unit) { return unit.write(record.oid(), record); });
 }
 
 }  // namespace norva

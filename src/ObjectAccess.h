@@ -8,9 +8,8 @@
 #include <cstdint>
 
 #include "AnswerValue.h"
+#include "DataManage.h"
 #include "ObjValue.h"
-#include "Presentation.h"
-#include "SetValue.h"
 
 namespace norva {
 
@@ -20,23 +19,17 @@ class SnmpDataBase;
 /// once: what is left to read or write in the turn in which a wait ran out fails at once.
 void beginTurn();
 
-/// As DataManage::getSnmpValue.
-int readObject(ObjValue& record, const SnmpDataBase& catalogue, Presentation& presentation);
+/// What a GET of the object `objId` answers under the type `asnType`; not valid when it cannot be
+/// read or, which is printed, when no value of the type can be made of it.
+AnswerValue readAnswer(std::uint16_t objId, std::uint16_t asnType, const SnmpDataBase& catalogue);
 
-/// The answer of the type `asnType` for what readObject left in `record`; not valid, which is
-/// printed, when no value of the type can be made of it.
-AnswerValue answerFor(std::uint16_t asnType, const ObjValue& record, Presentation presentation);
+/// As DataManage::getSnmpValue and setSnmpValue; -1 for a silent unit, too.
+int readValue(ObjValue& record, const SnmpDataBase& catalogue,
+              Presentation* presentation = nullptr);
+int writeValue(ObjValue& record, const SnmpDataBase& catalogue, bool isAddress);
 
-/// Puts a number or an address into the zeroed value of `record`, as a 32-bit integer.
-void setNumber(ObjValue& record, const SetValue& value);
-
-/// As DataManage::setSnmpValue; `value` is what `record` was filled from.
-int writeObject(ObjValue& record, const SnmpDataBase& catalogue, const SetValue& value);
-
-/// As DataManage::getObjValue and setObjValue, of the object that `record` names. A write that the
-/// unit has not answered may have been carried out; one that it was not asked for was not.
+/// As DataManage::getObjValue and write, of the object that `record` names.
 int readRaw(ObjValue& record);
-enum class WriteResult { kDone, kRefused, kUnanswered, kNotAsked };
 WriteResult writeRaw(const ObjValue& record);
 
 }  // namespace norva

@@ -46,6 +46,12 @@ std::size_t encodeSetRequest(std::uint16_t oid, const ObjValue& record, SetReque
   return record.objLen() + std::size_t{1};
 }
 
+void turnForWriting(ObjValue& record) {
+  if (record.kind() != ValueKind::kText) return;
+  if (record.objLen() != kObjLenShort && record.objLen() != kObjLenLong) return;
+  std::reverse(record.value(), record.value() + valueSize(record.objLen()));
+}
+
 bool isSetLength(std::uint8_t objLen) {
   return objLen == kObjLenByte || objLen == kObjLenShort || objLen == kObjLenLong ||
          objLen == kObjLenText20;

@@ -47,6 +47,10 @@ GetRequest encodeGetRequest(std::uint16_t oid);
 /// the record's 64 value bytes are zero. Returns the frame's size in bytes, `objLen` + 1.
 std::size_t encodeSetRequest(std::uint16_t oid, const ObjValue& record, SetRequest& frame);
 
+/// Makes `record`, of its `objLen` and kind, one that a set request carries to the device as it
+/// stands: the request turns every field of two or four bytes around, a get reply only numbers.
+void turnForWriting(ObjValue& record);
+
 /// True for the length codes that a set carries without complaint (4, 5, 7 and 23).
 bool isSetLength(std::uint8_t objLen);
 

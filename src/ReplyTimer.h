@@ -1,6 +1,6 @@
-// Ends a wait for the unit's reply when none comes in time. Owned by the channel, for the life of
-// the process; the functions of one wait and classify are called under DataManage's mutex, so there
-// is one wait at a time.
+// Ends a wait for the unit's reply when none comes in time. Owned by DataManage, for the life of
+// the process; the functions of one wait and classify are called under its mutex, so there is one
+// wait at a time.
 //
 // Receiving a message knows no time limit. So a thread of the timer watches the wait, and when its
 // time is up, posts a wake-up message to the reply queue. That costs the request path no system

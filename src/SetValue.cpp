@@ -5,13 +5,18 @@
 #include <cstring>
 #include <limits>
 
-#include "AgentLibrary.h"
 #include "AsnType.h"
 #include "ByteOrder.h"
 
 namespace norva {
 
 namespace {
+
+// As the library declares them; its headers are not for what works without it.
+using SubIdentifier = unsigned long;
+struct Counter64 {
+  unsigned long high, low;
+};
 
 /// The library's value of a type that it holds as a `Held`.
 template <typename Held>
@@ -31,16 +36,17 @@ SetValue::SetValue(std::uint8_t asnType, const void* value, std::size_t length)
   constexpr std::size_t kUnitLong = 4;
   if (isInteger32(asnType) && length == sizeof(long)) {
     hold(static_cast<std::uint32_t>(held<long>(value)), kUnitLong);
-  } else if (asnType == kAsnObjectId && length >= sizeof(oid)) {
+  } else if (asnType == kAsnObjectId && length >= sizeof(SubIdentifier)) {
     // Its first sub-identifier is all that can be seen of it: it begins with a zero byte.
-    hold(static_cast<std::uint32_t>(held<oid>(value)), length / sizeof(oid) * kUnitLong);
-  } else if (asnType == kAsnCounter64 && length == sizeof(counter64)) {
-    const auto wide = held<counter64>(value);
+    hold(static_cast<std::uint32_t>(held<SubIdentifier>(value)),
+         length / sizeof(SubIdentifier) * kUnitLong);
+  } else if (asnType == kAsnCounter64 && length == sizeof(Counter64)) {
+    const auto wide = held<Counter64>(value);
     _high = static_cast<std::uint32_t>(wide.high);
     hold(static_cast<std::uint32_t>(wide.low), 2 * kUnitLong);
-  } else if (asnType == ASN_OPAQUE_FLOAT && length == sizeof(float)) {
+  } else if (asnType == kAsnOpaqueFloat && length == sizeof(float)) {
     hold(std::bit_cast<std::uint32_t>(held<float>(value)), sizeof(float));
-  } else if (asnType == ASN_OPAQUE_DOUBLE && length == sizeof(double)) {
+  } else if (asnType == kAsnOpaqueDouble && length == sizeof(double)) {
     const auto bits = std::bit_cast<std::uint64_t>(held<double>(value));
     hold(static_cast<std::uint32_t>(bits >> 32), sizeof(double));
     storeBe32(_converted.data() + kUnitLong, static_cast<std::uint32_t>(bits));

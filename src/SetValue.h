@@ -1,6 +1,8 @@
 // The value of a SET as the unit's processor would see it, on every host: the library hands a
 // number as a `long` of the host and a sub-identifier as an `oid` of the host, the unit knows four
 // big-endian bytes. Texts and addresses are bytes anyway.
+//
+// Borrows the library's bytes for as long as it lives; the thread that serves requests.
 
 #ifndef NORVA_SET_VALUE_H_
 #define NORVA_SET_VALUE_H_
@@ -14,8 +16,7 @@ namespace norva {
 
 class SetValue {
  public:
-  /// `value` are the `length` bytes that the library holds for a variable of `asnType`. They must
-  /// outlive the object.
+  /// `value` are the `length` bytes that the library holds for a variable of `asnType`.
   SetValue(std::uint8_t asnType, const void* value, std::size_t length);
   SetValue(const SetValue&) = delete;
   SetValue& operator=(const SetValue&) = delete;

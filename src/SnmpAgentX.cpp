@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "AnswerValue.h"
+#include "DeviceForm.h"
 #include "ObjValue.h"
 #include "ObjectAccess.h"
 #include "Output.h"
@@ -93,12 +94,8 @@ u_char* SnmpAgentX::read_Var(struct variable* vp, oid* name, size_t* length, int
     *writeMethod = writeObject;
   }
 
-  ObjValue record;
-  record.setOid(object.objId);
-  Presentation presentation;
-  const int result = readObject(record, *state().catalogue, presentation);
   AnswerValue& answer = state().answer;
-  answer = result == -1 ? AnswerValue() : answerFor(object.info.asnType, record, presentation);
+  answer = readAnswer(object.objId, object.info.asnType, *state().catalogue);
   if (!answer.valid()) {
     Output::print("SnmpAgentX::read_Var  getObjValue ERROR  oid = %X !!!!!!!!!!!\n", object.objId);
     return nullptr;
@@ -122,15 +119,10 @@ int SnmpAgentX::writeObject(int action, u_char* varVal, u_char varValType, size_
   writeTemplate.setAttr(state().writable.attributes.covMethod);
 
   ObjValue record = writeTemplate;
-  // The type in the request, not the object's, decides how the value is written.
-  if (value.isNumber() || value.isAddress()) {
-    setNumber(record, value);
-  } else {
-    const std::string_view text = value.text();
-    if (text.size() > ObjValue::kValueSize) return SNMP_ERR_BADVALUE;
-    record.setText(text);
+  if (!takeScalarValue(value, record) ||
+      writeValue(record, *state().catalogue, value.isAddress()) == -1) {
+    return SNMP_ERR_BADVALUE;
   }
-  if (norva::writeObject(record, *state().catalogue, value) == -1) return SNMP_ERR_BADVALUE;
   if (Trace::enabled()) {
     TraceLine line;
     line.text("set 'ACTION'  oid = ").hex(record.oid());

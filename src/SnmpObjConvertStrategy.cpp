@@ -49,10 +49,6 @@ std::uint32_t subIdentifier(const char* text) {
   return static_cast<std::uint32_t>(number < -kMost || number > kMost ? kMost : number);
 }
 
-bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
-
 }  // namespace
 
 int SnmpObjConvertStrategy::convertToSnmp(std::uint16_t covMethod, ObjValue& record) const {

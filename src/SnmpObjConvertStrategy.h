@@ -64,6 +64,11 @@ class SnmpObjConvertStrategy {
   static int isDecimalText(const char* text);
 };
 
+/// Whatever the locale.
+constexpr bool isDigit(char c) {
+  return c >= '0' && c <= '9';
+}
+
 /// The decimal number at the start of `text`: blanks, '-', digits, '.', digits. Built in single
 /// precision step by step, so that 0.29 reads as a little less than 0.29: deliberate, the unit's
 /// values depend on it. `end`, if not null, receives the position behind the number. A null text

@@ -1,7 +1,8 @@
 // What start-up needs of a table: a set of row indexes and the registration of the table.
 //
 // The rows are a sorted list that the walk of the agent library follows node by node. Tables hold a
-// few dozen rows, so insertion is linear and there is no index structure.
+// few dozen rows, so insertion is linear and there is no index structure. No lock; the derived
+// class guards the list.
 
 #ifndef NORVA_SNMP_TABLE_STRATEGY_H_
 #define NORVA_SNMP_TABLE_STRATEGY_H_

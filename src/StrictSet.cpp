@@ -1,7 +1,7 @@
 #include "StrictSet.h"
 
-#include "DataManage.h"
 #include "ObjInfo.h"
+#include "ObjectProtocol.h"
 #include "Output.h"
 #include "SnmpDataBase.h"
 #include "StrictValue.h"
@@ -47,7 +47,7 @@ int StrictSet::check(const Name& name, const Target& target, const SetValue& val
   if (!prepared.before.writable()) return SNMP_ERR_NOTWRITABLE;
   const int error =
       encodeStrictly(value, target.asnType, mapping.covMethod, prepared.before, prepared.after);
-  if (error != SNMP_ERR_NOERROR) return error;
+  if (error != kNoError) return error;
   turnForWriting(prepared.before);
   _writes[name] = prepared;
   return SNMP_ERR_NOERROR;

@@ -1,8 +1,9 @@
 // Strict SETs: a SET does what the manager asked, or is refused, for scalars and table cells alike.
 //
 // Everything is checked before anything is written: a request's varbinds are all checked in
-// RESERVE1, with one read of the device each, and written in ACTION. What was written is put back
-// in UNDO, when another varbind of the request has failed; that costs one write each and no read.
+// RESERVE1, with one read of the device each (the library has read a scalar once before), and
+// written in ACTION. What was written is put back in UNDO, when another varbind of the request has
+// failed: one write each, behind a read where the unit has not answered the first write.
 //
 // Main thread, inside request handlers.
 

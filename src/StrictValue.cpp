@@ -8,9 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "AgentLibrary.h"
 #include "AsnType.h"
-#include "ByteOrder.h"
+#include "ObjectProtocol.h"
 #include "SnmpObjConvertStrategy.h"
 
 namespace norva {
@@ -20,10 +19,6 @@ namespace {
 /// Wide enough for every number that a request carries and, ten times it, every one a device holds.
 using Number = std::int64_t;
 constexpr Number kTooLarge = std::numeric_limits<Number>::max() / 100;
-
-constexpr bool isDigit(char c) {
-  return c >= '0' && c <= '9';
-}
 
 /// Stops growing when no field holds the number any more.
 Number timesTen(Number number) {
@@ -58,54 +53,54 @@ std::optional<Number> parseScaled(std::string_view text, unsigned exponent) {
 }
 
 /// Stores the number in the width and sign of `record`.
-int storeNumber(Number number, ObjValue& record) {
+StrictError storeNumber(Number number, ObjValue& record) {
   const int bits = 8 * (record.objLen() - kObjLenOverhead);
   const bool isSigned = record.kind() == ValueKind::kSigned;
   const Number end = Number{1} << (isSigned ? bits - 1 : bits);
-  if (number >= end || number < (isSigned ? -end : 0)) return SNMP_ERR_WRONGVALUE;
+  if (number >= end || number < (isSigned ? -end : 0)) return kWrongValue;
   record.clearValue();
   record.setInteger32(static_cast<std::uint32_t>(number) << (32 - bits));
-  return SNMP_ERR_NOERROR;
+  return kNoError;
 }
 
-int storeText(std::string_view text, ObjValue& record) {
-  if (text.find('\0') != std::string_view::npos) return SNMP_ERR_WRONGVALUE;
-  if (text.size() + kObjLenOverhead > record.objLen()) return SNMP_ERR_WRONGLENGTH;
+StrictError storeText(std::string_view text, ObjValue& record) {
+  if (text.find('\0') != std::string_view::npos) return kWrongValue;
+  if (text.size() + kObjLenOverhead > record.objLen()) return kWrongLength;
   record.setText(text);
-  return SNMP_ERR_NOERROR;
+  return kNoError;
 }
 
-int storeAddress(std::uint32_t address, ObjValue& record) {
+StrictError storeAddress(std::uint32_t address, ObjValue& record) {
   if (record.objLen() == kObjLenLong) {
     record.clearValue();
     record.setInteger32(address);
-    return SNMP_ERR_NOERROR;
+    return kNoError;
   }
-  if (record.kind() != ValueKind::kText) return SNMP_ERR_WRONGVALUE;
+  if (record.kind() != ValueKind::kText) return kWrongValue;
   ObjValue dotted;
   dotted.setInteger32(address);
   SnmpObjConvertStrategy().toIpText(dotted);
   return storeText(dotted.text(), record);
 }
 
-int storeNumberOf(Number number, std::uint16_t covMethod, ObjValue& record) {
+StrictError storeNumberOf(Number number, std::uint16_t covMethod, ObjValue& record) {
   const ConversionMethod method = methodOf(covMethod);
   if (record.kind() == ValueKind::kText || method == ConversionMethod::kFixedText) {
-    return SNMP_ERR_WRONGVALUE;
+    return kWrongValue;
   }
   const bool isScaled = method == ConversionMethod::kScaledInteger;
   return storeNumber(isScaled ? scaled(number, exponentOf(covMethod)) : number, record);
 }
 
-int storeTextOf(std::string_view text, std::uint16_t covMethod, ObjValue& record) {
-  if (text.size() > ObjValue::kValueSize) return SNMP_ERR_WRONGLENGTH;
+StrictError storeTextOf(std::string_view text, std::uint16_t covMethod, ObjValue& record) {
+  if (text.size() > ObjValue::kValueSize) return kWrongLength;
   const ConversionMethod method = methodOf(covMethod);
   if (record.kind() == ValueKind::kText) {
-    return method == ConversionMethod::kFixedText ? SNMP_ERR_WRONGVALUE : storeText(text, record);
+    return method == ConversionMethod::kFixedText ? kWrongValue : storeText(text, record);
   }
   if (method == ConversionMethod::kFixedText) {
     const auto number = parseScaled(text, exponentOf(covMethod));
-    return number ? storeNumber(*number, record) : SNMP_ERR_WRONGVALUE;
+    return number ? storeNumber(*number, record) : kWrongValue;
   }
   if (method == ConversionMethod::kIpText || method == ConversionMethod::kIpTextToo) {
     in_addr address{};
@@ -113,22 +108,16 @@ int storeTextOf(std::string_view text, std::uint16_t covMethod, ObjValue& record
       return storeAddress(ntohl(address.s_addr), record);
     }
   }
-  return SNMP_ERR_WRONGVALUE;
+  return kWrongValue;
 }
 
 }  // namespace
 
-void turnForWriting(ObjValue& record) {
-  if (record.kind() != ValueKind::kText) return;
-  if (record.objLen() != kObjLenShort && record.objLen() != kObjLenLong) return;
-  std::reverse(record.value(), record.value() + record.objLen() - kObjLenOverhead);
-}
-
-int encodeStrictly(const SetValue& value, std::uint16_t asnType, std::uint16_t covMethod,
-                   const ObjValue& current, ObjValue& written) {
-  if (value.type() != static_cast<std::uint8_t>(asnType)) return SNMP_ERR_WRONGTYPE;
+StrictError encodeStrictly(const SetValue& value, std::uint16_t asnType, std::uint16_t covMethod,
+                           const ObjValue& current, ObjValue& written) {
+  if (value.type() != static_cast<std::uint8_t>(asnType)) return kWrongType;
   written = current;
-  int error = SNMP_ERR_WRONGTYPE;
+  StrictError error = kWrongType;
   if (value.isNumber()) {
     error = storeNumberOf(value.number(), covMethod, written);
   } else if (value.isAddress()) {

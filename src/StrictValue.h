@@ -11,22 +11,21 @@
 
 namespace norva {
 
+/// SNMP error statuses.
+enum StrictError : int {
+  kNoError = 0,
+  kWrongType = 7,    ///< the request's type is not the mapping's
+  kWrongLength = 8,  ///< a text is longer than the device's field
+  /// A number that the field's width and sign do not hold, scaled if the method scales; a text that
+  /// is no decimal number, or has more decimals than the object; one that is no IPv4 address; one
+  /// with a zero byte; any text for a number's field and the reverse, where no method translates.
+  kWrongValue = 10,
+};
+
 /// Fills `written` with what makes `current`, the object as its device has it, hold `value`; a
 /// record as setObjValue takes it. `asnType` and `covMethod` are those of the object's mapping.
-/// Returns an SNMP error status:
-///   - wrongType: the request's type is not the mapping's;
-///   - wrongLength: a text longer than the device's field;
-///   - wrongValue: a number that the field's width and sign do not hold, scaled if the method
-///   scales;
-///     a text that is no decimal number, or has more decimals than the object; one that is no IPv4
-///     address; one with a zero byte; any text for a number's field and the reverse, where no
-///     method translates.
-int encodeStrictly(const SetValue& value, std::uint16_t asnType, std::uint16_t covMethod,
-                   const ObjValue& current, ObjValue& written);
-
-/// Makes a record that was read from the device one that setObjValue writes back as it was: a set's
-/// frame turns every field of two or four bytes around, a get reply only numbers.
-void turnForWriting(ObjValue& record);
+StrictError encodeStrictly(const SetValue& value, std::uint16_t asnType, std::uint16_t covMethod,
+                           const ObjValue& current, ObjValue& written);
 
 }  // namespace norva
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "AnswerValue.h"
-#include "AsnType.h"
+#include "DeviceForm.h"
 #include "ObjectAccess.h"
 #include "OidPrefix.h"
 #include "Output.h"
@@ -12,7 +12,6 @@
 #include "SetValue.h"
 #include "Settings.h"
 #include "SnmpDataBase.h"
-#include "TableIterator.h"
 
 namespace norva {
 
@@ -24,9 +23,9 @@ void answerInteger(netsnmp_variable_list* variable, std::int32_t integer) {
   snmp_set_var_typed_value(variable, ASN_INTEGER, &integer, sizeof integer);
 }
 
-void answerCell(std::uint16_t asnType, const ObjValue& record, Presentation presentation,
+void answerCell(const ObjMapping& cell, const SnmpDataBase& catalogue,
                 netsnmp_variable_list* variable) {
-  const AnswerValue answer = answerFor(asnType, record, presentation);
+  const AnswerValue answer = readAnswer(cell.objId, cell.attributes.asnType, catalogue);
   if (!answer.valid()) {
     Output::puts(kCellReadError);
     return;
@@ -34,37 +33,23 @@ void answerCell(std::uint16_t asnType, const ObjValue& record, Presentation pres
   snmp_set_var_typed_value(variable, answer.type(), answer.data(), answer.size());
 }
 
-/// Whether a value reaches a cell that is no INTEGER as a number. Deliberate: an INTEGER under a
-/// text's type does not, it is written as the text of its bytes.
-bool writesNumber(const SetValue& value, std::uint16_t asnType) {
-  if (value.type() != ASN_INTEGER) return value.isNumber() || value.isAddress();
-  const auto tag = static_cast<std::uint8_t>(asnType);
-  return isInteger32(tag) || tag == kAsnCounter64 || tag == kAsnIpAddress;
-}
-
 /// Writes what `variable` holds. Returns an SNMP error status.
 int writeCell(const netsnmp_variable_list& variable, const ObjAttributes& mapping, ObjValue record,
               const SnmpDataBase& catalogue) {
   const SetValue value(variable.type, variable.val.string, variable.val_len);
-  if (mapping.asnType == kAsnInteger && !value.isAddress()) {
-    record.setInteger32(value.integer());
-  } else if (writesNumber(value, mapping.asnType)) {
-    setNumber(record, value);
-  } else {
-    record.setText(value.text());
-  }
-  if (writeObject(record, catalogue, value) != -1) return SNMP_ERR_NOERROR;
+  takeCellValue(value, mapping.asnType, record);
+  if (writeValue(record, catalogue, value.isAddress()) != -1) return SNMP_ERR_NOERROR;
   Output::puts("SNMP_ERR_BADVALUE");
   return SNMP_ERR_BADVALUE;
 }
 
 /// Reads a cell's object into the class's buffer. What an earlier cell left there goes first, so
 /// that a failed read is never answered with another cell's value.
-int readCell(TableClassState& state, const ObjMapping& cell, Presentation& presentation) {
+int readCell(TableClassState& state, const ObjMapping& cell) {
   ObjValue& buffer = state.objectBuffer;
   buffer = ObjValue();
   buffer.setOid(cell.objId);
-  return readObject(buffer, *state.catalogue, presentation);
+  return readValue(buffer, *state.catalogue);
 }
 
 int findCell(const TableClassState& state, const netsnmp_table_request_info& table,
@@ -86,18 +71,18 @@ int handleCell(TableClassState& state, int mode, netsnmp_request_info* request,
 
   ObjMapping cell;
   if (findCell(state, *table, *row, cell) == -1) return SNMP_ERR_NOERROR;
+  if (mode == MODE_GET) {
+    answerCell(cell, *state.catalogue, request->requestvb);
+    return SNMP_ERR_NOERROR;
+  }
   // Deliberate: every phase of a SET reads first, so a cell that cannot be read is skipped before
   // its access is tested, and a SET on it succeeds without writing.
-  Presentation presentation;
-  if (readCell(state, cell, presentation) == -1) {
+  if (readCell(state, cell) == -1) {
     Output::puts(kCellReadError);
     return SNMP_ERR_NOERROR;
   }
 
   switch (mode) {
-    case MODE_GET:
-      answerCell(cell.attributes.asnType, state.objectBuffer, presentation, request->requestvb);
-      return SNMP_ERR_NOERROR;
     case MODE_SET_RESERVE1:
       if (isCellWritable(cell.attributes.access)) return SNMP_ERR_NOERROR;
       Output::print(" %s SNMP_ERR_READONLY\n", state.traits.sourceName);

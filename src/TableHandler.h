@@ -11,13 +11,13 @@
 #define NORVA_TABLE_HANDLER_H_
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "AgentLibrary.h"
 #include "ObjValue.h"
 #include "SnmpTableStrategy.h"
 #include "StrictSet.h"
+#include "TableIterator.h"
 
 namespace norva {
 
@@ -31,17 +31,15 @@ struct TableTraits {
 };
 
 /// State of one table class.
-struct TableClassState {
+struct TableClassState : TableRows {
   explicit TableClassState(const TableTraits& classTraits) : traits(classTraits) {}
 
   const TableTraits traits;
-  std::mutex mutex;
   ObjValue objectBuffer;  ///< scratch of the request handler
   StrictSet strictSet;
   const SnmpDataBase* catalogue = nullptr;
-  std::int32_t tableFlag = 0;      ///< stored, never read
-  RowNode* rowListHead = nullptr;  ///< the object's rows as the iterator sees them
-  std::string ancestorNode;        ///< the table's key in the catalogue
+  std::int32_t tableFlag = 0;  ///< stored, never read
+  std::string ancestorNode;    ///< the table's key in the catalogue
 };
 
 class TableHandler : public SnmpTableStrategy {

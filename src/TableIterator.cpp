@@ -1,9 +1,6 @@
 #include "TableIterator.h"
 
 #include <cstdlib>
-#include <mutex>
-
-#include "TableHandler.h"
 
 namespace norva {
 
@@ -19,7 +16,7 @@ void freeRowContext(void* context, netsnmp_iterator_info*) {
 
 }  // namespace
 
-netsnmp_iterator_info* makeRowIterator(TableClassState& state) {
+netsnmp_iterator_info* makeRowIterator(TableRows& rows) {
   auto* info = static_cast<netsnmp_iterator_info*>(std::calloc(1, sizeof(netsnmp_iterator_info)));
   if (info == nullptr) return nullptr;
   info->get_first_data_point = firstRow;
@@ -29,19 +26,19 @@ netsnmp_iterator_info* makeRowIterator(TableClassState& state) {
   info->free_data_context = freeRowContext;
   info->free_loop_context_at_end = freeRowContext;
   info->flags = NETSNMP_ITERATOR_FLAG_SORTED;
-  info->myvoid = &state;
+  info->myvoid = &rows;
   return info;
 }
 
 netsnmp_variable_list* firstRow(void** loopContext, void** dataContext,
                                 netsnmp_variable_list* index, netsnmp_iterator_info* info) {
-  auto& state = *static_cast<TableClassState*>(info->myvoid);
-  const std::lock_guard lock(state.mutex);
+  auto& rows = *static_cast<TableRows*>(info->myvoid);
+  const std::lock_guard lock(rows.mutex);
   // The library puts a hint of its own there, which it would free behind an empty table.
   *loopContext = nullptr;
   *dataContext = nullptr;
-  if (state.rowListHead == nullptr) return nullptr;
-  const RowContext first{state.rowListHead->index, state.rowListHead->next};
+  if (rows.rowListHead == nullptr) return nullptr;
+  const RowContext first{rows.rowListHead->index, rows.rowListHead->next};
   *loopContext = makeRowContext(const_cast<RowContext*>(&first), info);
   setRowIndex(index, first.index);
   return index;

@@ -4,13 +4,18 @@
 #define NORVA_TABLE_ITERATOR_H_
 
 #include <cstdint>
+#include <mutex>
 
 #include "AgentLibrary.h"
 #include "SnmpTableStrategy.h"
 
 namespace norva {
 
-struct TableClassState;
+/// The rows of a table class as the walk sees them.
+struct TableRows {
+  std::mutex mutex;                ///< guards the list
+  RowNode* rowListHead = nullptr;  ///< of the class's one object
+};
 
 /// A row as the library carries it, as loop context of a walk and as data context of a request.
 /// Allocated with malloc and released by the library with free.
@@ -19,11 +24,11 @@ struct RowContext {
   RowNode* next;  ///< points into the live row list
 };
 
-/// Iterator information for the rows of `state`, whose callbacks are the functions below; null when
-/// there is no memory. Allocated with calloc; the library uses it until the process ends.
-netsnmp_iterator_info* makeRowIterator(TableClassState& state);
+/// Iterator information for `rows`, which outlive it and whose callbacks are the functions below;
+/// null when there is no memory. Allocated with calloc; the library uses it until the process ends.
+netsnmp_iterator_info* makeRowIterator(TableRows& rows);
 
-// The callbacks, with the library's signatures. `info->myvoid` is the TableClassState. Only the
+// The callbacks, with the library's signatures. `info->myvoid` are the TableRows. Only the
 // first of the two indexes is ever filled; the second takes what the request carries.
 
 /// The smallest row; null when there is none.

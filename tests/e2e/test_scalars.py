@@ -137,19 +137,13 @@ def test_trace_of_a_get(served):
 
 @pytest.mark.parametrize("name, letter, given, frame, answer", [
     ("unsigned 1", "i", 300, "01 04 01 01 2c", 44),
-    ("unsigned 4", "i", 0x01020304, "01 07 05 01 04 03 02 01", 0x01020304),
-    ("signed 4", "i", -5, "01 07 06 01 fb ff ff ff", -5),
     ("scaled signed", "i", -5, "01 05 09 01 0c fe", -500),
-    ("low half", "i", 0x10002, "01 07 0a 01 02 00 01 00", 2),
     ("text", "s", "Hill", "01 17 0d 01 48 69 6c 6c" + " 00" * 16, "Hill"),
-    ("text", "s", "", "01 17 0d 01" + " 00" * 20, ""),
     ("short field", "s", "12345678", "01 0b 10 01 31 32 33 34 35 36 37 38", "12345678"),
     ("long text", "s", "x" * 64, "01 43 0f 01" + " 78" * 64, "x" * 64),
     ("decimal", "s", "2.30", "01 05 13 01 e5 00", "2.29"),  # cut in single precision
     ("unsigned 4", "u", 5, "01 07 05 01 05 00 00 00", 5),
     ("unsigned 4", "a", "10.0.0.7", "01 07 05 01 07 00 00 0a", 0x0a000007),
-    ("gauge 1", "u", 5, "01 04 17 01 05", "5"),
-    ("address number", "a", "10.2.0.9", "01 07 1b 01 09 00 02 0a", "10.2.0.9"),
     ("address bytes", "a", "10.2.0.9", "01 07 1c 01 0a 02 00 09", "10.2.0.9"),
     ("address text", "a", "10.2.0.9", "01 17 1d 01 31 30 2e 32 2e 30 2e 39" + " 00" * 12,
      "10.2.0.9"),
@@ -190,8 +184,6 @@ def test_several_scalars_in_one_set(restored):
 @pytest.mark.parametrize("name, letter, given, reason", [
     ("read-only", "i", 5, "notWritable"),
     ("read-only in the unit", "i", 5, "badValue"),
-    ("long text", "s", "x" * 65, "badValue"),
-    ("short field", "s", "123456789", "badValue"),
     ("decimal", "s", "12,5", "badValue"),
 ])
 def test_refused_set_writes_nothing(served, name, letter, given, reason):

@@ -14,20 +14,13 @@ Object = namedtuple("Object", "unit type method access", defaults=(2, 0, 3))
 INTEGER, TEXT, ADDRESS, GAUGE = 2, 4, 0x40, 0x42
 OBJECTS = {
     "u8": Object("unsigned 1 rw 1"), "s8": Object("signed 1 rw -1"),
-    "u16": Object("unsigned 2 rw 1"), "s16": Object("signed 2 rw -1"),
-    "u32": Object("unsigned 4 rw 1"), "s32": Object("signed 4 rw -1"),
+    "u16": Object("unsigned 2 rw 1"), "s32": Object("signed 4 rw -1"),
     "gauge": Object("unsigned 4 rw 1", GAUGE),
     "times100": Object("signed 2 rw 5", INTEGER, 0x2000),
-    "times1e9": Object("signed 4 rw 5", INTEGER, 0x9000),
     "decimal": Object("signed 2 rw 5", TEXT, 0x2004),
-    "whole": Object("unsigned 4 rw 5", TEXT, 0x0004),
-    "text8": Object('text 8 rw "east"', TEXT), "text64": Object('text 64 rw "east"', TEXT),
-    "text4": Object('text 4 rw "east"', TEXT), "text2": Object('text 2 rw "ne"', TEXT),
+    "text8": Object('text 8 rw "east"', TEXT), "text4": Object('text 4 rw "east"', TEXT),
     "dotted": Object("unsigned 4 rw 0x0a000001", TEXT, 1),
-    "address": Object("unsigned 4 rw 0x0a000001", ADDRESS),
     "address8": Object('text 8 rw "1.2.3.4"', ADDRESS),
-    "text over number": Object("unsigned 4 rw 5", TEXT),
-    "number over text": Object('text 8 rw "east"', INTEGER),
     "read-only": Object("unsigned 1 rw 1", access=1),
     "read-only in the unit": Object("unsigned 1 ro 1"),
     "unreadable": Object(None),
@@ -79,39 +72,18 @@ def refusal(world, *assignments):
     return error.reason, list(assignments[::3]).index(failed[1]) + 1
 
 
-LIMITS = {"u8": (0, 255), "s8": (-128, 127), "u16": (0, 65535), "s16": (-32768, 32767),
-          "u32": (0, 2147483647), "s32": (-2147483648, 2147483647)}
+# One of each kind; all others stand in the unit test of encodeStrictly.
 ACCEPTED = [
-    *[(name, "i", value, value) for name, ends in LIMITS.items() for value in ends],
-    ("gauge", "u", 4294967295, 4294967295),
-    ("times100", "i", 327, 32700), ("times100", "i", -327, -32700),
-    ("times1e9", "i", 2, 2_000_000_000), ("times1e9", "i", 0, 0),
-    ("decimal", "s", "0.29", 29), ("decimal", "s", "-12.5", -1250), ("decimal", "s", "+3.", 300),
-    ("decimal", "s", "2.3000", 230), ("decimal", "s", "1".rjust(64, "0"), 100),
-    ("whole", "s", "4294967295", 4294967295),
-    ("text8", "s", "12345678", "12345678"), ("text8", "s", "", ""),
-    ("text64", "s", "x" * 64, "x" * 64), ("text4", "s", "west", "west"), ("text2", "s", "sw", "sw"),
-    ("dotted", "s", "10.1.2.3", 0x0a010203),
-    ("address", "a", "10.0.0.7", 0x0a000007), ("address8", "a", "10.0.0.7", "10.0.0.7"),
+    ("u8", "i", 255, 255), ("s8", "i", -128, -128), ("gauge", "u", 4294967295, 4294967295),
+    ("times100", "i", -327, -32700), ("decimal", "s", "-12.5", -1250),
+    ("text8", "s", "", ""), ("text4", "s", "west", "west"),
+    ("dotted", "s", "10.1.2.3", 0x0a010203), ("address8", "a", "10.0.0.7", "10.0.0.7"),
 ]
 REFUSED = [
-    *[(name, "i", value, "wrongValue") for name, (low, high) in LIMITS.items()
-      for value in (low - 1, high + 1) if -2 ** 31 <= value < 2 ** 31],
-    ("u32", "i", -1, "wrongValue"),
-    ("gauge", "i", 5, "wrongType"), ("u8", "u", 5, "wrongType"), ("u8", "s", "5", "wrongType"),
-    ("text8", "i", 5, "wrongType"), ("u32", "a", "10.0.0.7", "wrongType"),
-    ("text8", "o", "1.3.6", "wrongType"),
-    ("times100", "i", 328, "wrongValue"), ("times1e9", "i", 3, "wrongValue"),
-    ("decimal", "s", "327.68", "wrongValue"), ("decimal", "s", "0.295", "wrongValue"),
-    ("decimal", "s", "1e3", "wrongValue"), ("decimal", "s", "", "wrongValue"),
-    ("decimal", "s", "1.2.3", "wrongValue"), ("decimal", "s", "-", "wrongValue"),
-    ("decimal", "s", "9" * 64, "wrongValue"), ("decimal", "s", "1".rjust(65, "0"), "wrongLength"),
-    ("whole", "s", "-1", "wrongValue"), ("whole", "s", "4294967296", "wrongValue"),
-    ("text8", "s", "123456789", "wrongLength"), ("text64", "s", "x" * 65, "wrongLength"),
-    ("text8", "x", "6500", "wrongValue"),
-    ("dotted", "s", "10.1.2.256", "wrongValue"),
+    ("u8", "i", 256, "wrongValue"), ("gauge", "i", 5, "wrongType"),
+    ("text8", "o", "1.3.6", "wrongType"), ("decimal", "s", "0.295", "wrongValue"),
+    ("text8", "s", "123456789", "wrongLength"), ("text8", "x", "6500", "wrongValue"),
     ("address8", "a", "10.0.0.77", "wrongLength"),
-    ("text over number", "s", "5", "wrongValue"), ("number over text", "i", 5, "wrongValue"),
     ("read-only", "i", 5, "notWritable"), ("read-only in the unit", "i", 5, "notWritable"),
     ("unreadable", "i", 5, "resourceUnavailable"),
 ]
@@ -184,16 +156,16 @@ def test_what_was_written_is_put_back(restored, refused):
 
 
 # Silent at the second of two writes, until it speaks again; at the first one, once.
-@pytest.mark.parametrize("fault, written", [
-    (f"silent --on set --object {SECOND_TABLE + 1:#x}", {SECOND_TABLE, SECOND_TABLE + 1}),
-    ("silent --on set --count 1", {SECOND_TABLE}),
+@pytest.mark.parametrize("fault, reason, written", [
+    (f"silent --on set --object {SECOND_TABLE + 1:#x}", "undoFailed",
+     {SECOND_TABLE, SECOND_TABLE + 1}),
+    ("silent --on set --count 1", "commitFailed", {SECOND_TABLE}),
 ])
-def test_unit_silent_in_the_middle(restored, fault, written):
+def test_unit_silent_in_the_middle(restored, fault, reason, written):
     """It is served again afterwards; only what was asked of the unit is put back."""
     before = len(restored.frames())
     restored.ctl("fault", *fault.split())
-    error = refused(restored, second(1), "i", 55, second(2), "i", 56, timeout=40)
-    assert error.reason in ("commitFailed", "undoFailed")
+    assert refused(restored, second(1), "i", 55, second(2), "i", 56, timeout=40).reason == reason
     assert {int.from_bytes(frame[2:4], "little") for frame in restored.writes(before)} == written
     restored.ctl("fault", "none")
     wait_until(lambda: restored.get(second(3))[0].value == 2, 10, "the agent serving")

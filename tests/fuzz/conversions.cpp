@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "ByteOrder.h"
+#include "DeviceForm.h"
 #include "ExactModel.h"
 #include "Fuzz.h"
-#include "Presentation.h"
 #include "SnmpObjConvertStrategy.h"
 
 namespace norva::fuzz {
@@ -121,7 +121,7 @@ void checkConversions(Input input) {
     Model shown = model;
     ObjValue record = model.record();
     Presentation presentation;
-    const bool isShown = present(strategy, method, record, presentation) == 0;
+    const bool isShown = toManager(strategy, method, record, presentation) == 0;
     MUST(isShown == shown.widen());
     if (isShown) {
       shown.toSnmp();

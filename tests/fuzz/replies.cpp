@@ -10,9 +10,9 @@
 #include "AsnType.h"
 #include "DataBase.h"
 #include "DataManage.h"
+#include "DeviceForm.h"
 #include "Fuzz.h"
 #include "Output.h"
-#include "Presentation.h"
 #include "SnmpDataBase.h"
 #include "Trace.h"
 

@@ -3,6 +3,7 @@
 #include <csignal>
 #include <thread>
 
+#include "ReplyTimer.h"
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -23,7 +24,8 @@ class ComPortAdapterTest : public QueueTest {
     EXPECT_EQ(printed([&] { EXPECT_EQ((adapter.*operation)(buffer, length), -1); }), kTooLong);
   }
 
-  ComPortAdapter adapter;
+  const ReplyTimer timer{kReplyQueueKey};
+  ComPortAdapter adapter{timer};
   alignas(long) std::uint8_t buffer[sizeof(long) + 4096] = {};
   const struct Source {
     Operation operation;
@@ -39,7 +41,7 @@ TEST_F(ComPortAdapterTest, OpenKeepsWhatWaitsAndASecondOpenStartsAnew) {
   for (const Queue& queue : queues) EXPECT_EQ(queue.state().msg_qnum, 0U);
   EXPECT_EQ(adapter.close(), 0);
   for (const Queue& queue : queues) EXPECT_FALSE(queue.exists());
-  { ComPortAdapter().open(); }
+  { ComPortAdapter(timer).open(); }
   for (const Queue& queue : queues) EXPECT_TRUE(queue.exists()) << "they outlive the adapter";
 }
 

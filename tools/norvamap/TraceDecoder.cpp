@@ -5,8 +5,8 @@
 #include <cctype>
 
 #include "ByteOrder.h"
+#include "DeviceForm.h"
 #include "ObjectProtocol.h"
-#include "Presentation.h"
 #include "SnmpObjConvertStrategy.h"
 #include "Text.h"
 #include "TrapMessage.h"
@@ -55,7 +55,7 @@ std::string unitValue(const ObjValue& record) {
   ObjValue widened = record;
   if (!isSigned) widened.setAttr(0);
   Presentation presentation;
-  if (present(SnmpObjConvertStrategy(), 0, widened, presentation) == -1) return "odd length";
+  if (toManager(SnmpObjConvertStrategy(), 0, widened, presentation) == -1) return "odd length";
   const std::uint32_t integer = widened.integer32();
   const char* const kind = isSigned                             ? "signed"
                            : record.kind() == ValueKind::kOther ? "other"

@@ -5,8 +5,8 @@
 
 #include "AnswerValue.h"
 #include "AsnType.h"
+#include "DeviceForm.h"
 #include "Format.h"
-#include "Presentation.h"
 #include "Text.h"
 
 namespace norva::mapping {
@@ -96,7 +96,7 @@ std::string describeMethod(std::uint16_t covMethod) {
 View viewOf(const ObjValue& record, std::uint16_t asnType, std::uint16_t covMethod) {
   ObjValue presented = record;
   Presentation presentation;
-  if (present(SnmpObjConvertStrategy(), covMethod, presented, presentation) == -1) return {};
+  if (toManager(SnmpObjConvertStrategy(), covMethod, presented, presentation) == -1) return {};
   const AnswerValue answer(asnType, presented, presentation);
   if (!answer.valid()) return {};
   return {true, valueText(answer)};

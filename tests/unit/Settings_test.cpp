@@ -1,0 +1,68 @@
+#include "Settings.h"
+
+#include <fstream>
+#include <utility>
+
+#include "AgentLibrary.h"
+#include "TestSupport.h"
+
+namespace norva::test {
+namespace {
+
+using std::chrono::seconds;
+
+/// The settings after the lines of a file, and what is said of them.
+struct Read {
+  explicit Read(const std::vector<std::string>& lines) {
+    Settings::follow("unit");
+    const Settings before = Settings::get();
+    const TemporaryDirectory directory;
+    const std::string path = directory.path + "/unit.conf";
+    std::ofstream file(path);
+    for (const std::string& line : lines) file << line << "\n";
+    file.close();
+    testing::internal::CaptureStderr();
+    read_config_with_type(path.c_str(), "unit");
+    said = testing::internal::GetCapturedStderr();
+    settings = std::exchange(const_cast<Settings&>(Settings::get()), before);
+  }
+  Settings settings;
+  std::string said;
+};
+
+TEST(SettingsTest, EachTokenFromItsSmallestToItsLargestValue) {
+  const Read none({}), smallest({"norvaDeviceTimeout 0", "norvaBacklog 0", "norvaTrace no"}),
+      largest({"norvaDeviceTimeout \t3600 ", "norvaBacklog 100000", "norvaStrictSet yes",
+               "norvaTrace yes"});
+  const auto check = [](const Read& read, int timeout, std::size_t backlog, bool strict,
+                        bool trace) {
+    EXPECT_EQ(read.said, "");
+    EXPECT_EQ(read.settings.deviceTimeout, seconds(timeout));
+    EXPECT_EQ(read.settings.backlog, backlog);
+    EXPECT_EQ(read.settings.strictSet, strict);
+    EXPECT_EQ(read.settings.trace, trace);
+  };
+  check(none, 0, 1000, false, true);
+  check(smallest, 0, 0, false, false);
+  check(largest, 3600, 100'000, true, true);
+}
+
+TEST(SettingsTest, ABadValueIsNamedAndChangesNothing) {
+  const std::vector<std::string> good{"norvaDeviceTimeout 7", "norvaBacklog 8", "norvaTrace no"};
+  for (const std::string line :
+       {"norvaDeviceTimeout 3601", "norvaDeviceTimeout soon", "norvaDeviceTimeout 5 s",
+        "norvaDeviceTimeout -1", "norvaBacklog 100001", "norvaBacklog 99999999999",
+        "norvaTrace Yes", "norvaStrictSet 1"}) {
+    auto lines = good;
+    lines.push_back(line);
+    const Read read(lines);
+    EXPECT_NE(read.said.find("Error: " + line.substr(0, line.find(' ')) + ": "), std::string::npos)
+        << line << " " << read.said;
+    EXPECT_EQ(read.settings.deviceTimeout, seconds(7)) << line;
+    EXPECT_EQ(read.settings.backlog, 8U) << line;
+    EXPECT_FALSE(read.settings.strictSet || read.settings.trace) << line;
+  }
+}
+
+}  // namespace
+}  // namespace norva::test
