@@ -49,7 +49,7 @@ class AgentXPdu {
 /// Finds the PDUs in what is received from the master, in pieces of any size.
 class AgentXStream {
  public:
-  /// Calls `use` with each PDU of which enough has come.
+  /// Calls `use` with each PDU whose payload is that of a Response or longer, once enough has come.
   template <typename Use>
   void feed(const std::uint8_t* bytes, std::size_t size, Use use) {
     while (size > 0) {
@@ -77,7 +77,7 @@ class AgentXStream {
       _look = std::min<std::size_t>(pdu.payloadSize(), kLook);
       return;
     }
-    if (_look == 0 || _look == kLook) use(pdu);
+    if (_look == kLook) use(pdu);
     _skip = pdu.payloadSize() - _look;
     _held = _look = 0;
   }

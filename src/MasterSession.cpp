@@ -41,7 +41,7 @@ int watchReceived(netsnmp_transport* transport, void* buffer, int size, void** o
                         if (pdu.type() != kAgentXResponse || pdu.error() == AgentXPdu::kNotOpen) {
                           return;
                         }
-                        state.notifications->acknowledged(pdu.packetId());
+                        state.notifications->acknowledged(pdu.packetId(), pdu.error());
                       });
   return received;
 }

@@ -119,26 +119,35 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
 }
 
 void NotificationQueue::sent(std::uint32_t id) {
-  const std::lock_guard lock(_mutex);
-  if (_owed.empty()) return;
-  if (_connected && id != 0) {
-    _owed.back().packet = id;
-  } else {
-    if (_connected) Output::print("notification %u could not be sent\n", _owed.back().sequence);
-    _owed.pop_back();
+  std::uint32_t unsent = 0;
+  {
+    const std::lock_guard lock(_mutex);
+    if (_owed.empty()) return;
+    if (_connected && id != 0) {
+      _owed.back().packet = id;
+    } else {
+      if (_connected) unsent = _owed.back().sequence;
+      _owed.pop_back();
+    }
+    update();
   }
-  update();
+  if (unsent != 0) Output::print("notification %u could not be sent\n", unsent);
 }
 
-void NotificationQueue::acknowledged(std::uint32_t id) {
-  const std::lock_guard lock(_mutex);
-  const auto entry =
-      std::find_if(_owed.begin(), _owed.end(), [id](const Entry& e) { return e.packet == id; });
-  if (entry == _owed.end()) return;
-  _owed.erase(entry);
-  _progress = Clock::now();
-  tellRoom();
-  update();
+void NotificationQueue::acknowledged(std::uint32_t id, unsigned error) {
+  std::uint32_t sequence = 0;
+  {
+    const std::lock_guard lock(_mutex);
+    const auto entry =
+        std::find_if(_owed.begin(), _owed.end(), [id](const Entry& e) { return e.packet == id; });
+    if (entry == _owed.end()) return;
+    sequence = entry->sequence;
+    _owed.erase(entry);
+    _progress = Clock::now();
+    tellRoom();
+    update();
+  }
+  if (error != 0) Output::print("the master refused notification %u: error %u\n", sequence, error);
 }
 
 void NotificationQueue::sessionStarted() {

@@ -87,8 +87,9 @@ class NotificationQueue {
   /// Whether the library reads what the master sends: not before the request loop, nor while a
   /// request handler waits for the unit. Main thread.
   void listensToMaster(bool listens);
-  /// The master has taken packet `id`, which may be none of ours.
-  void acknowledged(std::uint32_t id);
+  /// The master has answered packet `id`, which may be none of ours. An `error` of its is printed;
+  /// sending again would not help.
+  void acknowledged(std::uint32_t id, unsigned error = 0);
 
  private:
   using Clock = std::chrono::steady_clock;

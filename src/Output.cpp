@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
@@ -79,12 +80,13 @@ void Output::write(std::string_view text, std::string_view end) {
   const bool startsLine = !_lineIsOpen;
   _lineIsOpen = (end.empty() ? text : end).back() != '\n';
   if (_dropped > 0) {
-    if (!startsLine || !hasRoom(kCapacity / 2)) {
+    if (!startsLine || !hasRoom(kCapacity / 2) || _notice.count > 0) {
       _dropped += size;
       return;
     }
     appendNotice();
-  } else if (!hasRoom(size)) {
+  }
+  if (!hasRoom(size)) {
     _dropped = size;
     return;
   }
@@ -105,10 +107,17 @@ void Output::waitForRoom(std::unique_lock<std::mutex>& lock, std::size_t size) {
 }
 
 void Output::appendNotice() {
+  _notice = {_pending.size(), 0, _dropped};
   if (_keptLineIsOpen) _pending += '\n';
   _pending += std::to_string(_dropped) + " bytes of output were dropped, nobody read them\n";
+  _notice.end = _pending.size();
   _keptLineIsOpen = false;
   _dropped = 0;
+}
+
+std::size_t Output::Notice::lost(std::size_t from, std::size_t size) const {
+  if (count == 0 || from >= end) return size - from;
+  return size - from - (end - std::max(from, begin)) + count;
 }
 
 std::size_t Output::writeAll(std::string_view text) const {
@@ -128,14 +137,25 @@ std::size_t Output::writeAll(std::string_view text) const {
 
 bool Output::takeAndWrite(std::unique_lock<std::mutex>& lock) {
   _writing.swap(_pending);
+  const Notice notice = std::exchange(_notice, {});
   lock.unlock();
-  const std::size_t lost = writeAll(_writing);
+  const std::size_t size = _writing.size();
+  const std::size_t written = size - writeAll(_writing);
   lock.lock();
-  // What a full disk or a reader that is gone did not take counts with what had no room.
-  _dropped += lost;
+  if (written > 0) _writtenLineIsOpen = _writing[written - 1] != '\n';
+  if (written < size) {
+    _dropped += notice.lost(written, size) + _notice.lost(0, _pending.size());
+    _pending.clear();
+    _notice = {};
+    _keptLineIsOpen = _writtenLineIsOpen;
+  }
   _writing.clear();
+  if (_writing.capacity() > 2 * kCapacity) {
+    _writing.shrink_to_fit();
+    _writing.reserve(kCapacity);
+  }
   if (_heldUp > 0) _roomy.notify_all();
-  return lost == 0;
+  return written == size;
 }
 
 void Output::run() {

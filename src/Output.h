@@ -4,9 +4,10 @@
 // Printing does not wait for the reader: the text goes into a buffer in memory, and one writer
 // thread empties it. A live reader has the text within kDelay, a terminal at once. A thread that
 // prints faster than the writer writes is held up, by kPatience at most, the main thread never.
-// After that, text without room is dropped, from the start of one line to that of a later one,
-// without holding anybody up; once the reader reads again, a line tells how many bytes were lost.
-// A reader that is gone costs nothing but the output.
+// After that, text without room is dropped up to the start of a later line, without holding anybody
+// up; once the reader reads again, a line tells how many bytes were lost. What a full disk or a
+// reader that is gone did not take counts too. A text larger than the buffer is taken while nothing
+// else waits.
 //
 // Printing makes no system call while output keeps coming; after kQuiet without any, the next text
 // wakes the writer. What succeeds is printed through Trace, which can be switched off.
@@ -64,13 +65,20 @@ class Output : private Worker {
 
   /// The functions below REQUIRE that the lock is held; takeAndWrite releases it meanwhile.
   bool hasRoom(std::size_t size) const {
-    return _pending.size() + _writing.size() + size <= kCapacity;
+    return settled() || _pending.size() + _writing.size() + size <= kCapacity;
   }
   void waitForRoom(std::unique_lock<std::mutex>& lock, std::size_t size);
   bool settled() const { return _pending.empty() && _writing.empty(); }
-  /// False when something could not be written.
+  /// False when something could not be written; what was printed meanwhile is dropped with it.
   bool takeAndWrite(std::unique_lock<std::mutex>& lock);
   void appendNotice();
+
+  /// The line about dropped bytes, within the text that waits; `count` is 0 where there is none.
+  struct Notice {
+    std::size_t begin = 0, end = 0, count = 0;
+    /// Bytes lost with a text of `size` bytes from `from` on: a notice counts as what it tells of.
+    std::size_t lost(std::size_t from, std::size_t size) const;
+  };
   /// Releases the lock and waits, without limit if `milliseconds` is negative.
   void waitToBeWoken(std::unique_lock<std::mutex>& lock, int milliseconds) const;
   void wakeWriter() const;
@@ -92,7 +100,9 @@ class Output : private Worker {
   bool _asleep = false;              // the writer waits until it is woken
   bool _lineIsOpen = false;          // what was printed last, kept or dropped, ended no line
   bool _keptLineIsOpen = false;      // the same of what was kept
+  bool _writtenLineIsOpen = false;   // the same of what the reader has got
   std::size_t _dropped = 0;          // bytes since the last notice
+  Notice _notice;                    // in _pending
 };
 
 }  // namespace norva

@@ -6,8 +6,8 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
 
 #include "DeviceLayout.h"
 #include "Output.h"
@@ -20,7 +20,7 @@ namespace {
 constexpr char kConfDirectory[] = "/etc/snmp";
 constexpr char kKillCommand[] = "killall -9 snmpd";
 constexpr char kFinding[] = "duplicate registration";
-constexpr std::size_t kLineSize = 256;
+constexpr std::size_t kLineSize = 256;  // its end included
 constexpr unsigned kPassInterval = 10;  // seconds
 
 bool isDirectory(const char* path) {
@@ -40,13 +40,20 @@ void prepareDirectories() {
 }
 
 bool reportsFinding() {
-  std::ifstream log(kSnmpdLog);
-  char line[kLineSize] = {};
-  // Deliberate: a line that does not fit fails the stream, and what is behind it is not seen.
-  while (log.getline(line, sizeof line)) {
-    if (std::strstr(line, kFinding) != nullptr) return true;
-  }
-  return false;
+  std::FILE* log = std::fopen(kSnmpdLog, "re");  // no program that is started inherits it
+  if (log == nullptr) return false;
+  char line[kLineSize + 1];
+  char& last = line[kLineSize - 1];
+  bool isFound = false;
+  do {
+    last = '\0';
+    if (std::fgets(line, sizeof line, log) == nullptr) break;
+    // Deliberate: a line that does not fit ends the search, and what is behind it is not seen.
+    if (last != '\0' && last != '\n') break;
+    isFound = std::strstr(line, kFinding) != nullptr;
+  } while (!isFound);
+  std::fclose(log);
+  return isFound;
 }
 
 bool isTooLarge() {

@@ -1,7 +1,10 @@
 """The default mode: the agent launches snmpd with the shipped configuration and watches it."""
 
+import os
+import re
 import signal
 import time
+from pathlib import Path
 
 import pytest
 
@@ -149,3 +152,14 @@ def test_size_of_the_log(unit):
         more.write("\n")
     unit.wait_restarted(before)
     assert log.stat().st_size < 1000
+
+
+def test_no_program_inherits_the_log(unit):
+    """A log that yields nothing keeps it open long enough to look at."""
+    unit.inside(f"rm {LOG}; mkfifo {LOG}")
+    unit.spawn("writer", ["sh", "-c", f"exec 3<>{LOG}; exec sleep 60"])
+    agent = Path(f"/proc/{unit.agent.pid()}")
+    [log, *_] = wait_until(lambda: [entry.name for entry in (agent / "fd").iterdir()
+                                    if os.readlink(entry) == LOG], 30, "a look at the log")
+    flags = re.search(r"flags:\s*(\d+)", (agent / "fdinfo" / log).read_text())[1]
+    assert int(flags, 8) & os.O_CLOEXEC

@@ -69,7 +69,8 @@ TEST_F(NotificationQueueTest, OwesNoMoreThanItsLimitAndTellsOnceThatThereIsWork)
   queue.acknowledged(999);
   EXPECT_EQ(sendAll(), "");
   queue.acknowledged(7);
-  queue.acknowledged(1);
+  EXPECT_EQ(printed([this] { queue.acknowledged(1, 268); }),
+            "the master refused notification 1: error 268\n");
   EXPECT_EQ(sendAll(), "65#65 66#66 ");
 }
 
@@ -149,6 +150,7 @@ TEST(AgentXStreamTest, FindsResponsesInPiecesOfAnySize) {
     add("01 05 10 00 00 00 00 01 00 00 00 02 00 00 00 63 00 00 00 04 12 34 56 78");  // a Get
     add("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 00 00 00 00");
     add("01 0d 10 00 00 00 00 01 00 00 00 02 00 00 00 08 00 00 00 00");  // no payload
+    add("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 08 00 00 00 00");  // a Response, no answer
     add("01 12 00 00 01 00 00 00 02 00 00 00 09 00 00 00 0c 00 00 00 01 00 00 00 01 01 00 00"
         " 01 02 03 04");
     return bytes;

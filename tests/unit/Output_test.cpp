@@ -1,6 +1,8 @@
 #include "Output.h"
 
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "TestSupport.h"
@@ -59,6 +61,38 @@ TEST_F(OutputTest, AReaderWhoStopsLosesWholeLinesAndIsToldHowManyBytes) {
   EXPECT_EQ(dropped + kept - (all[start - 1] == '\n' ? 0 : 1), all.size());
   output->write("as before", "\n");
   EXPECT_EQ(readUntil("\n"), "as before\n");
+}
+
+TEST_F(OutputTest, ATextLargerThanTheBufferIsNotLost) {
+  const std::string text(4 * Output::kCapacity, 'x');
+  output->write(text, "\n");
+  EXPECT_EQ(readUntil("\n").size(), text.size() + 1);
+}
+
+TEST(OutputOnADiskTest, TheLineAfterAFullDiskTellsAllThatIsMissing) {
+  signal(SIGXFSZ, SIG_IGN);
+  const TemporaryDirectory directory;
+  const int file = open((directory.path + "/output").c_str(), O_CREAT | O_RDWR, 0600);
+  auto* const output = new Output(file, std::chrono::milliseconds(1));  // its writer never ends
+  output->start();
+  rlimit usual{};
+  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &usual), 0);
+  std::string all;
+  const auto print = [&](int line) {
+    all += std::to_string(1000 + line) + std::string(28, 'x') + "\n";
+    output->write(std::string_view(all).substr(all.size() - 33));
+    EXPECT_TRUE(output->drain(std::chrono::seconds(10)));
+  };
+  const rlimit full{1000, usual.rlim_max};  // in the middle of a line
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &full), 0);
+  for (int line = 0; line < 100; ++line) print(line);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &usual), 0);
+  for (int line = 100; line < 103; ++line) print(line);
+  EXPECT_TRUE(output->drain(std::chrono::seconds(10)));
+  std::string text(8192, '\0');
+  text.resize(static_cast<std::size_t>(pread(file, text.data(), text.size(), 0)));
+  EXPECT_EQ(text, all.substr(0, 1000) + "\n" + std::to_string(100 * 33 - 1000) +
+                      " bytes of output were dropped, nobody read them\n" + all.substr(100 * 33));
 }
 
 TEST_F(OutputTest, AReaderWhoIsGoneHoldsNothingUp) {
