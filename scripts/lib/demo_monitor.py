@@ -126,7 +126,7 @@ def shell(demo):
           "   unit 2 alarm raise 0x0402             an alarm, without its object\n"
           f"   amtool alert --alertmanager.url=http://{ALERTMANAGER}\n"
           f"   promtool query instant http://{PROMETHEUS} norva:state\n"
-          "   tail -f snmptrapd.log", flush=True)
+          "   tail -f trapreader.log", flush=True)
     with living(fleet):
         script = 'export PS1="monitor\\$ " PATH="$1"; exec bash --norc'
         path = f"{hub.directory}/bin:{hub.build}/tools/dasunit:{hub.environment['PATH']}"

@@ -29,7 +29,7 @@ def groups(fleet):
     return {"units": [process for unit in fleet.units for process in
                       (unit.world.agent, unit.world.master, unit.world.unit)],
             "exporter": [fleet.exporter], "Prometheus": [fleet.prometheus],
-            "the rest": [fleet.alertmanager, fleet.snmptrapd, fleet.traphandle]}
+            "the rest": [fleet.alertmanager, fleet.snmptrapd, fleet.trapreader]}
 
 
 def measure(count, delay, directory, options):

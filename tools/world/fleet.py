@@ -115,7 +115,7 @@ class Fleet:
     def start_monitoring(self):
         self.configure()
         self.start_alertmanager()
-        self.start_traphandle()
+        self.start_trapreader()
         self.start_snmptrapd()
         hub, files = self.hub, self.directory
         self.exporter = hub.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address",
@@ -137,9 +137,7 @@ class Fleet:
         self._edit("rules.yml", (r" for: [15]m", f" for: {2 * self.seconds}s"))
         self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
         users = "\n".join(f"createUser -e {_engine_id(unit.number)} {_USER}" for unit in self.units)
-        self._edit("snmptrapd.conf", (r"createUser .*", users),
-                   ("/usr/share/norvasnmp/monitoring/traphandle",
-                    f"{files}/traphandle --directory {hub.directory}/traps"))
+        self._edit("snmptrapd.conf", (r"createUser .*", users))
         (files / "units.yml").write_text(
             json.dumps([{"targets": [unit.address for unit in self.units]}]))
         (files / "snmp.yml").write_text(hub.inside(
@@ -164,16 +162,20 @@ class Fleet:
         wait_until(lambda: self.get(ALERTMANAGER, "/-/ready"), 30, "Alertmanager ready")
 
     def start_snmptrapd(self):
-        self.snmptrapd = self.hub.spawn("snmptrapd", [
-            "snmptrapd", "-Lo", "-M", f"{SOURCE}/mibs:{SOURCE}/mibs/base", "-m",
-            "NORVA-NOTIFY-MIB:SNMPv2-MIB", "-C", "-c", self.directory / "snmptrapd.conf", "-f",
-            "udp:162"])
+        """As the shipped drop-in does, but for a FIFO in place of the journal."""
+        with open(self.fifo, "r+b", buffering=0) as fifo:
+            self.snmptrapd = self.hub.spawn("snmptrapd", [
+                "snmptrapd", "-Lo", "-m", "", "-C", "-c", self.directory / "snmptrapd.conf", "-f",
+                "udp:162"], stdout=fifo)
         wait_until(lambda: ":00A2 " in self.hub.run("cat", "/proc/net/udp").stdout,
                    what="snmptrapd listening")
 
-    def start_traphandle(self):
-        self.traphandle = self.hub.spawn("traphandle", [
-            self.directory / "traphandle", "--directory", self.hub.directory / "traps", "--serve"])
+    def start_trapreader(self):
+        self.fifo = self.hub.directory / "notifications"
+        self.trapreader = self.hub.spawn("trapreader", [
+            self.directory / "trapreader", "--directory", self.hub.directory / "traps", "--pipe",
+            self.fifo])
+        wait_until(self.fifo.exists, what="the reader's FIFO")
 
     def get(self, server, path):
         """The answer's text, None if there is none."""
