@@ -134,7 +134,8 @@ class Fleet:
                         ignore=shutil.ignore_patterns("__pycache__"))
         self._edit("prometheus.yml", (r"_interval: \w+", f"_interval: {self.seconds}s"),
                    (r"scrape_timeout: \w+", f"scrape_timeout: {self.seconds}s"))
-        self._edit("rules.yml", (r" for: [15]m", f" for: {2 * self.seconds}s"))
+        self._edit("rules.yml", (r"for: (30s|[15]m)", f"for: {2 * self.seconds}s"),
+                   (r"interval: \w+", f"interval: {self.seconds}s"))
         self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
         users = "\n".join(f"createUser -e {_engine_id(unit.number)} {_USER}" for unit in self.units)
         self._edit("snmptrapd.conf", (r"createUser .*", users))
@@ -205,7 +206,8 @@ class Fleet:
 
     def scraped(self):
         """How many units have given values and texts."""
-        return int(self.value("count(norva:values and on (instance) norva_site_name)") or 0)
+        return int(self.value("count(norva:values{job=\"norva\"} and on (instance)"
+                              " norva:values{job=\"norva_config\"} and on (instance) norva_site_name)") or 0)
 
     def page_address(self, port=0):
         """Makes Prometheus reachable from outside, at a port of the loopback; the address."""
