@@ -165,7 +165,7 @@ def launch(demo):
 
 def read_as_shipped(demo):
     demo.say("SNMPv2c from the unit itself, SNMPv3 from anywhere.")
-    v3 = ["-v3", "-u", "norva", "-l", "authPriv", "-a", "SHA", "-A", "change-this-auth-phrase",
+    v3 = ["-v3", "-u", "norva", "-l", "authPriv", "-a", "SHA-256", "-A", "change-this-auth-phrase",
           "-x", "AES", "-X", "change-this-priv-phrase", "-On", "127.0.0.1:1161"]
     for options in (READ, v3):
         output = show(demo, "snmpget", *options, oid(demo, "Software Version"))

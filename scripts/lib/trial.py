@@ -74,7 +74,7 @@ class Trial:
                 context="", patience=15):
         """What an ordinary user's command prints, with names."""
         return self.shell(
-            f"{tool} -v3 -u {user} -l {level} -a SHA -A '{auth}' -x AES -X '{privacy}' -r0 "
+            f"{tool} -v3 -u {user} -l {level} -a SHA-256 -A '{auth}' -x AES -X '{privacy}' -r0 "
             f"{context} -t{patience} -m NORVA-MIB:NORVA-NOTIFY-MIB -OQs 127.0.0.1 {' '.join(words)}",
             user="user")
 
@@ -111,7 +111,8 @@ class Trial:
         """What norvaSnmp(8) tells to do before the first start, a receiver, and the services."""
         self.done(f"""set -e
             systemctl stop snmpd
-            echo 'createUser norva SHA "{AUTH}" AES "{PRIV}"' >> /var/lib/snmp/snmpd.conf
+            printf 'createUser %s SHA-256 "{AUTH}" AES "{PRIV}"\\n' norva norvaconfig \
+              >> /var/lib/snmp/snmpd.conf
             echo 'trap2sink 127.0.0.1:1162 public' >> {SNIPPET}
             sed -i 's/^norvaBacklog .*/norvaBacklog 500/' {SETTINGS}
             printf '%s\\n' 'authCommunity log public' > /tmp/receiver.conf
@@ -173,11 +174,12 @@ class Trial:
         self.wait_received("first")
 
     def written(self):
-        """An accepted SET changes the unit, a refused one nothing."""
+        """An accepted SET changes the unit, a refused one nothing; who polls is refused."""
+        assert "noAccess" in self.manager("snmpset", "fanSpeedSetpoint.0 i 2600")
         for words, expected in (("fanSpeedSetpoint.0 i 2500", "fanSpeedSetpoint.0 = 2500"),
                                 ("fanSpeedSetpoint.0 i 70000", "wrongValue"),
                                 ("boardTemperature.0 i 1", "notWritable")):
-            answer = self.manager("snmpset", words)
+            answer = self.manager("snmpset", words, user="norvaconfig")
             assert expected in answer, (words, answer)
         assert self.unit("get 0x030a").split()[-1] == "2500"
 

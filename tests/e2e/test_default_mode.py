@@ -47,7 +47,7 @@ def unit():
         world.launch()
         receiver = world.directory / "receiver.conf"
         receiver.write_text(
-            'createUser -e 0x80001f8804646173 norva SHA "change-this-auth-phrase"'
+            'createUser -e 0x80001f8804646173 norva SHA-256 "change-this-auth-phrase"'
             ' AES "change-this-priv-phrase"\nauthUser log norva priv\nauthCommunity log public\n')
         world.receiver = world.spawn("receiver", [
             "snmptrapd", "-f", "-X", "-Lo", "-On", "-C", "-c", receiver, "-F", "%P %v\\n",

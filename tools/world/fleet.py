@@ -17,8 +17,11 @@ from world import SOURCE, World, WorldError, wait_until
 
 PROMETHEUS = "127.0.0.1:9090"
 ALERTMANAGER = "127.0.0.1:9093"
-_USER = 'norva SHA "change-this-auth-phrase" AES "change-this-priv-phrase"'
-_SESSION = ('-v 3 -u norva -l authPriv -a SHA -A "change-this-auth-phrase" '
+# Who gets in, as shipped; the user who polls.
+_ACCESS = "".join(re.findall(r"^(?:createUser|view|group|access) .*\n",
+                             (SOURCE / "packaging/snmpd.conf").read_text(), re.M))
+_USER = 'norva SHA-256 "change-this-auth-phrase" AES "change-this-priv-phrase"'
+_SESSION = ('-v 3 -u norva -l authPriv -a SHA-256 -A "change-this-auth-phrase" '
             '-x AES -X "change-this-priv-phrase"')
 # Accepts on a socket of the network outside, connects inside.
 _RELAY = """
@@ -67,7 +70,7 @@ class FleetUnit:
         world.start_unit(record=False)
         world.start_master(f"[snmp] clientaddr {self.address}\n[snmp] mibs :\n"
                            f"exactEngineID {_engine_id(self.number)}\n"
-                           f"createUser {_USER}\nrwuser norva authPriv\n{sink}\n"
+                           f"{_ACCESS}{sink}\n"
                            "agentXTimeout 15\nagentXRetries 0\n")
         for change in (("0x0600", f"Site {self.number}"), ("0x0301", 30 + self.number % 20),
                        ("0x0504", 340 + self.number % 40), ("0x0FFA", 1)):

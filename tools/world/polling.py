@@ -31,13 +31,15 @@ def poll(world, name, command, pause=0):
 
 class Polling:
     """Runs from its construction to stop() or the world's end. Nothing may change meanwhile that is
-    polled. What is answered is always the same, or other lines none of which is `wrong`."""
+    polled. What is answered is always the same, or other lines none of which is `wrong`. Begins when
+    everybody can read `last`, if it is given."""
 
     def __init__(self, world, managers=MANAGERS, last=f"{ROOT}.10.2.1.1.32.0", wrong=bool):
         self._world = world
         self._wrong = wrong
         # The master gets the agent's objects one after the other, in their order.
-        wait_until(lambda: world.get(last)[0].type == "INTEGER", 30, "the last object")
+        if last:
+            wait_until(lambda: world.get(last)[0].type == "INTEGER", 30, "the last object")
         self._loops = [poll(world, f"poll-{number}", manager)
                        for number, manager in enumerate(managers)]
         wait_until(lambda: min(self.answers()) > 1, 60, "answers to all managers")
