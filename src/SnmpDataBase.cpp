@@ -47,7 +47,7 @@ template <typename Out>
 int SnmpDataBase::copyObject(std::uint16_t objId, Out& out) const {
   const std::lock_guard lock(_lock);
   if (const auto scalar = _objects.find(objId); scalar != _objects.end()) {
-    out = scalar->second.info;
+    out = static_cast<const Out&>(scalar->second.info);
     return 0;
   }
   const TableCells::Entry* cell = _tableObjects.findObject(objId);

@@ -28,8 +28,8 @@ namespace {
 char kError[] = "made to fail";
 
 const DataBase::Table* find(std::string_view sql) {
-  if (sql.ends_with(norva::mapping::kScalarTable)) return &DataBase::get().scalars;
-  return sql.ends_with(norva::mapping::kCellTable) ? &DataBase::get().cells : nullptr;
+  if (sql.ends_with(norva::kScalarTable.name)) return &DataBase::get().scalars;
+  return sql.ends_with(norva::kCellTable.name) ? &DataBase::get().cells : nullptr;
 }
 
 /// Puts `text` at `next`, with poison up to where the one behind it goes.
