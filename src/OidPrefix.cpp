@@ -23,7 +23,7 @@ std::vector<oid> parseRoot(const std::string& text) {
 }
 
 bool isUsable(const std::string& text) {
-  if (text.find('.') != std::string::npos) return true;
+  if (isUsableRoot(text)) return true;
   Output::print("object 0x%04x holds no usable OID, the fixed root is used\n", kObjOidPrefix);
   return false;
 }

@@ -38,6 +38,9 @@ void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>
     object.magic = static_cast<std::uint8_t>(i + 1);
     if (verdicts[i].state == ScalarState::kServed) {
       entries.push_back(registrationEntry(object));
+    } else if (verdicts[i].state == ScalarState::kSubIdentifier) {
+      Output::print("scalar object 0x%04x is not served: a sub-identifier is above %u\n",
+                    object.objId, kMaxSubIdentifier);
     } else {
       Output::print("scalar object 0x%04x is not served: object 0x%04x has the same OID\n",
                     object.objId, verdicts[i].owner);

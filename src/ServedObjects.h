@@ -31,6 +31,9 @@ constexpr int kTableRows = 32;
 constexpr std::uint32_t kIndexColumn = 1;
 /// Sub-identifiers of a table's OID, the root's included.
 constexpr std::size_t kMaxNodeLength = 32;
+/// Of any OID: the library passes larger ones on as negative numbers, so that nobody reaches what
+/// stands there and walks go backwards.
+constexpr std::uint32_t kMaxSubIdentifier = 0x7FFFFFFF;
 
 /// `access` of objects that managers may write: a bit of a scalar's, the whole of a cell's.
 constexpr std::uint16_t kScalarReadWrite = 2;
@@ -42,10 +45,14 @@ constexpr bool isCellWritable(std::uint16_t access) {
   return access == kCellReadWrite;
 }
 
+/// False for a text without sub-identifiers or with one that is too large: the fixed root is used.
+bool isUsableRoot(const std::string& text);
+
 enum class ScalarState {
   kServed,
-  kTooMany,  ///< behind the last one that can be registered
-  kSameOid,  ///< as an earlier one's
+  kTooMany,        ///< behind the last one that can be registered
+  kSubIdentifier,  ///< one is too large
+  kSameOid,        ///< as an earlier one's
 };
 
 struct ScalarVerdict {
@@ -61,12 +68,19 @@ struct TablePlace {
   Oid oid;                  ///< as much of it as kMaxNodeLength allows
   std::uint32_t count = 0;  ///< sub-identifiers of the text
 
-  /// False for a table that is not served.
-  bool isPossible() const { return count > 0 && count <= kMaxNodeLength; }
+  // A table of which one is false is not served.
+
+  bool hasLength() const { return count > 0 && count <= kMaxNodeLength; }
+  bool hasRange() const;  ///< no sub-identifier is too large
 };
 
 /// `node`: the root's text and behind it the table's ancestor node.
 TablePlace placeTable(const std::string& node);
+
+/// True when `oid` stands at or below `other`. Of two registrations of which one stands inside the
+/// other, the library asks the inner one for whatever has an OID below its own; a walk that is in
+/// the outer one goes on there.
+bool isWithin(const Oid& oid, const Oid& other);
 
 /// The last column of a table whose first row has so many cells: deliberate, also where their
 /// numbers have gaps.

@@ -206,9 +206,14 @@ void TableHandler::init_table(std::int32_t tableFlag, const std::string& ancesto
   Output::print("TableHandlerOne::init_table node=%s\n", node.c_str());
 
   const TablePlace place = placeTable(node);
-  if (!place.isPossible()) {
+  if (!place.hasLength()) {
     Output::print("%s: table node of %u sub-identifiers is not served, 1 to %zu are possible\n",
                   _state.traits.registrationName, place.count, kMaxNodeLength);
+    return;
+  }
+  if (!place.hasRange()) {
+    Output::print("%s: table node %s is not served: a sub-identifier is above %u\n",
+                  _state.traits.registrationName, ancestorNode.c_str(), kMaxSubIdentifier);
     return;
   }
   registerTable(_state, {place.oid.begin(), place.oid.end()});

@@ -202,8 +202,9 @@ UNREADABLE = "object 0x80ba cannot be read, the fixed root is used\n"
     ("ignored.1.3.6.1.4.1.53412", ".1.3.6.1.4.1.53412"),
     (".1.3.6.1.4.1" + ".1" * 26, ".1.3.6.1.4.1" + ".1" * 26),  # fills the 64 bytes
     ("no object identifier", ROOT),
+    (".1.3.6.1.4.1.2147483648", ROOT),
     (None, ROOT),
-], ids=["text in front", "long", "no dot", "unreadable"])
+], ids=["text in front", "long", "no dot", "large number", "unreadable"])
 def test_root(world, text, root):
     prefix = "" if text is None else f'0x80ba text 64 ro "{text}"\n'
     world.serve([scalar_row(0x0101, 9), cell_row(0x0101, node=TABLE)],

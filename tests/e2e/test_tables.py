@@ -213,6 +213,7 @@ def test_cells_mapped_in_an_odd_way(world):
 
 
 LONG = ".1" * 22  # with the root 33 sub-identifiers
+LARGE = ".2147483648"
 
 
 # `served` are those of `nodes` below which cells are found, `refusal` what tells why one is not.
@@ -225,7 +226,9 @@ LONG = ".1" * 22  # with the root 33 sub-identifiers
                                      f"TableHandlerTwo (oid {ROOT}.10.1)."),
     ([LONG, ".10.2"], [".10.2"], "TableHandlerOne: table node of 33 sub-identifiers is not served, "
                                  "1 to 32 are possible\n"),
-], ids=["none", "one", "two", "three", "twice", "too long"])
+    ([LARGE, ".10.2"], [".10.2"],
+     f"TableHandlerOne: table node {LARGE} is not served: a sub-identifier is above 2147483647\n"),
+], ids=["none", "one", "two", "three", "twice", "too long", "too large"])
 def test_tables_of_a_catalogue(world, nodes, served, refusal):
     first_ids = {node: 0x1000 + 0x20 * number for number, node in enumerate(nodes)}
     values = [(f"{ROOT}.1.1.1.1.0", 0)]

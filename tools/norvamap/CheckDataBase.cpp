@@ -60,6 +60,10 @@ class ScalarCheck {
       hasOid = hasOid && check.isSound(kScalarSuffix + i);
     }
     const ScalarVerdict& verdict = mapping_.verdicts()[position];
+    if (hasOid && verdict.state == ScalarState::kSubIdentifier) {
+      check.error(format("a number of its OID is above %u: not served", kMaxSubIdentifier));
+      return;
+    }
     if (hasOid && verdict.state == ScalarState::kSameOid) {
       check.error("object " + formatObjectId(verdict.owner) +
                   " has the same OID: this one is not served");
@@ -112,6 +116,7 @@ class CellCheck {
       if (isReachable(check)) checkReached(check);
     }
     for (std::size_t i = 0; i < mapping_.tables().size(); ++i) checkTable(i);
+    for (const Overlap& overlap : mapping_.overlaps()) checkOverlap(overlap);
   }
 
  private:
@@ -145,8 +150,6 @@ class CellCheck {
           format("column %u is not served: row 1 of the table has %u cells, so its columns "
                  "end at %u",
                  column, table.maxColumn - 1, table.maxColumn));
-    } else if (served_.count({static_cast<int>(position), column, row}) == 0) {
-      check.error("the cell is not served: another object of the mapping has an OID above it");
     } else {
       return true;
     }
@@ -229,6 +232,34 @@ class CellCheck {
                                         : "",
                  behind));
     }
+  }
+
+  void checkOverlap(const Overlap& overlap) {
+    const Registration& outer = mapping_.registrations()[overlap.outer];
+    const Registration& inner = mapping_.registrations()[overlap.inner];
+    const Registration& table = outer.table >= 0 ? outer : inner;
+    Finding finding{mapping_.path(), kCellTable.name, Severity::kError, {}, {}, {}, {}};
+    finding.rows.push_back(firstRow_[nodeOf(table)]);
+    for (const Registration& one : {outer, inner}) {
+      if (one.table < 0) finding.objects.push_back(one.objId);
+    }
+    finding.text = describe(inner) + " stands inside " + describe(outer) + ": ";
+    if (overlap.doubtful == 0) {
+      finding.text += "no module can describe that";
+    } else if (outer.table < 0) {
+      finding.text += "the scalar is not served";
+    } else {
+      finding.text += format("GET and walk disagree about %zu OIDs there", overlap.doubtful);
+    }
+    findings_.add(std::move(finding));
+  }
+
+  std::string describe(const Registration& registration) const {
+    return registration.table >= 0 ? "table " + nodeOf(registration)
+                                   : "the scalar " + oidText(registration.oid);
+  }
+  const std::string& nodeOf(const Registration& table) const {
+    return mapping_.tables()[static_cast<std::size_t>(table.table)].node;
   }
 
   std::size_t cellsBehindHole(int position, const Table& table) const {

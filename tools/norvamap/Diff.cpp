@@ -22,10 +22,11 @@ class Comparison {
 
   std::vector<Change> run() {
     for (const ServedObject& object : before_.objects()) {
-      if (!object.isIndex) compareOld(object);
+      if (!object.isIndex && object.doubt != Doubt::kInside) compareOld(object);
     }
     for (const ServedObject& object : after_.objects()) {
-      if (object.isIndex || oldByOid_.count(object.oid) != 0) continue;
+      if (object.isIndex || object.doubt == Doubt::kInside || oldByOid_.count(object.oid) != 0)
+        continue;
       if (before_.findObject(object.objId) != nullptr &&
           newByOid_.count(before_.findObject(object.objId)->oid) == 0) {
         continue;  // said as moved
@@ -40,7 +41,7 @@ class Comparison {
 
   static void note(const Mapping& mapping, ByOid& byOid) {
     for (const ServedObject& object : mapping.objects()) {  // in the order of their OIDs
-      byOid.emplace_hint(byOid.end(), object.oid, &object);
+      if (object.doubt != Doubt::kInside) byOid.emplace_hint(byOid.end(), object.oid, &object);
     }
   }
 

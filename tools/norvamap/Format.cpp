@@ -34,10 +34,6 @@ std::string oidText(const Oid& oid) {
   return text;
 }
 
-bool isWithin(const Oid& oid, const Oid& prefix) {
-  return oid.size() >= prefix.size() && std::equal(prefix.begin(), prefix.end(), oid.begin());
-}
-
 Oid parseStrictOid(const std::string& text, const std::string& what) {
   Oid oid;
   const char* at = text.data();

@@ -19,9 +19,6 @@ std::string oneLine(std::string text);
 /// Dotted text with a leading dot; empty for no sub-identifiers.
 std::string oidText(const Oid& oid);
 
-/// True when `oid` stands at or below `prefix`.
-bool isWithin(const Oid& oid, const Oid& prefix);
-
 /// The sub-identifiers of an OID text in which each stands behind a dot, in decimal digits only and
 /// in 32 bits. Throws InputError, which calls the text `what`, for any other text.
 Oid parseStrictOid(const std::string& text, const std::string& what);

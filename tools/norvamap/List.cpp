@@ -11,11 +11,28 @@ namespace norva::mapping {
 
 namespace {
 
-using Line = std::array<std::string, 8>;
+using Line = std::array<std::string, 9>;
 
-const Line kHeadings = {"oid", "name", "type", "access", "conversion", "object", "row", "column"};
+const Line kHeadings = {"oid",    "name", "type",   "access", "conversion",
+                        "object", "row",  "column", "remark"};
 
-Line lineOf(const ServedObject& object) {
+std::string remarkOf(const Mapping& mapping, const ServedObject& object) {
+  const auto cause = [&] { return oidText(mapping.registrations()[object.cause].oid); };
+  switch (object.doubt) {
+    case Doubt::kInside:
+      return "inside " + cause();
+    case Doubt::kBehind:
+      return "behind " + cause();
+    case Doubt::kBehindHole:
+      return "behind a hole";
+    case Doubt::kNone:
+      break;
+  }
+  return "";
+}
+
+Line lineOf(const Mapping& mapping, const ServedObject& object) {
+  const std::string remark = remarkOf(mapping, object);
   if (object.isIndex) {
     return {oidText(object.oid),
             "",
@@ -24,7 +41,8 @@ Line lineOf(const ServedObject& object) {
             "row number",
             "",
             std::to_string(object.row),
-            std::to_string(object.column)};
+            std::to_string(object.column),
+            remark};
   }
   const bool isCell = object.table >= 0;
   const bool hasValue = canBeAnswered(object.info.asnType, object.info.covMethod);
@@ -35,7 +53,8 @@ Line lineOf(const ServedObject& object) {
           describeMethod(object.info.covMethod),
           dasunit::formatObjectId(object.objId),
           isCell ? std::to_string(object.row) : "",
-          isCell ? std::to_string(object.column) : ""};
+          isCell ? std::to_string(object.column) : "",
+          remark};
 }
 
 std::string csvField(const std::string& text) {
@@ -78,10 +97,11 @@ std::string asJson(const std::vector<Line>& lines) {
     nlohmann::ordered_json object;
     for (std::size_t i = 0; i < kHeadings.size(); ++i) {
       const std::string& field = lines[number][i];
-      if (kHeadings[i] != "row" && kHeadings[i] != "column") {
-        object[kHeadings[i]] = field;
-      } else if (!field.empty()) {
+      const bool isNumber = kHeadings[i] == "row" || kHeadings[i] == "column";
+      if (isNumber && !field.empty()) {
         object[kHeadings[i]] = std::stoul(field);
+      } else if (!isNumber && (kHeadings[i] != "remark" || !field.empty())) {
+        object[kHeadings[i]] = field;
       }
     }
     all.push_back(object);
@@ -93,7 +113,7 @@ std::string asJson(const std::vector<Line>& lines) {
 
 std::string list(const Mapping& mapping, ListFormat listFormat) {
   std::vector<Line> lines{kHeadings};
-  for (const ServedObject& object : mapping.objects()) lines.push_back(lineOf(object));
+  for (const ServedObject& object : mapping.objects()) lines.push_back(lineOf(mapping, object));
   switch (listFormat) {
     case ListFormat::kCsv:
       return asCsv(lines);

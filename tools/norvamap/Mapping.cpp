@@ -4,15 +4,25 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <tuple>
 
 #include "AsnType.h"
 #include "Text.h"
+#include "View.h"
 
 namespace norva::mapping {
 
 using dasunit::InputError;
 
 namespace {
+
+/// Numbers of a row's OID behind its table's: 1, column, row. A 0 follows.
+constexpr std::size_t kRowDepth = 3;
+
+bool isOf(const ServedObject& object, const Registration& registration) {
+  return object.table == registration.table &&
+         (registration.table >= 0 || object.objId == registration.objId);
+}
 
 /// The file as an SQLite URI that opens it for reading only. The agent's adapter opens what it is
 /// given for writing, and makes a file that is missing.
@@ -35,6 +45,13 @@ std::unique_ptr<SnmpDataBase> loadCatalogue(const std::string& path) {
   return std::make_unique<SnmpDataBase>(readOnlyUri(path).c_str());
 }
 
+Oid parseRoot(const std::string& text) {
+  const Oid root = parseStrictOid(text, "root");
+  if (isUsableRoot(text)) return root;
+  throw InputError(format("root '%s' has a number above %u: the agent uses %s in its place",
+                          text.c_str(), kMaxSubIdentifier, kFixedRoot));
+}
+
 void requireUsable(const std::string& path, const MappingTable& layout, const RawTable& table) {
   if (!table.exists) throw InputError(path + ": " + layout.name + ": no such table");
   if (!table.isUsable()) {
@@ -47,7 +64,7 @@ void requireUsable(const std::string& path, const MappingTable& layout, const Ra
 
 Mapping::Mapping(const std::string& path, const std::string& root)
     : path_(path),
-      root_(parseStrictOid(root, "root")),
+      root_(parseRoot(root)),
       rootText_(root),
       raw_(path),
       catalogue_(loadCatalogue(path)) {
@@ -56,10 +73,18 @@ Mapping::Mapping(const std::string& path, const std::string& root)
   for (std::size_t position = 0; position < tables_.size(); ++position) {
     if (tables_[position].served) addCells(static_cast<int>(position));
   }
-  std::sort(objects_.begin(), objects_.end(),
-            [](const ServedObject& a, const ServedObject& b) { return a.oid < b.oid; });
+  findOverlaps();
+  for (const Overlap& overlap : overlaps_) noteDoubts(overlap);
+  std::sort(objects_.begin(), objects_.end(), [](const ServedObject& a, const ServedObject& b) {
+    return std::tie(a.oid, a.doubt) < std::tie(b.oid, b.doubt);
+  });
+  // A cell may have the OID of a scalar's instance: that one answers, in a walk too.
+  const auto isSame = [](const ServedObject& a, const ServedObject& b) { return a.oid == b.oid; };
+  objects_.erase(std::unique(objects_.begin(), objects_.end(), isSame), objects_.end());
+  countDoubts();
   for (std::size_t i = 0; i < objects_.size(); ++i) {
-    if (!objects_[i].isIndex) byObjId_.try_emplace(objects_[i].objId, i);
+    if (!objects_[i].isIndex && objects_[i].doubt != Doubt::kInside)
+      byObjId_.try_emplace(objects_[i].objId, i);
   }
 }
 
@@ -73,12 +98,43 @@ const ServedObject* Mapping::findObject(std::uint16_t objId) const {
   return found == byObjId_.end() ? nullptr : &objects_[found->second];
 }
 
-std::vector<Oid> Mapping::registeredBelow(const Oid& own) const {
-  std::vector<Oid> below;
-  for (const Oid& other : registrations_) {
-    if (other.size() > own.size() && isWithin(other, own)) below.push_back(other);
+void Mapping::findOverlaps() {
+  for (std::size_t outer = 0; outer < registrations_.size(); ++outer) {
+    for (std::size_t inner = 0; inner < registrations_.size(); ++inner) {
+      const bool isInside = isWithin(registrations_[inner].oid, registrations_[outer].oid);
+      if (isInside && inner != outer) overlaps_.push_back({outer, inner, 0});
+    }
   }
-  return below;
+}
+
+void Mapping::noteDoubts(const Overlap& overlap) {
+  const Registration& outer = registrations_[overlap.outer];
+  const Oid& inner = registrations_[overlap.inner].oid;
+  // Behind it the walk enters the table in the middle of a row, and keeps the last number of there.
+  Oid entry = outer.oid;
+  entry.push_back(1);
+  const bool isInRow =
+      outer.table >= 0 && isWithin(inner, entry) && inner.size() > outer.oid.size() + kRowDepth;
+  for (ServedObject& object : objects_) {
+    if (!isOf(object, outer)) continue;
+    if (isWithin(object.oid, inner)) {
+      object.doubt = Doubt::kInside;
+      object.cause = overlap.inner;
+    } else if (isInRow && object.doubt != Doubt::kInside && inner < object.oid) {
+      object.doubt = Doubt::kBehind;
+      object.cause = overlap.inner;
+    }
+  }
+}
+
+void Mapping::countDoubts() {
+  for (Overlap& overlap : overlaps_) {
+    overlap.doubtful = static_cast<std::size_t>(
+        std::count_if(objects_.begin(), objects_.end(), [&](const ServedObject& object) {
+          return (object.doubt == Doubt::kInside || object.doubt == Doubt::kBehind) &&
+                 object.cause == overlap.inner && isOf(object, registrations_[overlap.outer]);
+        }));
+  }
 }
 
 void Mapping::addScalars() {
@@ -92,7 +148,7 @@ void Mapping::addScalars() {
     object.info = scalar.info;
     object.oid = root_;
     object.oid.insert(object.oid.end(), scalar.oidSuffix.begin(), scalar.oidSuffix.end());
-    registrations_.push_back(object.oid);
+    registrations_.push_back({object.oid, -1, object.objId});
     object.oid.push_back(0);
     object.writable = isScalarWritable(scalar.info.access);
     objects_.push_back(std::move(object));
@@ -109,14 +165,17 @@ void Mapping::addTables() {
     table.oid = place.oid;
     if (tables_.size() >= kMaxTables) {
       table.reason = format("the agent serves the first %zu tables only", kMaxTables);
-    } else if (!place.isPossible()) {
+    } else if (!place.hasLength()) {
       table.reason = format("with the root its node has %u numbers, %zu are possible", place.count,
                             kMaxNodeLength);
-    } else if (std::count(registrations_.begin(), registrations_.end(), table.oid) != 0) {
+    } else if (!place.hasRange()) {
+      table.reason = format("a number of its node is above %u", kMaxSubIdentifier);
+    } else if (std::any_of(registrations_.begin(), registrations_.end(),
+                           [&](const Registration& other) { return other.oid == table.oid; })) {
       table.reason = "another object has this OID";
     } else {
       table.served = true;
-      registrations_.push_back(table.oid);
+      registrations_.push_back({table.oid, static_cast<int>(tables_.size()), 0});
     }
     std::vector<SnmpTableObjRecord> columns;
     catalogue_->getTableColumns(table.node, columns);
@@ -134,7 +193,7 @@ void Mapping::addTables() {
 
 void Mapping::addCells(int position) {
   Table& table = tables_[static_cast<std::size_t>(position)];
-  const std::vector<Oid> others = registeredBelow(table.oid);
+  bool behindHole = false;
   for (std::uint32_t column = kIndexColumn; column <= table.maxColumn; ++column) {
     for (unsigned row = 1; row <= unsigned{kTableRows}; ++row) {
       ServedObject object;
@@ -143,18 +202,18 @@ void Mapping::addCells(int position) {
         object.info.asnType = kAsnInteger;
       } else if (!takeCell(table.node, column, row, object)) {
         table.holes.emplace_back(column, row);
+        behindHole = true;
         continue;
       }
-      object.oid.reserve(table.oid.size() + 4);
+      if (behindHole) object.doubt = Doubt::kBehindHole;
+      behindHole = behindHole || !canBeAnswered(object.info.asnType, object.info.covMethod);
+      object.oid.reserve(table.oid.size() + kRowDepth + 1);
       object.oid = table.oid;
       object.oid.insert(object.oid.end(), {1, column, row, 0});
       object.table = position;
       object.row = row;
       object.column = column;
-      const bool isHidden = std::any_of(others.begin(), others.end(), [&](const Oid& other) {
-        return isWithin(object.oid, other);
-      });
-      if (!isHidden) objects_.push_back(std::move(object));
+      objects_.push_back(std::move(object));
     }
   }
 }

@@ -21,6 +21,14 @@
 
 namespace norva::mapping {
 
+/// Why a manager cannot rely on an instance.
+enum class Doubt {
+  kNone,        ///< a GET and a walk show it
+  kBehindHole,  ///< a walk leaves the table at a cell before it that has no value
+  kBehind,      ///< a walk shows it with another last number, behind a registration in its table
+  kInside,      ///< stands where another registration is: a GET asks that one, a walk may show it
+};
+
 /// One instance that a manager can ask for.
 struct ServedObject {
   bool isIndex = false;     ///< a table's column 1: the row's number, no device object
@@ -31,6 +39,21 @@ struct ServedObject {
   unsigned row = 0;         ///< cells: row and column
   std::uint32_t column = 0;
   bool writable = false;
+  Doubt doubt = Doubt::kNone;
+  std::size_t cause = 0;  ///< of kInside and kBehind: that one, among the registrations
+};
+
+/// What the agent's library is given: a scalar, or a whole table.
+struct Registration {
+  Oid oid;
+  int table = -1;  ///< position among the tables, -1 for a scalar
+  std::uint16_t objId = 0;
+};
+
+/// Two registrations of which one stands inside the other.
+struct Overlap {
+  std::size_t outer, inner;  ///< among the registrations
+  std::size_t doubtful;      ///< instances of the outer one that are doubtful for it
 };
 
 /// One table of the database, whether it is served or not.
@@ -55,7 +78,7 @@ class Mapping {
   const RawDataBase& raw() const { return raw_; }
   const SnmpDataBase& catalogue() const { return *catalogue_; }
 
-  /// Every instance by ascending OID.
+  /// Every instance by ascending OID, each OID once.
   const std::vector<ServedObject>& objects() const { return objects_; }
   /// In the order in which the agent takes them.
   const std::vector<Table>& tables() const { return tables_; }
@@ -63,6 +86,9 @@ class Mapping {
   const std::vector<SnmpObjRecord>& scalars() const { return scalars_; }
   /// Of the same scalars.
   const std::vector<ScalarVerdict>& verdicts() const { return verdicts_; }
+
+  const std::vector<Registration>& registrations() const { return registrations_; }
+  const std::vector<Overlap>& overlaps() const { return overlaps_; }
 
   /// The first instance of a device object; null for one that managers cannot reach.
   const ServedObject* findObject(std::uint16_t objId) const;
@@ -77,8 +103,10 @@ class Mapping {
   /// False where the catalogue has no such cell.
   bool takeCell(const std::string& node, std::uint32_t column, unsigned row,
                 ServedObject& object) const;
-  /// The registrations that the agent asks instead of the one at `own` for what is below them.
-  std::vector<Oid> registeredBelow(const Oid& own) const;
+  void findOverlaps();
+  /// What the overlap makes doubtful.
+  void noteDoubts(const Overlap& overlap);
+  void countDoubts();
 
   std::string path_;
   Oid root_;
@@ -88,7 +116,8 @@ class Mapping {
   std::vector<SnmpObjRecord> scalars_;
   std::vector<ScalarVerdict> verdicts_;
   std::vector<Table> tables_;
-  std::vector<Oid> registrations_;
+  std::vector<Registration> registrations_;
+  std::vector<Overlap> overlaps_;
   std::vector<ServedObject> objects_;
   std::map<std::uint16_t, std::size_t> byObjId_;
 };

@@ -136,20 +136,18 @@ class ModuleWriter {
       throw InputError("root " + oidText(root()) + " does not stand below " +
                        oidText(kEnterprises));
     }
-    std::vector<Oid> all;
-    for (const NamedObject& scalar : named_.scalars) all.push_back(nodeOf(scalar));
-    for (const NamedTable& table : named_.tables) all.push_back(table.table->oid);
-    std::sort(all.begin(), all.end());
-    for (std::size_t i = 0; i < all.size(); ++i) {
-      if (!isWithin(all[i], root()) || all[i].size() == root().size()) {
-        throw InputError(mapping_.path() + ": " + oidText(all[i]) +
+    const auto& all = mapping_.registrations();
+    for (const Registration& one : all) {
+      if (!isWithin(one.oid, root()) || one.oid.size() == root().size()) {
+        throw InputError(mapping_.path() + ": " + oidText(one.oid) +
                          " does not stand below the root: no module can be made");
       }
-      if (i > 0 && isWithin(all[i], all[i - 1])) {
-        throw InputError(mapping_.path() + ": " + oidText(all[i]) + " stands below the object " +
-                         oidText(all[i - 1]) + ": no module can be made, see 'norvamap check'");
-      }
     }
+    if (mapping_.overlaps().empty()) return;
+    const Overlap& overlap = mapping_.overlaps().front();
+    throw InputError(mapping_.path() + ": " + oidText(all[overlap.inner].oid) + " stands inside " +
+                     oidText(all[overlap.outer].oid) +
+                     ": no module can be made, see 'norvamap check'");
   }
 
   static Oid nodeOf(const NamedObject& scalar) {

@@ -120,7 +120,7 @@ const typename Map::mapped_type* find(const Map& map, const Key& key) {
 void addTables(NamedMapping& named, const Mapping& mapping, const Annotations& annotations) {
   std::map<std::pair<int, std::uint32_t>, std::vector<const ServedObject*>> columns;
   for (const ServedObject& object : mapping.objects()) {
-    if (object.table < 0 || object.isIndex) continue;
+    if (object.table < 0 || object.isIndex || object.doubt == Doubt::kInside) continue;
     if (!hasValues(object.info)) continue;
     columns[{object.table, object.column}].push_back(&object);
   }
@@ -180,7 +180,7 @@ NamedMapping NamedMapping::make(const Mapping& mapping, const Annotations& annot
                                 const std::vector<std::string>& reserved) {
   NamedMapping named;
   for (const ServedObject& object : mapping.objects()) {
-    if (object.table >= 0) continue;
+    if (object.table >= 0 || object.doubt == Doubt::kInside) continue;
     if (!hasValues(object.info)) continue;
     NamedObject scalar;
     scalar.title = object.info.name;

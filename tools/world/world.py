@@ -30,7 +30,7 @@ CELLS = "SNMP_TABLE_OBJ_TABLE"
 
 # Objects of every unit that a test describes: without an interval the agent sends heartbeats
 # without a pause.
-_QUIET_HEARTBEAT = "0x0ffa unsigned 1 rw 255\n0x0ffb unsigned 1 rw 0\n"
+QUIET_HEARTBEAT = "0x0ffa unsigned 1 rw 255\n0x0ffb unsigned 1 rw 0\n"
 # No file that a program writes gets larger than this many bytes.
 _FILE_LIMIT = 100_000_000
 
@@ -257,7 +257,7 @@ class World(Manager):
         """The simulated unit, ready. `objects` is text of an object file; default: the sample.
         Without `record` there are no frames(); it grows with every request."""
         if objects is not None:
-            self.objects.write_text(_QUIET_HEARTBEAT + objects)
+            self.objects.write_text(QUIET_HEARTBEAT + objects)
         recording = ["--record", self.record] if record else []
         self.unit = self.spawn("unit", [self.build / "tools/dasunit/dasunit", "--objects",
                                         self.objects, *recording, *args])
