@@ -4,7 +4,6 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
@@ -53,16 +52,18 @@ int LibraryGate::open() {
   return 0;
 }
 
-bool LibraryGate::hasWork() const {
-  return std::any_of(_works.begin(), _works.end(), [](auto* work) { return work->hasWork(); });
-}
-
 void LibraryGate::performWork(std::size_t most) {
-  for (LibraryWork* work : _works) work->perform(most);
+  if (_endIsDue) _end();
+  _work->perform(most);
 }
 
 void LibraryGate::announce() {
   if (!workDuringWait()) wakeMainThread();
+}
+
+void LibraryGate::announceEnd(bool isDue) {
+  _endIsDue = isDue;
+  if (isDue) wakeMainThread();
 }
 
 void LibraryGate::wakeMainThread() {
@@ -88,22 +89,22 @@ bool LibraryGate::workDuringWait() {
       if (_borrowed) return true;  // whoever has it looks for work again when done
       _borrowed = true;
     }
-    performWork(std::numeric_limits<std::size_t>::max());
+    _work->perform(std::numeric_limits<std::size_t>::max());
     const std::lock_guard lock(_mutex);
     _borrowed = false;
     _returned.notify_one();
-  } while (hasWork());
+  } while (_work->hasWork());
   return true;
 }
 
 void LibraryGate::beginDeviceWait() {
-  for (LibraryWork* work : _works) work->deviceWait(true);
+  if (_work != nullptr) _work->deviceWait(true);
   {
     const std::lock_guard lock(_mutex);
     _deviceWait = true;
   }
   // What was announced before can expect nobody else to do it during the wait.
-  if (hasWork()) workDuringWait();
+  if (_work != nullptr && _work->hasWork()) workDuringWait();
 }
 
 void LibraryGate::endDeviceWait() {
@@ -112,7 +113,7 @@ void LibraryGate::endDeviceWait() {
     _deviceWait = false;
     _returned.wait(lock, [this] { return !_borrowed; });
   }
-  for (LibraryWork* work : _works) work->deviceWait(false);
+  if (_work != nullptr) _work->deviceWait(false);
 }
 
 }  // namespace norva

@@ -15,10 +15,12 @@
 #ifndef NORVA_LIBRARY_GATE_H_
 #define NORVA_LIBRARY_GATE_H_
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <mutex>
-#include <vector>
+#include <utility>
 
 namespace norva {
 
@@ -46,14 +48,18 @@ class LibraryGate {
   /// 0, or -1 after printing the failure.
   int open();
 
-  /// `work` is looked at from now on, behind what was added before. Main thread, before requests
-  /// are served and before anybody announces it. Not owned.
-  void add(LibraryWork& work) { _works.push_back(&work); }
-  /// As the works' own, for the main thread between two turns of its loop.
-  bool hasWork() const;
+  /// `work` is what announce speaks of. Main thread, once, before anybody announces. Not owned.
+  void setWork(LibraryWork& work) { _work = &work; }
+  /// `end` is the last that is done with the library: by the main thread alone, between two turns
+  /// of its loop, in front of all work. Main thread, once, before requests are served.
+  void setEnd(std::function<void()> end) { _end = std::move(end); }
+  /// As the work's own, the end included. Main thread, between two turns of its loop.
+  bool hasWork() const { return _endIsDue || _work->hasWork(); }
   void performWork(std::size_t most);
   /// Tells that there is work. Any thread but the main one; never waits.
   void announce();
+  /// Asks for the end, or no longer. The same.
+  void announceEnd(bool isDue);
 
   /// Lends the gate out while the object lives. Main thread, inside a request handler, around
   /// nothing but a call of the facade, which never touches the library.
@@ -77,7 +83,9 @@ class LibraryGate {
   void wakeMainThread();
   void wakeUpSeen();
 
-  std::vector<LibraryWork*> _works;
+  LibraryWork* _work = nullptr;
+  std::function<void()> _end;
+  std::atomic<bool> _endIsDue = false;
   std::mutex _mutex;                  // guards everything below
   std::condition_variable _returned;  // the main thread waits for the gate's return
   int _wakeFd = -1;

@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "AgentLibrary.h"
+#include "LibraryGate.h"
 #include "MasterSession.h"
 #include "Output.h"
 #include "Shell.h"
@@ -58,7 +59,7 @@ Termination::Termination() {
 }
 
 bool Termination::prepare() {
-  LibraryGate::getInstance().add(*_instance);
+  LibraryGate::getInstance().setEnd([] { _instance->shutDown(); });
   if (_instance->_watchdog.start() && _instance->startWorker()) return true;
   Output::puts(kThreadRefused);
   return false;
@@ -82,22 +83,24 @@ void Termination::run() {
 }
 
 void Termination::askForShutdown() {
-  _shutdown = Shutdown::kAsked;
-  LibraryGate::getInstance().announce();
+  LibraryGate& gate = LibraryGate::getInstance();
   std::unique_lock lock(_mutex);
+  _shutdown = Shutdown::kAsked;
+  gate.announceEnd(true);
   const auto isDone = [this] { return _shutdown == Shutdown::kDone; };
   if (_isDone.wait_for(lock, kShutdownLimit, isDone)) return;
   if (_shutdown == Shutdown::kBegun) {
     _isDone.wait(lock, isDone);
   } else {
     _shutdown = Shutdown::kNotAsked;
+    gate.announceEnd(false);
   }
 }
 
-void Termination::perform(std::size_t) {
+void Termination::shutDown() {
   {
     const std::lock_guard lock(_mutex);
-    if (!hasWork()) return;
+    if (_shutdown != Shutdown::kAsked) return;
     _shutdown = Shutdown::kBegun;
   }
   MasterSession::cut();

@@ -15,17 +15,15 @@
 
 #include <semaphore.h>
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 
-#include "LibraryGate.h"
 #include "Worker.h"
 
 namespace norva {
 
-class Termination : private Worker, private LibraryWork {
+class Termination : private Worker {
  public:
   static constexpr std::chrono::milliseconds kShutdownLimit{1000};
   static constexpr std::chrono::seconds kLimit{3};
@@ -65,20 +63,16 @@ class Termination : private Worker, private LibraryWork {
   void run() override;
   /// Has the main thread shut the library down.
   void askForShutdown();
-
-  // The shutdown, for the main thread between two requests.
-  bool hasWork() const override { return _shutdown == Shutdown::kAsked && !_deviceWait; }
-  void perform(std::size_t) override;
-  void deviceWait(bool begins) override { _deviceWait = begins; }
+  /// The shutdown. Main thread, between two requests.
+  void shutDown();
 
   static Termination* _instance;
 
   sem_t _requested;
   Watchdog _watchdog;
-  std::mutex _mutex;  // guards changes of _shutdown
+  std::mutex _mutex;  // guards what is below
   std::condition_variable _isDone;
-  std::atomic<Shutdown> _shutdown = Shutdown::kNotAsked;
-  std::atomic<bool> _deviceWait = false;
+  Shutdown _shutdown = Shutdown::kNotAsked;
 };
 
 }  // namespace norva

@@ -206,7 +206,7 @@ void startNotifications() {
   auto* alarmThread = new TrapAlarm("TrapAlarm", queue);
   alarmThread->init(*MasterAgent::catalogue());
   const bool withContext = alarmThread->trapType() == TrapAlarm::kSnmpV3;
-  LibraryGate::getInstance().add(*new NotificationSender(queue, withContext));
+  LibraryGate::getInstance().setWork(*new NotificationSender(queue, withContext));
   queue.onWork([] { LibraryGate::getInstance().announce(); });
   alarmThread->start();
   alarmThread->markRunning();

@@ -40,7 +40,7 @@ class LibraryGateTest : public testing::Test {
   LibraryGateTest() {
     EXPECT_EQ(gate.open(), 0);
     wakeFd = external_readfd[external_readfdlen - 1];
-    gate.add(work);
+    gate.setWork(work);
   }
   ~LibraryGateTest() override {
     unregister_readfd(wakeFd);
