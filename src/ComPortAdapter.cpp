@@ -105,11 +105,20 @@ int ComPortAdapter::read(std::uint8_t* buffer, std::size_t length) {
   }
 }
 
-int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length) {
+int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length, std::uint8_t* hand) {
   _alarmQid = msgget(_alarmKey, kQueueFlags);
-  const ssize_t received = receive(_alarmQid, buffer, length);
+  ssize_t received = -1;
+  do {
+    if (_alarmsEnd) {
+      errno = EINTR;
+      return -1;
+    }
+    received = msgrcv(_alarmQid, hand, std::min(length, kMaxReceive), 0, 0);
+  } while (received == -1 && errno == EINTR);
   if (received == -1) return failed(errno);
-  return delivered(buffer, static_cast<std::size_t>(received));
+  const auto size = static_cast<std::size_t>(received);
+  if (hand != buffer) std::copy_n(hand, kTypeSize + size, buffer);
+  return delivered(buffer, size);
 }
 
 bool ComPortAdapter::dropReply() {

@@ -11,6 +11,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 
@@ -60,8 +61,17 @@ class ComPortAdapter {
   /// REQUIRES: `buffer` holds kTypeSize + min(length, kMaxReceive) bytes and is aligned to a long.
   int read(std::uint8_t* buffer, std::size_t length);
 
-  /// As read, on the alarm queue, without limit.
-  int readAlarm(std::uint8_t* buffer, std::size_t length);
+  /// As read, on the alarm queue, without limit. -1 with EINTR and nothing printed once endAlarms
+  /// was called.
+  int readAlarm(std::uint8_t* buffer, std::size_t length) {
+    return readAlarm(buffer, length, buffer);
+  }
+  /// The same; the message is received into `hand`, type first, and stays there, `buffer` gets a
+  /// copy. Both hold as much as read requires.
+  int readAlarm(std::uint8_t* buffer, std::size_t length, std::uint8_t* hand);
+  /// No alarm is taken off the queue from now on; a signal ends a wait that is under way. Any
+  /// thread.
+  void endAlarms() { _alarmsEnd = true; }
   /// Take the message at the head of the reply or alarm queue off, whatever its size, without
   /// waiting. False when there is none or the queue fails.
   bool dropReply();
@@ -89,6 +99,7 @@ class ComPortAdapter {
   int _writeQid = -1;
   int _alarmQid = -1;
   bool _isOpen = false;
+  std::atomic<bool> _alarmsEnd = false;
   const ReplyTimer& _replyTimer;
 };
 

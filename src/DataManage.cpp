@@ -142,8 +142,12 @@ void DataManage::limitWaits(std::chrono::seconds limit) {
   _replyTimer.limit(limit);
 }
 
-int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length) {
-  return _pComPortAdapter->readAlarm(buffer, length);
+int DataManage::readAlarm(std::uint8_t* buffer, std::size_t length, std::uint8_t* hand) {
+  return _pComPortAdapter->readAlarm(buffer, length, hand != nullptr ? hand : buffer);
+}
+
+void DataManage::endAlarms() {
+  _pComPortAdapter->endAlarms();
 }
 
 bool DataManage::dropAlarm() {

@@ -76,9 +76,12 @@ class DataManage {
   /// printed. Any thread.
   bool isSilentSince(unsigned timeouts, std::uint16_t oid) const;
 
-  /// Waits for one message of the alarm queue; as ComPortAdapter::readAlarm. Takes no lock: the
+  /// Waits for one message of the alarm queue; as ComPortAdapter::readAlarm, with `hand` if that is
+  /// given. Takes no lock: the
   /// alarm thread never waits behind a device request.
-  int readAlarm(std::uint8_t* buffer, std::size_t length);
+  int readAlarm(std::uint8_t* buffer, std::size_t length, std::uint8_t* hand = nullptr);
+  /// As ComPortAdapter::endAlarms.
+  void endAlarms();
   /// Takes one message off the alarm queue unread; as ComPortAdapter::dropAlarm.
   bool dropAlarm();
 

@@ -8,6 +8,7 @@
 #include "AgentLibrary.h"
 #include "AgentXStream.h"
 #include "NotificationQueue.h"
+#include "Output.h"
 
 namespace norva {
 
@@ -43,6 +44,10 @@ int watchReceived(netsnmp_transport* transport, void* buffer, int size, void** o
                         }
                         state.notifications->acknowledged(pdu.packetId(), pdu.error());
                       });
+  if (state.notifications->isForsakenOnHearing()) {
+    Output::puts("the master acknowledges no notification, its session is begun anew");
+    MasterSession::cut();
+  }
   return received;
 }
 

@@ -1,11 +1,17 @@
 #include "NotificationQueue.h"
 
 #include <algorithm>
-#include <utility>
 
 #include "Output.h"
 
 namespace norva {
+
+namespace {
+
+/// A master that says nothing for longer is not heard for that time, but stopped or away.
+constexpr std::chrono::seconds kLongestPause{5};
+
+}  // namespace
 
 NotificationQueue& NotificationQueue::getInstance() {
   static auto* const instance = new NotificationQueue;
@@ -17,29 +23,49 @@ void NotificationQueue::setCapacity(std::size_t capacity) {
   _capacity = capacity;
 }
 
+void NotificationQueue::useFile(BacklogFile* file, std::uint32_t lastSequence) {
+  const std::lock_guard lock(_mutex);
+  _file = file;
+  _sequence = lastSequence;
+}
+
+void NotificationQueue::restore(Notification notification, const BacklogFile::Kept& kept) {
+  std::unique_lock lock(_mutex);
+  Entry entry{{std::move(notification), kept.sequence}};
+  entry.slot = kept.slot;
+  append(lock, std::move(entry));
+}
+
+void NotificationQueue::forget(const BacklogFile::Kept& kept) {
+  const std::lock_guard lock(_mutex);
+  if (_file != nullptr) _file->drop(kept.slot);
+}
+
 void NotificationQueue::push(Notification notification) {
   std::unique_lock lock(_mutex);
-  while (!hasRoom() && !isOutage()) {
-    // An outage that nothing tells of begins when the master has had its time.
-    waitForChange(
-        lock, keeps() ? (_listens ? _progress : Clock::now()) + kStall : Clock::time_point::max());
-  }
+  // An outage that nothing tells of begins when the master has had its time.
+  while (!hasRoom() && !isOutage()) waitForChange(lock, _progress + _times.stall);
   append(lock, {{std::move(notification)}});
 }
 
 bool NotificationQueue::pushHeartbeat(Notification notification) {
   std::unique_lock lock(_mutex);
-  while (!hasRoom() && (_connected || !keeps())) waitForChange(lock, Clock::time_point::max());
-  if (keeps() && !_connected) return false;
+  while (!hasRoom() && canLeave() && !_isEnding) waitForChange(lock, Clock::time_point::max());
+  if (!canLeave() || _isEnding) return false;
   _heartbeat = Fate::kWaiting;
   append(lock, {{std::move(notification)}, true});
   _changed.wait(lock, [this] { return _heartbeat != Fate::kWaiting; });
   return _heartbeat == Fate::kTaken;
 }
 
-bool NotificationQueue::isOutage() const {
-  if (!keeps()) return false;
-  return !_connected || (_listens && Clock::now() - _progress >= kStall);
+void NotificationQueue::drain(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  std::unique_lock lock(_mutex);
+  _isEnding = true;
+  _changed.notify_all();
+  while (canLeave() && (held() > 0 || _producersWaiting > 0) && Clock::now() < deadline) {
+    _left.wait_until(lock, deadline);
+  }
 }
 
 void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
@@ -58,9 +84,15 @@ void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
 }
 
 void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry) {
-  if (held() == 0) _progress = Clock::now();
+  if (held() == 0) madeProgress();
+  const bool isKept = !entry.isHeartbeat && entry.slot == BacklogFile::kNoSlot;
+  if (_file != nullptr && isKept) {
+    entry.slot = _file->keep(entry.notification.message);
+    if (entry.sequence != 0) _file->number(entry.slot, entry.sequence);
+  }
   _waiting.push_back(std::move(entry));
-  while (keeps() && _waiting.size() > _capacity) dropOldest();
+  // Without a capacity it is the one whose turn is next.
+  while (_waiting.size() > std::max<std::size_t>(_capacity, 1)) dropOldest();
   const bool before = _sendable;
   update();
   if (before || !_sendable || !_tell) return;
@@ -69,13 +101,20 @@ void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry) 
   lock.lock();
 }
 
+void NotificationQueue::number(Entry& entry) {
+  if (entry.sequence != 0) return;
+  entry.sequence = ++_sequence;
+  if (_file != nullptr) _file->number(entry.slot, entry.sequence);
+}
+
 void NotificationQueue::dropOldest() {
   Entry& oldest = _waiting.front();
   if (oldest.isHeartbeat) {
     settle(oldest, Fate::kGivenUp);
   } else {
-    if (oldest.sequence == 0) ++_sequence;
+    number(oldest);
     ++_dropped;
+    if (_file != nullptr) _file->drop(oldest.slot);
   }
   _waiting.pop_front();
 }
@@ -87,14 +126,37 @@ void NotificationQueue::settle(const Entry& entry, Fate fate) {
 }
 
 void NotificationQueue::tellRoom() {
+  if (held() == 0) _left.notify_all();
   if (_producersWaiting == 0) return;
   const bool isRoomy = keeps() ? held() <= _capacity - _capacity / 4 : _waiting.empty();
   if (isRoomy) _changed.notify_all();
 }
 
+std::size_t NotificationQueue::Entry::textSize() const {
+  const auto& [message, name, value] = notification;
+  return name.size() + value.size() + message.text(TrapMessage::kText4).size() +
+         message.text(TrapMessage::kText5).size() + message.text(TrapMessage::kText6).size();
+}
+
+bool NotificationQueue::owesAll() const {
+  if (_owed.size() >= kMaxOwed) return true;
+  return !_owed.empty() && !_waiting.empty() &&
+         _owedBytes + _waiting.front().textSize() > kMaxOwedBytes;
+}
+
+void NotificationQueue::madeProgress() {
+  _progress = _heard = Clock::now();
+  _heardFor = {};
+}
+
 void NotificationQueue::update() {
-  _sendable = !_waiting.empty() && _owed.size() < kMaxOwed && (_connected || !keeps());
-  _holdsAny = held() > 0;
+  const bool owesAll = this->owesAll();
+  if (owesAll && !_owesAll) {
+    _heard = Clock::now();
+    _heardFor = {};
+  }
+  _owesAll = owesAll;
+  _sendable = !_waiting.empty() && !owesAll && canLeave();
 }
 
 const NotificationQueue::Numbered* NotificationQueue::take() {
@@ -105,7 +167,8 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
     dropped = std::exchange(_dropped, 0);
     _owed.push_back(std::move(_waiting.front()));
     _waiting.pop_front();
-    if (_owed.back().sequence == 0) _owed.back().sequence = ++_sequence;
+    number(_owed.back());
+    _owedBytes += _owed.back().textSize();
     settle(_owed.back(), Fate::kTaken);
     tellRoom();
     update();
@@ -118,6 +181,14 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
   return &_owed.back();
 }
 
+void NotificationQueue::remove(std::deque<Entry>::iterator entry) {
+  _owedBytes -= entry->textSize();
+  if (_file != nullptr) _file->drop(entry->slot);
+  _owed.erase(entry);
+  tellRoom();
+  update();
+}
+
 void NotificationQueue::sent(std::uint32_t id) {
   std::uint32_t unsent = 0;
   {
@@ -125,11 +196,14 @@ void NotificationQueue::sent(std::uint32_t id) {
     if (_owed.empty()) return;
     if (_connected && id != 0) {
       _owed.back().packet = id;
-    } else {
-      if (_connected) unsent = _owed.back().sequence;
-      _owed.pop_back();
+      return;
     }
-    update();
+    if (_connected) {
+      unsent = _owed.back().sequence;
+    } else {
+      madeProgress();  // by the library, which drops it
+    }
+    remove(_owed.end() - 1);
   }
   if (unsent != 0) Output::print("notification %u could not be sent\n", unsent);
 }
@@ -142,10 +216,8 @@ void NotificationQueue::acknowledged(std::uint32_t id, unsigned error) {
         std::find_if(_owed.begin(), _owed.end(), [id](const Entry& e) { return e.packet == id; });
     if (entry == _owed.end()) return;
     sequence = entry->sequence;
-    _owed.erase(entry);
-    _progress = Clock::now();
-    tellRoom();
-    update();
+    madeProgress();
+    remove(entry);
   }
   if (error != 0) Output::print("the master refused notification %u: error %u\n", sequence, error);
 }
@@ -153,16 +225,31 @@ void NotificationQueue::acknowledged(std::uint32_t id, unsigned error) {
 void NotificationQueue::sessionStarted() {
   const std::lock_guard lock(_mutex);
   _connected = true;
-  _progress = Clock::now();
+  madeProgress();
   update();
 }
 
-void NotificationQueue::listensToMaster(bool listens) {
-  if (listens && _holdsAny) {
-    const std::lock_guard lock(_mutex);
-    _progress = Clock::now();
+void NotificationQueue::deviceWait(bool begins) {
+  if (!_owesAll) return;
+  const std::lock_guard lock(_mutex);
+  // What passes in between was not heard.
+  if (begins) {
+    _deaf = Clock::now();
+  } else {
+    _heard += Clock::now() - std::max(_deaf, _heard);
   }
-  _listens = listens;
+}
+
+bool NotificationQueue::isForsakenOnHearing() {
+  if (!_owesAll) return false;
+  const std::lock_guard lock(_mutex);
+  if (!_connected) return false;
+  const auto now = Clock::now();
+  _heardFor += std::clamp<Clock::duration>(now - _heard, {}, kLongestPause);
+  _heard = now;
+  if (_heardFor < _times.forsaken) return false;
+  _heardFor = {};
+  return true;
 }
 
 void NotificationQueue::sessionEnded() {
@@ -175,8 +262,10 @@ void NotificationQueue::sessionEnded() {
     while (_waiting.size() > _capacity) dropOldest();
   }
   _owed.clear();
+  _owedBytes = 0;
   update();
   _changed.notify_all();
+  _left.notify_all();
 }
 
 }  // namespace norva

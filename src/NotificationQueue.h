@@ -8,10 +8,14 @@
 // the head and leaves again, with its old number, in the next session.
 //
 // While the master answers, a full queue holds its producer up and nothing is lost. In an outage
-// (no session, or nothing acknowledged for kStall although the master was listened to) alarms are
-// taken in all the same and the oldest ones dropped. A heartbeat waits for its turn, holding up its
-// own thread, and is given up with the session. With a capacity of 0 nothing is kept: each
-// notification is handed to the library in its turn, which drops it where there is no session.
+// (no session, or nothing acknowledged for `stall`, whatever the main thread waits for) alarms are
+// taken in all the same and the oldest ones dropped: a control process that posts alarms before it
+// replies gets to its reply. A heartbeat waits for its turn, holding up its own thread, and is
+// given up with the session. With a capacity of 0 nothing is kept: each notification is handed to
+// the library in its turn, which drops it where there is no session.
+//
+// With a BacklogFile, alarms are kept there too, from their arrival to their acknowledgement or
+// loss, and the numbers go on from one life of the agent to the next.
 
 #ifndef NORVA_NOTIFICATION_QUEUE_H_
 #define NORVA_NOTIFICATION_QUEUE_H_
@@ -27,6 +31,7 @@
 #include <string>
 #include <utility>
 
+#include "BacklogFile.h"
 #include "TrapMessage.h"
 
 namespace norva {
@@ -43,18 +48,36 @@ class NotificationQueue {
   /// Notifications that the master may owe its acknowledgement at a time. They do not fill the
   /// connection, so that agent and master never block each other.
   static constexpr std::size_t kMaxOwed = 64;
-  static constexpr std::chrono::seconds kStall{3};
+  /// The same for the bytes of their texts, which mapping databases may make long. One notification
+  /// may be owed whatever its size.
+  static constexpr std::size_t kMaxOwedBytes = 32 * 1024;
+
+  struct Times {
+    std::chrono::milliseconds stall{3000};  ///< without an acknowledgement: an outage
+    /// Without an acknowledgement from a master that is full and says other things: forsaken.
+    std::chrono::milliseconds forsaken{30'000};
+  };
 
   /// The process-wide queue.
   static NotificationQueue& getInstance();
 
-  NotificationQueue() = default;
+  explicit NotificationQueue(Times times) : _times(times) {}
+  NotificationQueue() : NotificationQueue(Times()) {}
   NotificationQueue(const NotificationQueue&) = delete;
   NotificationQueue& operator=(const NotificationQueue&) = delete;
 
   /// Notifications that are kept, sent ones included; up to kMaxOwed more in an outage. Before any
   /// producer.
   void setCapacity(std::size_t capacity);
+
+  /// Keeps alarms in `file` too, which may be null and is not owned; the number after
+  /// `lastSequence` is the next one. Before any producer.
+  void useFile(BacklogFile* file, std::uint32_t lastSequence);
+  /// Puts in what a file held, as it stands there; one that has no slot gets one. Before any
+  /// producer, in the file's order.
+  void restore(Notification notification, const BacklogFile::Kept& kept);
+  /// Frees what a file held and nobody wants.
+  void forget(const BacklogFile::Kept& kept);
 
   /// `tell` is called by a producer when there is something to send and was not before, without a
   /// lock held: the holder of the library has to know. Before any producer.
@@ -65,6 +88,10 @@ class NotificationQueue {
   /// Puts a heartbeat in, waiting for room, and then until it was taken or given up. True when it
   /// was taken. One thread.
   bool pushHeartbeat(Notification notification);
+
+  /// Waits, at most for `limit`, until all has left and was acknowledged, or there is no session
+  /// for it to leave in. Heartbeats are given up from now on. Any thread.
+  void drain(std::chrono::milliseconds limit);
 
   // For the library's holder.
 
@@ -84,9 +111,12 @@ class NotificationQueue {
 
   void sessionStarted();
   void sessionEnded();
-  /// Whether the library reads what the master sends: not before the request loop, nor while a
-  /// request handler waits for the unit. Main thread.
-  void listensToMaster(bool listens);
+  /// A request handler waits for the unit from now on, or no longer: nobody hears the master
+  /// meanwhile. Main thread.
+  void deviceWait(bool begins);
+  /// The master has said something. True when its session is to be ended: it owes as much as it may
+  /// and has gone on saying other things for `forsaken`, not counted while nobody heard it.
+  bool isForsakenOnHearing();
   /// The master has answered packet `id`, which may be none of ours. An `error` of its is printed;
   /// sending again would not help.
   void acknowledged(std::uint32_t id, unsigned error = 0);
@@ -98,6 +128,9 @@ class NotificationQueue {
   struct Entry : Numbered {
     bool isHeartbeat = false;
     std::uint32_t packet = 0;
+    BacklogFile::Slot slot = BacklogFile::kNoSlot;
+
+    std::size_t textSize() const;
   };
 
   // All below REQUIRE the lock.
@@ -105,34 +138,48 @@ class NotificationQueue {
   bool keeps() const { return _capacity > 0; }
   std::size_t held() const { return _waiting.size() + _owed.size(); }
   bool hasRoom() const { return keeps() ? held() < _capacity : _waiting.empty(); }
-  bool isOutage() const;
+  bool isOutage() const { return !canLeave() || Clock::now() - _progress >= _times.stall; }
+  bool canLeave() const { return _connected || !keeps(); }
+  bool owesAll() const;
+  void number(Entry& entry);
   /// Waits until something has changed, or for `deadline`.
   void waitForChange(std::unique_lock<std::mutex>& lock, Clock::time_point deadline);
   /// Drops what is too much; releases the lock to tell of it, if there was nothing to send before.
   void append(std::unique_lock<std::mutex>& lock, Entry entry);
   void dropOldest();
+  /// Of what is owed, for good.
+  void remove(std::deque<Entry>::iterator entry);
   /// What becomes of `entry`, for the producer that waits if it is a heartbeat.
   void settle(const Entry& entry, Fate fate);
   /// Wakes producers once they find more than a little room.
   void tellRoom();
+  /// The master took something, or there was nothing for it to take.
+  void madeProgress();
   void update();
 
+  const Times _times;
   std::function<void()> _tell;
+  BacklogFile* _file = nullptr;
   std::mutex _mutex;                 // guards all below
   std::condition_variable _changed;  // producers wait for room, or for the fate of a heartbeat
+  std::condition_variable _left;     // drain waits until all has left
   int _producersWaiting = 0;
   std::size_t _capacity = 1000;
   std::deque<Entry> _waiting;
   std::deque<Entry> _owed;
+  std::size_t _owedBytes = 0;
   Fate _heartbeat = Fate::kTaken;  // of the last one
   std::uint32_t _sequence = 0;
   std::size_t _dropped = 0;  // since the last line about it
   bool _connected = false;
-  // When the master took something, when it was listened to again, or when the queue was empty.
+  bool _isEnding = false;
   Clock::time_point _progress{};
+  // Of a master that owes all it may: when it was heard last, and for how long in all.
+  Clock::time_point _heard{};
+  Clock::duration _heardFor{};
+  Clock::time_point _deaf{};  // since when nobody hears it; the main thread's
   std::atomic<bool> _sendable = false;
-  std::atomic<bool> _holdsAny = false;
-  std::atomic<bool> _listens = false;
+  std::atomic<bool> _owesAll = false;
 };
 
 }  // namespace norva

@@ -21,7 +21,7 @@ class NotificationSender : public LibraryWork {
 
   bool hasWork() const override { return _queue.hasWork(); }
   void perform(std::size_t most) override;
-  void deviceWait(bool begins) override { _queue.listensToMaster(!begins); }
+  void deviceWait(bool begins) override { _queue.deviceWait(begins); }
 
  private:
   void send(const NotificationQueue::Numbered& notification) const;

@@ -48,6 +48,15 @@ void parseBacklog(const char*, char* line) {
   }
 }
 
+void parseBacklogFile(const char*, char* line) {
+  const std::string_view path = trimmed(line);
+  if (path.starts_with('/')) {
+    settings.backlogFile = path;
+  } else {
+    config_perror("norvaBacklogFile: a path that begins with / is expected");
+  }
+}
+
 void parseYesOrNo(const char* token, const char* line, bool& setting) {
   const std::string_view value = trimmed(line);
   if (value == "yes" || value == "no") {
@@ -76,6 +85,7 @@ constexpr Token kTokens[] = {
     {"norvaStrictSet", parseStrictSet, "yes|no"},
     {"norvaTrace", parseTrace, "yes|no"},
     {"norvaBacklog", parseBacklog, "NOTIFICATIONS"},
+    {"norvaBacklogFile", parseBacklogFile, "PATH"},
 };
 
 }  // namespace

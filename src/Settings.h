@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <string>
 
 namespace norva {
 
@@ -20,6 +21,8 @@ struct Settings {
   bool trace = true;
   /// norvaBacklog: notifications that are kept for the master; 0: none.
   std::size_t backlog = 1000;
+  /// norvaBacklogFile: where they are kept across the agent's own end; empty: nowhere.
+  std::string backlogFile;
 
   static const Settings& get();
 

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <thread>
+#include <utility>
 
 #include "AgentLibrary.h"
 #include "LibraryGate.h"
@@ -58,7 +59,8 @@ Termination::Termination() {
   sem_init(&_requested, 0, 0);
 }
 
-bool Termination::prepare() {
+bool Termination::prepare(std::function<void()> letLeave) {
+  _instance->_letLeave = std::move(letLeave);
   LibraryGate::getInstance().setEnd([] { _instance->shutDown(); });
   if (_instance->_watchdog.start() && _instance->startWorker()) return true;
   Output::puts(kThreadRefused);
@@ -76,6 +78,7 @@ void Termination::run() {
   waitFor(_requested);
   _watchdog.arm();
   Output::puts("get SIGNUM!");
+  _letLeave();
   askForShutdown();
   Output::getInstance().drain(kOutputLimit);
   Output::standardError().drain(kOutputLimit);

@@ -2,13 +2,15 @@
 // every process of the agent's name, its own included. One object, made on the main thread and
 // never freed; two threads of its own, the second being the watchdog.
 //
-// The signal handler only wakes the first thread: shutting the library down inside a handler that
-// interrupted the library hangs, and takes the master agent with it. The thread announces the
-// shutdown at the library gate; the main thread does it between two requests and serves no more.
-// It is left out when a request is in the middle of a device round trip that does not end within
-// kShutdownLimit. The watchdog runs the killall in any case after kLimit, whatever the first thread
-// waits for. The killall itself is given a second, then the process ends without it. Signals are
-// not blocked for this: programs started through the shell would inherit the mask.
+// From the signal on nothing is taken off the alarm queue, and what was taken before leaves while
+// the session with the master stands. The signal handler only wakes the first thread: shutting the
+// library down inside a handler that interrupted the library hangs, and takes the master agent with
+// it. The thread announces the shutdown at the library gate; the main thread does it between two
+// requests and serves no more. It is left out when a request is in the middle of a device round
+// trip that does not end within kShutdownLimit. The watchdog runs the killall in any case after
+// kLimit, whatever the first thread waits for. The killall itself is given a second, then the
+// process ends without it. Signals are not blocked for this: programs started through the shell
+// would inherit the mask.
 
 #ifndef NORVA_TERMINATION_H_
 #define NORVA_TERMINATION_H_
@@ -17,6 +19,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 
 #include "Worker.h"
@@ -39,7 +42,9 @@ class Termination : private Worker {
 
   /// Starts the two threads, after beforeStartUp(). False when the system refuses them, which is
   /// printed; `handler` is not to be installed then. Main thread, once, before requests are served.
-  static bool prepare();
+  /// `letLeave` is what the end begins with, before the library is shut down; bounded, on the
+  /// termination thread.
+  static bool prepare(std::function<void()> letLeave);
 
   /// For signal(): wakes the termination thread for SIGTERM, SIGINT and SIGKILL, ignores others.
   /// Async-signal-safe; any thread.
@@ -70,6 +75,7 @@ class Termination : private Worker {
 
   sem_t _requested;
   Watchdog _watchdog;
+  std::function<void()> _letLeave;
   std::mutex _mutex;  // guards what is below
   std::condition_variable _isDone;
   Shutdown _shutdown = Shutdown::kNotAsked;

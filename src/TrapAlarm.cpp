@@ -1,7 +1,9 @@
 #include "TrapAlarm.h"
 
+#include <signal.h>
 #include <sys/ipc.h>
 #include <sys/msg.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
@@ -20,7 +22,7 @@ namespace norva {
 
 namespace {
 
-constexpr std::size_t kReceiveLimit = 1024;
+constexpr std::size_t kReceiveLimit = BacklogFile::kHandSize;
 constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 /// Name of a remote-unit change. Deliberate: as many characters of the text are skipped as the
@@ -49,7 +51,35 @@ void TrapAlarm::init(const SnmpDataBase& catalogue) {
   if (_queueId == -1) Output::puts("Trap::Trap  create msg error");
 }
 
+void TrapAlarm::useFile(BacklogFile::Opened opened) {
+  _file = std::move(opened.file);
+  _queue.useFile(_file.get(), opened.lastSequence);
+  for (const BacklogFile::Kept& kept : opened.kept) {
+    std::string name, value;
+    if (_catalogue->getObjName(kept.message.objId(), name) == 0 && kept.message.hasKnownType()) {
+      nameEvent(kept.message, name, value);
+      _queue.restore({kept.message, name, value}, kept);
+    } else {
+      _queue.forget(kept);
+    }
+  }
+}
+
+void TrapAlarm::takeNoMore() {
+  constexpr std::chrono::milliseconds kLook{1};
+  constexpr int kLooks = 20;
+  _isEnding = true;
+  DataManage::getInstance()->endAlarms();
+  // Again and again: the first one may come just before the wait that it is to end.
+  signal(SIGUSR1, [](int) {});
+  for (int i = 0; i < kLooks && !_takesNoMore; ++i) {
+    if (_self != pthread_t{}) pthread_kill(_self, SIGUSR1);
+    std::this_thread::sleep_for(kLook);
+  }
+}
+
 void TrapAlarm::run() {
+  _self = pthread_self();
   for (;;) {
     TrapMessage event;
     while (receive(event) == 0) Output::puts("not receive !!");
@@ -62,8 +92,13 @@ void TrapAlarm::run() {
 
 int TrapAlarm::receive(TrapMessage& event) {
   alignas(long) std::uint8_t buffer[ComPortAdapter::kTypeSize + kReceiveLimit] = {};
-  const int length = DataManage::getInstance()->readAlarm(buffer, kReceiveLimit);
+  const int length =
+      DataManage::getInstance()->readAlarm(buffer, kReceiveLimit, _file ? _file->hand() : nullptr);
   const int error = errno;
+  if (length == -1 && _isEnding) {
+    _takesNoMore = true;
+    for (;;) pause();
+  }
   if (length > 0) {
     Trace::print("receivebuf len is %d \n", length);
   } else {
@@ -80,7 +115,7 @@ int TrapAlarm::receive(TrapMessage& event) {
   return length;
 }
 
-void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string value) {
+void TrapAlarm::nameEvent(const TrapMessage& event, std::string& name, std::string& value) const {
   switch (event.msgType()) {
     case kMsgAlarm:
       value = event.cleared() ? "Clear Alarm" : "New Alarm";
@@ -98,6 +133,10 @@ void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string
     default:
       break;
   }
+}
+
+void TrapAlarm::dispatch(const TrapMessage& event, std::string name, std::string value) {
+  nameEvent(event, name, value);
   _lastMessage = event;
   sendTrap(event, name, value, Origin::kUnit);
 }

@@ -8,9 +8,14 @@
 #ifndef NORVA_TRAP_ALARM_H_
 #define NORVA_TRAP_ALARM_H_
 
+#include <pthread.h>
+
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
+#include "BacklogFile.h"
 #include "ComPortAdapter.h"
 #include "NotificationQueue.h"
 #include "Thread.h"
@@ -37,6 +42,14 @@ class TrapAlarm : public Thread {
   /// kUnset before init.
   TrapType trapType() const { return _trapType; }
 
+  /// Receives into `opened`'s file, and puts what it held into the queue. Main thread, once, after
+  /// init and before `start`.
+  void useFile(BacklogFile::Opened opened);
+
+  /// No event is taken off the alarm queue from now on: what waits there is the next agent's.
+  /// Waits a moment for an event that has just been taken. Any thread, for the end of the process.
+  void takeNoMore();
+
   /// Whom a notification comes from. The unit's are kept for a master that is away; the agent's own
   /// heartbeat is given up then.
   enum class Origin { kUnit, kAgent };
@@ -49,7 +62,9 @@ class TrapAlarm : public Thread {
 
  private:
   /// Waits for one event and prints its length; -1 for a failed receive, whose message reads zero.
-  static int receive(TrapMessage& event);
+  int receive(TrapMessage& event);
+  /// Gives the event the texts of its notification.
+  void nameEvent(const TrapMessage& event, std::string& name, std::string& value) const;
   /// Names the event and sends it.
   void dispatch(const TrapMessage& event, std::string name, std::string value);
 
@@ -60,6 +75,10 @@ class TrapAlarm : public Thread {
   const SnmpDataBase* _catalogue = nullptr;
   TrapMessage _lastMessage;  // kept for whoever looks at the process with a debugger
   NotificationQueue& _queue;
+  std::unique_ptr<BacklogFile> _file;  // null: alarms are received into memory
+  std::atomic<bool> _isEnding = false;
+  std::atomic<bool> _takesNoMore = false;
+  std::atomic<pthread_t> _self{};
 };
 
 }  // namespace norva

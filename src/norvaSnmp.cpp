@@ -13,6 +13,7 @@
 #include <string>
 
 #include "AgentLibrary.h"
+#include "BacklogFile.h"
 #include "DataManage.h"
 #include "LibraryGate.h"
 #include "MasterAgent.h"
@@ -199,8 +200,19 @@ void registerObjects() {
   MasterAgent::getInstance()->initTableObj();
 }
 
-/// The heartbeat sends through the alarm thread's object; both live until the process ends.
-void startNotifications() {
+/// The file in which alarms outlive the agent, if the settings name one and there is anything to
+/// keep. It also holds what the master may owe beyond the backlog.
+BacklogFile::Opened openBacklogFile() {
+  const Settings& settings = Settings::get();
+  if (settings.backlogFile.empty() || settings.backlog == 0) return {};
+  return BacklogFile::open(
+      settings.backlogFile,
+      static_cast<std::uint32_t>(settings.backlog + NotificationQueue::kMaxOwed));
+}
+
+/// The heartbeat sends through the alarm thread's object, which is returned; both live until the
+/// process ends.
+TrapAlarm* startNotifications() {
   NotificationQueue& queue = NotificationQueue::getInstance();
   queue.setCapacity(Settings::get().backlog);
   auto* alarmThread = new TrapAlarm("TrapAlarm", queue);
@@ -208,15 +220,23 @@ void startNotifications() {
   const bool withContext = alarmThread->trapType() == TrapAlarm::kSnmpV3;
   LibraryGate::getInstance().setWork(*new NotificationSender(queue, withContext));
   queue.onWork([] { LibraryGate::getInstance().announce(); });
+  alarmThread->useFile(openBacklogFile());
   alarmThread->start();
   alarmThread->markRunning();
   auto* heartbeatThread = new SnmpEventNotify("SnmpEventNotify ", alarmThread);
   heartbeatThread->start();
   heartbeatThread->markRunning();
+  return alarmThread;
 }
 
-void installTerminationHandler() {
-  if (!Termination::prepare()) return;  // the default action ends the process just as well
+void installTerminationHandler(TrapAlarm* alarmThread) {
+  /// For what was taken off the alarm queue to reach the master.
+  constexpr std::chrono::milliseconds kLeaveLimit{500};
+  const auto letLeave = [alarmThread, kLeaveLimit] {
+    alarmThread->takeNoMore();
+    NotificationQueue::getInstance().drain(kLeaveLimit);
+  };
+  if (!Termination::prepare(letLeave)) return;  // the default action ends the process just as well
   signal(SIGTERM, Termination::handler);
   // Deliberate, although the system refuses it.
   signal(SIGKILL, Termination::handler);
@@ -236,9 +256,9 @@ void startSubagent(const Options& options) {
   init_snmp(options.name);
   Output::puts("init_snmp end....");
   openLibraryGate();
-  startNotifications();
+  TrapAlarm* alarmThread = startNotifications();
   Termination::agentXName = options.name;
-  installTerminationHandler();
+  installTerminationHandler(alarmThread);
 }
 
 /// Start-up of the default mode: launch the master agent, then attach to it.
@@ -256,9 +276,9 @@ void startWithMaster(const Options& options) {
   init_snmp(kAgentName);
   Output::puts("init_snmp end....");
   openLibraryGate();
-  startNotifications();
+  TrapAlarm* alarmThread = startNotifications();
   // Deliberate: the termination handler shuts the library down without a name in this mode.
-  installTerminationHandler();
+  installTerminationHandler(alarmThread);
 }
 
 [[noreturn]] void serveRequests() {
@@ -266,7 +286,6 @@ void startWithMaster(const Options& options) {
   constexpr std::size_t kNotificationsPerTurn = 16;
   DataManage::getInstance()->limitWaits(Settings::get().deviceTimeout);
   Trace::enable(Settings::get().trace);
-  NotificationQueue::getInstance().listensToMaster(true);
   Output::neverWait();
   LibraryGate& gate = LibraryGate::getInstance();
   for (;;) {

@@ -1,0 +1,243 @@
+"""Whoever ends, every alarm arrives, with or without the file of the backlog as promised.
+
+With NORVA_LONG in the environment as many alarms and ends as make it hard."""
+
+import os
+import random
+import re
+import signal
+import subprocess
+import time
+
+import pytest
+
+from receiver import V2C_SINK, Receiver
+from world import ALARM_OBJECT, ROOT, WorldError, empty_schema, scalar_row, wait_until
+
+LONG = bool(os.environ.get("NORVA_LONG"))
+COUNT, ENDS = (20_000, 40) if LONG else (3_000, 6)
+PATIENT_MASTER = V2C_SINK + "agentXTimeout 15\nagentXRetries 0\n"
+SCALAR, VALUE = f"{ROOT}.1.1.1.1.0", 1007
+DROPPED = re.compile(r"(\d+) notifications were dropped, the oldest")
+
+
+def start(world, *settings, name="Alarm", master=PATIENT_MASTER):
+    """One scalar and one for alarms. The file of the backlog, if the settings name one, is
+    `backlog` in the work directory."""
+    world.start_unit(f"{ALARM_OBJECT} unsigned 1 rw 0\n0x0101 unsigned 4 rw {VALUE}\n")
+    receiver = Receiver(world)
+    world.start_master(master)
+    world.settings("norvaTrace no", *settings)
+    world.database = world.make_database(*empty_schema(), scalar_row(0x0101, 1),
+                                         scalar_row(0x0403, 99, name=name), base=False)
+    world.start_agent()
+    return receiver
+
+
+def in_file(world):
+    return f"norvaBacklogFile {world.directory}/backlog"
+
+
+def end(world, number):
+    """The agent ends and is started again."""
+    world.agent.signal(number)
+    assert world.agent.wait(5) == -signal.SIGKILL
+    world.start_agent(wait=False)
+
+
+def arrived(receiver):
+    """The numbers of the alarms, each with its sequence number, which it has whenever it comes."""
+    numbers = {}
+    for event in receiver.received():
+        assert numbers.setdefault(int(event.text4), event.sequence) == event.sequence
+    return numbers
+
+
+def wait_for(receiver, number, timeout=90):
+    wait_until(lambda: number in arrived(receiver), timeout, f"alarm {number}")
+
+
+def assert_right(world):
+    assert world.get(SCALAR)[0].value == VALUE
+
+
+def nothing(world, rng):
+    pass
+
+
+def trouble(world, rng):
+    """Something happens to the master."""
+    what = rng.choice(["away", "stopped", "restarted", "none"])
+    if what == "stopped":
+        world.master.signal(signal.SIGSTOP)
+        time.sleep(rng.random())
+        world.master.signal(signal.SIGCONT)
+    elif what != "none":
+        world.master.kill()
+        time.sleep(rng.random() if what == "away" else 0)
+        world.start_master(PATIENT_MASTER)
+
+
+@pytest.mark.parametrize("between, backlog", [(nothing, 1000), (trouble, COUNT)],
+                         ids=["master there", "master in trouble"])
+def test_ends_lose_nothing_with_the_file(world, between, backlog):
+    rng = random.Random(21)
+    receiver = start(world, in_file(world), f"norvaBacklog {backlog}")
+    posting = world.flood(COUNT)
+    for number in range(ENDS):
+        try:
+            wait_for(receiver, (number + 1) * COUNT // (ENDS + 2), 3)
+        except WorldError:
+            pass  # the master is away: so it ends at another moment
+        between(world, rng)
+        end(world, signal.SIGKILL if number % 2 else signal.SIGTERM)
+        world.wait_output("notifications were taken over from", 30)
+    assert posting.wait(90) == 0
+    wait_for(receiver, COUNT)
+    assert arrived(receiver) == {number: number for number in range(1, COUNT + 1)}
+    assert "dropped" not in world.agent_output()
+
+
+@pytest.mark.parametrize("backlog", [1000, 0])
+def test_sigterm_takes_nothing_with_it(world, backlog):
+    """Without a file. What the agent has taken leaves with it, but for what it has in hand."""
+    receiver = start(world, f"norvaBacklog {backlog}")
+    posting = world.flood(COUNT)
+    ends = 4 if LONG else 2
+    for number in range(ends):
+        seen = len(receiver.received())
+        receiver.wait(seen + COUNT // (ends + 2), 90)
+        end(world, signal.SIGTERM)
+    assert posting.wait(90) == 0
+    wait_until(lambda: receiver.received()[-1].text4 == str(COUNT), 90, "the last alarm")
+    received = {int(event.text4) for event in receiver.received()}
+    assert len(set(range(1, COUNT + 1)) - received) <= ends
+
+
+def test_what_waits_outlives_the_agent(world):
+    """The master is away all the while. The numbers go on."""
+    receiver = start(world, in_file(world))
+    world.flood(10).wait()
+    receiver.wait(10)
+    world.master.kill()
+    for number, texts in ((signal.SIGKILL, 300), (signal.SIGTERM, 500)):
+        assert world.flood(texts).wait(30) == 0
+        time.sleep(0.5)
+        end(world, number)
+        world.wait_output("init_snmp end....")
+    world.wait_output("800 notifications were taken over from")
+    world.start_master(PATIENT_MASTER)
+    received = receiver.wait(810, 30)
+    assert [event.sequence for event in received] == list(range(1, 811))
+    assert [int(event.text4) for event in received[10:]] == [*range(1, 301), *range(1, 501)]
+
+
+# What can be wrong with the file. Each returns what the agent says of it.
+
+def full_disk(world, path):
+    world.inside("mkdir disk; mount -t tmpfs -o size=64k tmpfs disk")
+    world.settings("norvaTrace no", f"norvaBacklogFile {world.directory}/disk/backlog")
+    return "No space left on device, notifications are kept in memory only"
+
+
+def noise(world, path):
+    path.write_bytes(random.Random(1).randbytes(path.stat().st_size))
+    return "damaged or another's, put aside as"
+
+
+def another_version(world, path):
+    content = bytearray(path.read_bytes())
+    content[8:12] = b"\x09\0\0\x09"
+    path.write_bytes(content)
+    return "damaged or another's, put aside as"
+
+
+def cut(world, path):
+    os.truncate(path, path.stat().st_size // 2)
+    return "put aside as"
+
+
+def removed(world, path):
+    path.unlink()
+    return "0 notifications were taken over"
+
+
+def used_by_another(world, path):
+    world.spawn("other", ["flock", path, "sleep", "60"])
+    wait_until(lambda: world.run("flock", "-n", path, "true").returncode, what="the lock")
+    return "another agent uses it, notifications are kept in memory only"
+
+
+@pytest.mark.parametrize("fault", [full_disk, noise, another_version, cut, removed,
+                                   used_by_another])
+def test_a_bad_file_at_the_start(world, fault):
+    receiver = start(world, in_file(world))
+    world.agent.kill()
+    said = fault(world, world.directory / "backlog")
+    world.start_agent()
+    world.wait_output(said)
+    assert_right(world)
+    world.flood(200).wait()
+    wait_for(receiver, 200, 30)
+    assert sorted(arrived(receiver).values()) == list(range(1, 201))
+
+
+@pytest.mark.parametrize("fault", [noise, cut, removed])
+def test_a_file_that_goes_bad_while_it_is_used(world, fault):
+    """No more is lost than without a file: what the master had not acknowledged at the end."""
+    receiver = start(world, in_file(world))
+    world.flood(100).wait()
+    receiver.wait(100)
+    fault(world, world.directory / "backlog")
+    world.ctl("alarm", "raise", ALARM_OBJECT, "--text4", "101")  # it may be lost by the cut
+    world.flood(300).wait()
+    wait_until(lambda: len(receiver.received()) >= 400, 30, "the alarms behind it")
+    assert_right(world)
+    world.ctl("alarm", "raise", ALARM_OBJECT)
+    end(world, signal.SIGTERM)
+    world.wait_served()
+    assert_right(world)
+
+
+def answer(world):
+    """The reply that a GET of the scalar waits for."""
+    world.ctl("reply", (b"\x12\x07\0\x00\x01\x01" + VALUE.to_bytes(4, "little")).hex())
+
+
+@pytest.mark.parametrize("settings", [[], ["norvaBacklog 0"],
+                                      ["norvaDeviceTimeout 10", "norvaStrictSet yes", "file"]],
+                         ids=["no settings", "no backlog", "the shipped ones"])
+def test_alarms_in_front_of_a_reply(world, settings):
+    """The unit posts many alarms before it replies, and gets to its reply."""
+    count = 5_000
+    receiver = start(world, *[in_file(world) if line == "file" else line for line in settings])
+    manager = world.hang(SCALAR, count=1)
+    assert world.flood(count).wait(30) == 0
+    answer(world)
+    assert manager.wait(10) == 0 and str(VALUE) in manager.output()
+    world.ctl("alarm", "raise", ALARM_OBJECT, "--text4", str(count + 1))
+    wait_for(receiver, count + 1)
+    numbers = arrived(receiver)
+    assert all(number == sequence for number, sequence in numbers.items())
+    missing = count + 1 - len(numbers)
+    wait_until(lambda: missing > 0 and missing == sum(map(int, DROPPED.findall(
+        world.agent_output()))), what=f"{missing} counted as dropped")
+
+
+@pytest.mark.parametrize("length", [1300, 3000])
+def test_long_names(world, length):
+    """Many requests wait, the unit is slow, alarms come: agent and master go on."""
+    receiver = start(world, "norvaDeviceTimeout 2", name="n" * length)
+    world.ctl("fault", "delay", 20)
+    requests = world.spawn("requests", ["sh", "-c", f"""
+        for i in $(seq 400); do snmpget -v2c -c public -Onx -r0 -t60 127.0.0.1:1161 {SCALAR} & done
+        wait"""])
+    count = 1000
+    assert world.flood(count).wait(60) == 0
+    wait_for(receiver, count)
+    assert requests.wait(90) == 0
+    world.ctl("fault", "none")
+    assert requests.output().count(f"INTEGER: {VALUE}") == 400
+    assert arrived(receiver) == {number: number for number in range(1, count + 1)}
+    assert {len(event.name) for event in receiver.received()} == {length}
+    assert_right(world)
