@@ -11,7 +11,7 @@ import shutil
 import statistics
 import subprocess
 
-from project import SOURCE, Failure, build, command_line, finish, run
+from project import SOURCE, Failure, build, command_line, finish, install, run
 
 from contestant import CASES, Contestant
 
@@ -149,6 +149,7 @@ def main():
     parser.add_argument("--cpu", type=int, default=max(os.sched_getaffinity(0)),
                         help="processor, default the last one")
     options = parser.parse_args()
+    install("bench")
     options.rounds = options.rounds or (2 if options.quick else 100)
     build("dev")
     agents = {"agent": BUILD / "norvaSnmp"}

@@ -12,7 +12,7 @@ import sys
 import time
 from pathlib import Path
 
-from project import SOURCE, Failure, build, command_line, finish
+from project import SOURCE, Failure, build, command_line, finish, install
 
 from polling import Polling
 from receiver import V2C_SINK, Receiver
@@ -203,6 +203,7 @@ def main():
     parser.add_argument("what", choices=["races", "memory", "slow"])
     parser.add_argument("--scale", type=int, default=1, help="as many times the work, default 1")
     options = parser.parse_args()
+    install("check")
     {"races": races, "memory": memory, "slow": slow}[options.what](options.scale)
     print("passed")
 

@@ -2,10 +2,9 @@
 or several units on an operator's screen. Installs what is missing, builds, and runs everything in
 namespaces of its own. The status is 0 if every step had the expected result."""
 
-import subprocess
 import time
 
-from project import SOURCE, build, command_line, finish
+from project import build, command_line, finish, install
 
 import demo_monitor
 import demo_steps
@@ -70,9 +69,9 @@ def parse():
 
 def main():
     options = parse()
-    subprocess.run([SOURCE / "scripts/deps"], check=True)
-    print("Building ...", flush=True)
-    demo = Demo(options, build("release"))
+    install("pictures" if options.pictures else "monitor" if options.monitor else "demo")
+    print("Building the agent and its tools ...", flush=True)
+    demo = Demo(options, build("release", "norvaSnmp", "dasunit", "norvamap", "mapping_db", quiet=False))
     (demo_monitor if options.monitor else demo_steps).run(demo)
     print(f"\n{demo.failures} results were not as expected." if demo.failures else
           "\nEvery step had the expected result.")

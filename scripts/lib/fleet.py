@@ -6,7 +6,7 @@ import sys
 import time
 from pathlib import Path
 
-from project import build, command_line, finish
+from project import build, command_line, finish, install
 
 from fleet import Fleet
 from world import wait_until
@@ -76,6 +76,7 @@ def main():
     parser.add_argument("--seconds", type=int, default=60, help="to measure for (%(default)s)")
     parser.add_argument("--scrape", type=int, default=30, help="interval in s (%(default)s)")
     options = parser.parse_args()
+    install("monitor")
     directory = build("release")
     print("| units | unit's time | scrape, median / worst | failed | series | memory: a unit | exporter |"
           " Prometheus | the rest | CPU: a unit | exporter | Prometheus | page |\n" + "|---" * 13 + "|")

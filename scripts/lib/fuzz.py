@@ -14,7 +14,7 @@ import subprocess
 import time
 from concurrent.futures import ThreadPoolExecutor
 
-from project import SOURCE, build, command_line, finish
+from project import SOURCE, build, command_line, finish, install
 
 BUILD = SOURCE / "build/fuzz"
 SEEDS = SOURCE / "tests/fuzz/corpus"
@@ -70,6 +70,7 @@ def main():
             parser.error(f"no target '{target}'")
     if options.seconds is None and options.runs is None:
         options.seconds = 10
+    install("fuzz")
     build("fuzz")
     clean = True
     with ThreadPoolExecutor(options.jobs) as pool:

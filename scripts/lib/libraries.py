@@ -9,7 +9,7 @@ import shutil
 import subprocess
 from pathlib import Path
 
-from project import SOURCE, Failure, build, command_line, finish
+from project import SOURCE, Failure, build, command_line, finish, install
 
 # What the agent and a master need of net-snmp, and nothing that asks for more than a compiler. The
 # development branch leaves out all of mibII, access control included, where libnl has no headers.
@@ -110,6 +110,7 @@ def main():
                         help="to run, default all")
     parser.add_argument("--master", action="store_true", help="each version's own snmpd is the master")
     options = parser.parse_args()
+    install("libraries")
     failed = [str(archive) for archive in options.source
               if not with_library(archive.resolve(), options.master, options.tests)]
     if failed:

@@ -3,6 +3,7 @@
 import argparse
 import ctypes
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -18,6 +19,7 @@ sys.path[:0] = [str(SOURCE / "tools/world"), str(SOURCE / "bench")]
 from world import Failure  # noqa: E402
 
 _PR_SET_CHILD_SUBREAPER = 36
+_installing = _interrupted = False
 
 
 def command_line(description):
@@ -35,10 +37,40 @@ def run(*command, **options):
     return result.stdout
 
 
-def build(preset, *targets):
-    """Builds a preset, or these targets of it; its directory."""
+def install(*purposes):
+    """Installs the packages that these purposes of scripts/deps need. Once dpkg is at work it is
+    not interrupted: what would end this script does so afterwards."""
+    global _installing
+    _installing = True
+    status = subprocess.run([SOURCE / "scripts/deps", *purposes], check=False).returncode
+    _installing = False
+    if _interrupted:
+        raise KeyboardInterrupt
+    if status != 0:
+        raise Failure(f"scripts/deps {' '.join(purposes)}: status {status}")
+
+
+def build(preset, *targets, quiet=True):
+    """Builds a preset, or these targets of it; its directory. Unless `quiet`, tells how far it is:
+    on a terminal each second, else each ten."""
     run("cmake", "--preset", preset)
-    run("cmake", "--build", "--preset", preset, *(["--target", *targets] if targets else []))
+    command = ["cmake", "--build", "--preset", preset, *(["--target", *targets] if targets else [])]
+    process = subprocess.Popen(command, cwd=SOURCE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                               text=True)
+    log = []
+    begun = shown = time.monotonic()
+    terminal = sys.stdout.isatty()
+    for line in process.stdout:
+        log.append(line)
+        step = re.match(r"\[(\d+/\d+)\]", line)
+        if step and not quiet and time.monotonic() - shown > (1 if terminal else 10):
+            shown = time.monotonic()
+            print(f"   {step[1].replace('/', ' of ')}, {shown - begun:.0f} s",
+                  end="\r" if terminal else "\n", flush=True)
+    if process.wait() != 0:
+        raise Failure(f"{' '.join(command)}\n{''.join(log)[-5000:]}")
+    if not quiet:
+        print(f"   built in {time.monotonic() - begun:.0f} s", flush=True)
     return SOURCE / "build" / preset
 
 
@@ -47,9 +79,13 @@ def finish(work, patience=2):
     ends with it, and its temporary files are gone: also after Ctrl-C and SIGTERM, which give the
     work `patience` seconds to end things in their order before all its processes are killed."""
     def interrupted(*_):
+        global _interrupted
+        _interrupted = True
         _ignore_signals()
-        for child in _children(os.getpid()):
-            _signal(child, signal.SIGINT)
+        for pid in list((_descendants if _installing else _children)(os.getpid())):
+            _signal(pid, signal.SIGINT)
+        if _installing:
+            return
         threading.Thread(target=lambda: time.sleep(patience) or _kill_all(), daemon=True).start()
         raise KeyboardInterrupt
     for number in _ENDING:

@@ -19,7 +19,7 @@ import time
 from collections import Counter
 from pathlib import Path
 
-from project import Failure, command_line, finish
+from project import Failure, command_line, finish, install
 
 from receiver import V2C_SINK, Receiver
 from traffic import Alarms, Managers, Objects, Writer
@@ -322,6 +322,7 @@ def main():
     parser.add_argument("--pause", type=float, default=0.1,
                         help="of each manager between two requests, in seconds; default 0.1")
     options = parser.parse_args()
+    install("soak")
     seed = options.seed if options.seed is not None else random.randrange(1_000_000)
     print(f"seed {seed}", flush=True)
     soak = None

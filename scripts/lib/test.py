@@ -15,7 +15,7 @@ import time
 import xml.etree.ElementTree as xml
 from pathlib import Path
 
-from project import SOURCE, Failure, build, command_line, finish
+from project import SOURCE, Failure, build, command_line, finish, install
 
 SCRIPTS = SOURCE / "scripts"
 PYTEST = ["/usr/bin/python3", "-B", "-m", "pytest", "-q", "-p", "no:cacheprovider", "-n", "3",
@@ -255,7 +255,8 @@ def main():
     parser.add_argument("-k", metavar="EXPRESSION",
                         help="of the end-to-end tests only those that match, as for pytest")
     options = parser.parse_args()
-    subprocess.run([SCRIPTS / "deps"], check=True)
+    install(*{"unit": ["dev"], "e2e": ["e2e"], "packages": ["package", "trial"],
+              "big-endian": ["e2e"]}.get(options.what, ["test"]))
     return Test(options).run()
 
 

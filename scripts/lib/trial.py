@@ -14,7 +14,7 @@ import time
 import traceback
 from pathlib import Path
 
-from project import SOURCE, Failure, command_line, finish
+from project import SOURCE, Failure, command_line, finish, install
 
 from machine import Machine, Unavailable, make_root
 from world import wait_until
@@ -296,6 +296,7 @@ def main():
     parser.add_argument("packages", type=Path, nargs="?", default=SOURCE / "build/packages",
                         help="their directory, default build/packages")
     options = parser.parse_args()
+    install("trial")
     if options.root:
         return make_only()
     packages = [sorted(options.packages.glob(f"{name}_*.deb")) for name in PACKAGES]

@@ -1,5 +1,5 @@
-"""A Debian machine of its own for trying packages: a fresh root, made once by mmdebstrap, in which
-systemd runs as process 1, in IPC, PID, mount, network, cgroup and UTS namespaces.
+"""A Debian machine of its own for trying packages: a fresh root made by mmdebstrap, in which systemd
+runs as process 1, in IPC, PID, mount, network, cgroup and UTS namespaces.
 
 Needs root. What happens inside is kept in memory and gone with the machine; the root itself is
 never changed. Its network is its loopback: what is installed inside must need nothing from
@@ -64,37 +64,42 @@ class Unavailable(Exception):
     """There can be no such machine here; says why."""
 
 
-def make_root():
-    """The directory of the root, in the user's cache; made if it is not there."""
-    name = hashlib.sha256(" ".join(_PACKAGES + _LEFT_OUT).encode()).hexdigest()[:16]
-    root = Path.home() / ".cache/norva" / f"debian-bookworm-{name}"
+def debootstrap(root, *options):
+    """Makes a root; `options` as mmdebstrap has them."""
     if os.geteuid() != 0:
         raise Unavailable("not root")
-    if root.exists():
-        return root
     if not shutil.which("mmdebstrap"):
         raise Unavailable("mmdebstrap is missing")
+    result = subprocess.run(["mmdebstrap", "--quiet", "--dpkgopt=force-unsafe-io", *options, "bookworm",
+                             root], capture_output=True, text=True, check=False)
+    if result.returncode != 0:
+        last = (result.stderr.strip().splitlines() or ["no message"])[-1]
+        raise Unavailable(f"mmdebstrap: {last}")
+
+
+def make_root():
+    """The directory of the root for packages, in the user's cache; made if it is not there."""
+    name = hashlib.sha256(" ".join(_PACKAGES + _LEFT_OUT).encode()).hexdigest()[:16]
+    root = Path.home() / ".cache/norva" / f"debian-bookworm-{name}"
+    if root.exists():
+        return root
     root.parent.mkdir(parents=True, exist_ok=True)
     with tempfile.TemporaryDirectory(dir=root.parent, prefix="making.") as work:
-        result = subprocess.run(
-            ["mmdebstrap", "--quiet", "--variant=apt", "--dpkgopt=force-unsafe-io",
-             *(f"--dpkgopt=path-exclude={pattern}" for pattern in _LEFT_OUT),
-             "--aptopt=Acquire::Languages none", f"--include={','.join(_PACKAGES)}",
-             # For the packages to try, nothing is left out.
-             '--customize-hook=rm "$1"/etc/dpkg/dpkg.cfg.d/99mmdebstrap',
-             "bookworm", f"{work}/root"], capture_output=True, text=True, check=False)
-        if result.returncode != 0:
-            last = (result.stderr.strip().splitlines() or ["no message"])[-1]
-            raise Unavailable(f"mmdebstrap: {last}")
+        debootstrap(f"{work}/root", "--variant=apt",
+                    *(f"--dpkgopt=path-exclude={pattern}" for pattern in _LEFT_OUT),
+                    "--aptopt=Acquire::Languages none", f"--include={','.join(_PACKAGES)}",
+                    # For the packages to try, nothing is left out.
+                    '--customize-hook=rm "$1"/etc/dpkg/dpkg.cfg.d/99mmdebstrap')
         os.rename(f"{work}/root", root)
     return root
 
 
 class Machine:
-    """A running machine; a context manager. `share` is a directory to be seen inside as /mnt."""
+    """A running machine with the root for packages or another one; a context manager. `share` is a
+    directory to be seen inside as /mnt."""
 
-    def __init__(self, share):
-        root = make_root()
+    def __init__(self, share, root=None):
+        root = root or make_root()
         self._work = Path(tempfile.mkdtemp(prefix="norva-machine-"))
         self._log = open(f"{self._work}.log", "w+")
         self._cgroups = []
