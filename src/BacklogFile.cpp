@@ -27,6 +27,10 @@ constexpr std::uint32_t kHeld = 0x48454C44;  // chosen so that noise is not take
 /// More than any capacity that can be set.
 constexpr std::uint32_t kMaxCapacity = 200'000;
 
+// What is added to the path: for a new file until it is whole, for one that is put aside.
+constexpr char kMade[] = ".new";
+constexpr char kAside[] = ".aside";
+
 struct Header {
   char magic[8];
   std::uint32_t version;
@@ -223,12 +227,15 @@ BacklogFile::Opened BacklogFile::open(const std::string& path, std::uint32_t cap
       }
     }
   } else {
-    const char* const why = contents.isSound ? "of another capacity" : "damaged or another's";
     opened.file = make(path, capacity, contents);
     const int error = errno;
-    if (status.st_size > 0) {
-      Output::print("norvaBacklogFile %s: %s, put aside as %s.aside\n", path.c_str(), why,
-                    path.c_str());
+    const bool isOld = status.st_size > 0;
+    // Also where there is no new one: what was read must not be read again.
+    replace(path, isOld, opened.file != nullptr);
+    if (isOld) {
+      Output::print("norvaBacklogFile %s: %s, put aside as %s%s\n", path.c_str(),
+                    contents.isSound ? "of another capacity" : "damaged or another's", path.c_str(),
+                    kAside);
     }
     close(fd);
     errno = error;
@@ -236,6 +243,9 @@ BacklogFile::Opened BacklogFile::open(const std::string& path, std::uint32_t cap
   if (!opened.file) printReason(path, std::strerror(errno));
   opened.lastSequence = contents.lastSequence;
   opened.kept = std::move(contents.kept);
+  if (!opened.file) {
+    for (Kept& kept : opened.kept) kept.slot = kNoSlot;
+  }
   if (opened.file || !opened.kept.empty()) {
     Output::print("%zu notifications were taken over from %s\n", opened.kept.size(), path.c_str());
   }
@@ -244,43 +254,42 @@ BacklogFile::Opened BacklogFile::open(const std::string& path, std::uint32_t cap
 
 std::unique_ptr<BacklogFile> BacklogFile::make(const std::string& path, std::uint32_t capacity,
                                                Contents& old) {
-  const std::string made = path + ".new";
-  const std::string aside = path + ".aside";
+  const std::string made = path + kMade;
   const std::size_t size = fileSize(capacity);
-  std::unique_ptr<BacklogFile> file;
-  int error = 0;
   const int fd = ::open(made.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (fd < 0 || flock(fd, LOCK_EX | LOCK_NB) != 0) {
-    error = errno;
-  } else if ((error = allocate(fd, size)) == 0) {
+  if (fd < 0) return nullptr;
+  std::unique_ptr<BacklogFile> file;
+  int error = flock(fd, LOCK_EX | LOCK_NB) == 0 ? allocate(fd, size) : errno;
+  if (error == 0) {
     file = map(path, fd, size);
     error = errno;
   }
-  if (file) {
-    Header& header = headerOf(file->_map);
-    header = {{}, kVersion, kByteOrder, sizeof(long), capacity, old.lastSequence, 1, 0, {}};
-    std::memcpy(header.magic, kMagic, sizeof kMagic);
-    for (Slot slot = capacity; slot-- > 0;) file->_free.push_back(slot);
-    for (Kept& kept : old.kept) {
-      kept.slot = file->keep(kept.message);
-      if (kept.sequence != 0) file->number(kept.slot, kept.sequence);
-    }
-    header.lastSequence = old.lastSequence;
-  } else {
-    if (fd >= 0) close(fd);
-    for (Kept& kept : old.kept) kept.slot = kNoSlot;
+  if (!file) {
+    close(fd);
+    unlink(made.c_str());
+    errno = error;
+    return nullptr;
   }
-  // What was read must not be read again. At no moment is there no file of the name, where the file
-  // system has links.
-  unlink(aside.c_str());
-  if (!file || link(path.c_str(), aside.c_str()) != 0) rename(path.c_str(), aside.c_str());
-  if (file && rename(made.c_str(), path.c_str()) != 0) {
-    error = errno;
-    file.reset();
+  Header& header = headerOf(file->_map);
+  header = {{}, kVersion, kByteOrder, sizeof(long), capacity, 0, 1, 0, {}};
+  std::memcpy(header.magic, kMagic, sizeof kMagic);
+  for (Slot slot = capacity; slot-- > 0;) file->_free.push_back(slot);
+  for (Kept& kept : old.kept) {
+    kept.slot = file->keep(kept.message);
+    if (kept.sequence != 0) file->number(kept.slot, kept.sequence);
   }
-  if (!file) unlink(made.c_str());
-  errno = error;
+  header.lastSequence = old.lastSequence;
   return file;
+}
+
+void BacklogFile::replace(const std::string& path, bool isOld, bool isMade) {
+  const std::string aside = path + kAside;
+  if (isOld) {
+    // At no moment is there no file of the name, where the file system has links.
+    unlink(aside.c_str());
+    if (!isMade || link(path.c_str(), aside.c_str()) != 0) rename(path.c_str(), aside.c_str());
+  }
+  if (isMade) rename((path + kMade).c_str(), path.c_str());
 }
 
 std::unique_ptr<BacklogFile> BacklogFile::map(const std::string& path, int fd, std::size_t size) {

@@ -76,9 +76,11 @@ class BacklogFile {
  private:
   BacklogFile(std::string path, int fd, std::uint8_t* map, std::size_t size);
 
-  /// A new file beside `path`, which then takes its place, with what `old` held; null with errno.
+  /// A new file with what `old` held, which gets its slots there; null with errno.
   static std::unique_ptr<BacklogFile> make(const std::string& path, std::uint32_t capacity,
                                            Contents& old);
+  /// Puts the file at `path` aside, if it `isOld` and not just made, and the new one in its place.
+  static void replace(const std::string& path, bool isOld, bool isMade);
   static std::unique_ptr<BacklogFile> map(const std::string& path, int fd, std::size_t size);
 
   const std::string _path;

@@ -1,6 +1,7 @@
 #include "NotificationQueue.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "Output.h"
 
@@ -33,7 +34,8 @@ void NotificationQueue::restore(Notification notification, const BacklogFile::Ke
   std::unique_lock lock(_mutex);
   Entry entry{{std::move(notification), kept.sequence}};
   entry.slot = kept.slot;
-  append(lock, std::move(entry));
+  // What was owed, and in hand, came on top of the capacity.
+  append(lock, std::move(entry), std::numeric_limits<std::size_t>::max());
 }
 
 void NotificationQueue::forget(const BacklogFile::Kept& kept) {
@@ -45,7 +47,8 @@ void NotificationQueue::push(Notification notification) {
   std::unique_lock lock(_mutex);
   // An outage that nothing tells of begins when the master has had its time.
   while (!hasRoom() && !isOutage()) waitForChange(lock, _progress + _times.stall);
-  append(lock, {{std::move(notification)}});
+  // Without a capacity it is the one whose turn is next.
+  append(lock, {{std::move(notification)}}, std::max<std::size_t>(_capacity, 1));
 }
 
 bool NotificationQueue::pushHeartbeat(Notification notification) {
@@ -53,7 +56,7 @@ bool NotificationQueue::pushHeartbeat(Notification notification) {
   while (!hasRoom() && canLeave() && !_isEnding) waitForChange(lock, Clock::time_point::max());
   if (!canLeave() || _isEnding) return false;
   _heartbeat = Fate::kWaiting;
-  append(lock, {{std::move(notification)}, true});
+  append(lock, {{std::move(notification)}, true}, std::max<std::size_t>(_capacity, 1));
   _changed.wait(lock, [this] { return _heartbeat != Fate::kWaiting; });
   return _heartbeat == Fate::kTaken;
 }
@@ -83,7 +86,7 @@ void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
   }
 }
 
-void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry) {
+void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry, std::size_t most) {
   if (held() == 0) madeProgress();
   const bool isKept = !entry.isHeartbeat && entry.slot == BacklogFile::kNoSlot;
   if (_file != nullptr && isKept) {
@@ -91,8 +94,7 @@ void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry) 
     if (entry.sequence != 0) _file->number(entry.slot, entry.sequence);
   }
   _waiting.push_back(std::move(entry));
-  // Without a capacity it is the one whose turn is next.
-  while (_waiting.size() > std::max<std::size_t>(_capacity, 1)) dropOldest();
+  while (_waiting.size() > most) dropOldest();
   const bool before = _sendable;
   update();
   if (before || !_sendable || !_tell) return;
@@ -181,7 +183,7 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
   return &_owed.back();
 }
 
-void NotificationQueue::remove(std::deque<Entry>::iterator entry) {
+void NotificationQueue::remove(std::deque<Entry>::const_iterator entry) {
   _owedBytes -= entry->textSize();
   if (_file != nullptr) _file->drop(entry->slot);
   _owed.erase(entry);

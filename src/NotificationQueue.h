@@ -144,11 +144,12 @@ class NotificationQueue {
   void number(Entry& entry);
   /// Waits until something has changed, or for `deadline`.
   void waitForChange(std::unique_lock<std::mutex>& lock, Clock::time_point deadline);
-  /// Drops what is too much; releases the lock to tell of it, if there was nothing to send before.
-  void append(std::unique_lock<std::mutex>& lock, Entry entry);
+  /// Drops what waits beyond `most`; releases the lock to tell of it, if there was nothing to send
+  /// before.
+  void append(std::unique_lock<std::mutex>& lock, Entry entry, std::size_t most);
   void dropOldest();
   /// Of what is owed, for good.
-  void remove(std::deque<Entry>::iterator entry);
+  void remove(std::deque<Entry>::const_iterator entry);
   /// What becomes of `entry`, for the producer that waits if it is a heartbeat.
   void settle(const Entry& entry, Fate fate);
   /// Wakes producers once they find more than a little room.

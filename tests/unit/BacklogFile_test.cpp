@@ -58,6 +58,7 @@ class BacklogFileTest : public testing::Test {
 TEST_F(BacklogFileTest, KeepsWhatIsNotDroppedInOrderWithItsNumbers) {
   EXPECT_EQ(open(), "");
   EXPECT_EQ(text, "0 notifications were taken over from " + path + "\n");
+  EXPECT_FALSE(std::filesystem::exists(path + ".aside") || std::filesystem::exists(path + ".new"));
   const auto first = file->keep(message(1));
   const auto second = file->keep(message(2));
   file->number(first, 7);
