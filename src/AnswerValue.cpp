@@ -6,6 +6,7 @@
 #include <string>
 
 #include "AsnType.h"
+#include "SnmpObjConvertStrategy.h"
 
 namespace norva {
 
@@ -43,6 +44,15 @@ AnswerValue::AnswerValue(std::uint16_t asnType, const ObjValue& record, Presenta
   }
 }
 
+std::uint32_t AnswerValue::integer() const {
+  std::uint32_t number = 0;
+  std::memcpy(&number, _bytes, sizeof number);
+  if (_type != kAsnCounter64) return number;
+  unsigned long highAndLow[2];
+  std::memcpy(highAndLow, _bytes, sizeof highAndLow);
+  return static_cast<std::uint32_t>(highAndLow[1]);
+}
+
 void AnswerValue::set(const void* bytes, std::size_t size) {
   _valid = true;
   _size = size;
@@ -73,6 +83,12 @@ void AnswerValue::setAddress(const ObjValue& record, Presentation presentation) 
   if (inet_pton(AF_INET, std::string(text).c_str(), &address) == 1) {
     set(&address, sizeof address);
   }
+}
+
+AnswerValue answerFor(std::uint16_t asnType, std::uint16_t covMethod, ObjValue record) {
+  Presentation presentation;
+  if (toManager(SnmpObjConvertStrategy(), covMethod, record, presentation) == -1) return {};
+  return {asnType, record, presentation};
 }
 
 }  // namespace norva

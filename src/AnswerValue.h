@@ -34,6 +34,11 @@ class AnswerValue {
   std::uint8_t* data() { return _bytes; }
   std::size_t size() const { return _size; }
 
+  /// The number of a valid answer of a number's type; of a Counter64 the low 32 bits, all it has.
+  std::uint32_t integer() const;
+  /// All bytes of a valid answer. Valid while the object is.
+  std::string_view bytes() const { return {reinterpret_cast<const char*>(_bytes), _size}; }
+
  private:
   void set(const void* bytes, std::size_t size);
   void setInteger(std::uint32_t integer);
@@ -44,6 +49,9 @@ class AnswerValue {
   std::uint8_t _type = 0;
   bool _valid = false;
 };
+
+/// What a GET answers of `record`, an object as its device gave it: toManager, then AnswerValue.
+AnswerValue answerFor(std::uint16_t asnType, std::uint16_t covMethod, ObjValue record);
 
 }  // namespace norva
 

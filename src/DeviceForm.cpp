@@ -10,6 +10,10 @@ namespace norva {
 
 namespace {
 
+bool isIntegerLength(std::uint8_t objLen) {
+  return objLen == kObjLenByte || objLen == kObjLenShort || objLen == kObjLenLong;
+}
+
 /// Widens the value of a 1- or 2-byte integer object to 32 bits. False for a length that is none of
 /// an integer.
 bool widenInteger(ObjValue& record) {
@@ -87,7 +91,8 @@ int toManager(const SnmpObjConvertStrategy& strategy, std::uint16_t covMethod, O
     case ValueKind::kSigned:
       if (!widenInteger(record)) return -1;
       break;
-    case ValueKind::kOther:
+    case ValueKind::kOther:  // deliberate: not widened
+      if (!isIntegerLength(record.objLen())) return -1;
       break;
   }
   presentation = {presentationForm(record.kind(), covMethod), deviceLen};

@@ -32,9 +32,9 @@ AnswerValue readAnswer(std::uint16_t objId, std::uint16_t asnType, const SnmpDat
   ObjValue record;
   record.setOid(objId);
   Presentation presentation;
-  if (readValue(record, catalogue, &presentation) == -1) return {};
-  const AnswerValue answer(asnType, record, presentation);
-  if (!answer.valid()) {
+  const bool isRead = readValue(record, catalogue, &presentation) != -1;
+  const AnswerValue answer = isRead ? AnswerValue(asnType, record, presentation) : AnswerValue();
+  if (isRead && !answer.valid()) {
     Output::print("object 0x%04x: its value, %s, is none of type 0x%02x\n", objId,
                   presentation.form == Presentation::kInteger ? "an integer" : "a text",
                   answer.type());

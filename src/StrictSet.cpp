@@ -30,7 +30,10 @@ int StrictSet::perform(int mode, const Name& name, const Target& target, const S
       break;
   }
   if (error != SNMP_ERR_NOERROR) {
-    Output::print("set of object 0x%04x refused: %s\n", target.objId, snmp_errstring(error));
+    Output::print("set of object 0x%04x refused: %s\n", target.objId,
+                  error == SNMP_ERR_RESOURCEUNAVAILABLE
+                      ? "resourceUnavailable (the unit does not give the object)"
+                      : snmp_errstring(error));
   }
   return error;
 }

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "AnswerValue.h"
 #include "AsnType.h"
 #include "ObjectProtocol.h"
 #include "SnmpObjConvertStrategy.h"
@@ -54,6 +55,7 @@ std::optional<Number> parseScaled(std::string_view text, unsigned exponent) {
 
 /// Stores the number in the width and sign of `record`.
 StrictError storeNumber(Number number, ObjValue& record) {
+  if (record.kind() == ValueKind::kText) return kWrongValue;
   const int bits = 8 * (record.objLen() - kObjLenOverhead);
   const bool isSigned = record.kind() == ValueKind::kSigned;
   const Number end = Number{1} << (isSigned ? bits - 1 : bits);
@@ -64,7 +66,6 @@ StrictError storeNumber(Number number, ObjValue& record) {
 }
 
 StrictError storeText(std::string_view text, ObjValue& record) {
-  if (text.find('\0') != std::string_view::npos) return kWrongValue;
   if (text.size() + kObjLenOverhead > record.objLen()) return kWrongLength;
   record.setText(text);
   return kNoError;
@@ -83,32 +84,51 @@ StrictError storeAddress(std::uint32_t address, ObjValue& record) {
   return storeText(dotted.text(), record);
 }
 
-StrictError storeNumberOf(Number number, std::uint16_t covMethod, ObjValue& record) {
-  const ConversionMethod method = methodOf(covMethod);
-  if (record.kind() == ValueKind::kText || method == ConversionMethod::kFixedText) {
-    return kWrongValue;
-  }
-  const bool isScaled = method == ConversionMethod::kScaledInteger;
-  return storeNumber(isScaled ? scaled(number, exponentOf(covMethod)) : number, record);
-}
-
 StrictError storeTextOf(std::string_view text, std::uint16_t covMethod, ObjValue& record) {
   if (text.size() > ObjValue::kValueSize) return kWrongLength;
-  const ConversionMethod method = methodOf(covMethod);
-  if (record.kind() == ValueKind::kText) {
-    return method == ConversionMethod::kFixedText ? kWrongValue : storeText(text, record);
+  const bool isText = record.kind() == ValueKind::kText;
+  switch (methodOf(covMethod)) {
+    case ConversionMethod::kFixedText:
+      if (const auto number = parseScaled(text, exponentOf(covMethod)); number && !isText) {
+        return storeNumber(*number, record);
+      }
+      break;
+    case ConversionMethod::kIpText:
+    case ConversionMethod::kIpTextToo:
+      if (in_addr address{}; record.objLen() == kObjLenLong &&
+                             inet_pton(AF_INET, std::string(text).c_str(), &address) == 1) {
+        return storeAddress(ntohl(address.s_addr), record);
+      }
+      break;
+    default:
+      break;
   }
-  if (method == ConversionMethod::kFixedText) {
-    const auto number = parseScaled(text, exponentOf(covMethod));
-    return number ? storeNumber(*number, record) : kWrongValue;
+  return isText ? storeText(text, record) : kWrongValue;
+}
+
+/// The number as the device has it.
+Number deviceNumber(const SetValue& value, std::uint16_t covMethod) {
+  const bool isScaled = methodOf(covMethod) == ConversionMethod::kScaledInteger;
+  return isScaled ? scaled(value.number(), exponentOf(covMethod)) : value.number();
+}
+
+/// Whether a GET of the device's `record` shows `value`: the same number, decimal or, where the
+/// mapping scales it, scaled; of anything else the same bytes.
+bool readsBack(const SetValue& value, std::uint16_t asnType, std::uint16_t covMethod,
+               const ObjValue& record) {
+  const AnswerValue answer = answerFor(asnType, covMethod, record);
+  if (!answer.valid()) return false;
+  if (value.isNumber()) {
+    const std::uint32_t shown = answer.integer();
+    const bool isSigned = answer.type() == kAsnInteger;
+    return deviceNumber(value, covMethod) ==
+           (isSigned ? Number{static_cast<std::int32_t>(shown)} : Number{shown});
   }
-  if (method == ConversionMethod::kIpText || method == ConversionMethod::kIpTextToo) {
-    in_addr address{};
-    if (inet_pton(AF_INET, std::string(text).c_str(), &address) == 1) {
-      return storeAddress(ntohl(address.s_addr), record);
-    }
+  if (methodOf(covMethod) == ConversionMethod::kFixedText && !value.isAddress()) {
+    const auto shown = parseScaled(answer.bytes(), exponentOf(covMethod));
+    return shown && shown == parseScaled(value.bytes(), exponentOf(covMethod));
   }
-  return kWrongValue;
+  return answer.bytes() == value.bytes();
 }
 
 }  // namespace
@@ -119,12 +139,13 @@ StrictError encodeStrictly(const SetValue& value, std::uint16_t asnType, std::ui
   written = current;
   StrictError error = kWrongType;
   if (value.isNumber()) {
-    error = storeNumberOf(value.number(), covMethod, written);
+    error = storeNumber(deviceNumber(value, covMethod), written);
   } else if (value.isAddress()) {
     error = storeAddress(value.integer(), written);
   } else if (value.type() == kAsnOctetString || value.type() == kAsnOpaque) {
     error = storeTextOf(value.bytes(), covMethod, written);
   }
+  if (error == kNoError && !readsBack(value, asnType, covMethod, written)) error = kWrongValue;
   turnForWriting(written);
   return error;
 }

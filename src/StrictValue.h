@@ -16,9 +16,8 @@ enum StrictError : int {
   kNoError = 0,
   kWrongType = 7,    ///< the request's type is not the mapping's
   kWrongLength = 8,  ///< a text is longer than the device's field
-  /// A number that the field's width and sign do not hold, scaled if the method scales; a text that
-  /// is no decimal number, or has more decimals than the object; one that is no IPv4 address; one
-  /// with a zero byte; any text for a number's field and the reverse, where no method translates.
+  /// The field holds nothing of which a GET would show the value: the same number, decimal or,
+  /// where the mapping scales it, scaled; of anything else the same bytes.
   kWrongValue = 10,
 };
 

@@ -105,7 +105,11 @@ int setCellStrictly(TableClassState& state, int mode, netsnmp_request_info* requ
     // Refused in the first phase, so that there is nothing to write, put back or forget.
     if (mode != MODE_SET_RESERVE1) return SNMP_ERR_NOERROR;
     const bool isIndex = table != nullptr && table->colnum == kIndexColumn;
-    return isIndex ? SNMP_ERR_NOTWRITABLE : SNMP_ERR_NOCREATION;
+    const int error = isIndex ? SNMP_ERR_NOTWRITABLE : SNMP_ERR_NOCREATION;
+    Output::print("set of column %u of table %s refused: %s\n",
+                  table != nullptr ? table->colnum : 0, state.ancestorNode.c_str(),
+                  snmp_errstring(error));
+    return error;
   }
   const netsnmp_variable_list& variable = *request->requestvb;
   const SetValue value(variable.type, variable.val.string, variable.val_len);

@@ -20,6 +20,8 @@ OBJECTS = {
     "decimal": Object("signed 2 rw 5", TEXT, 0x2004),
     "text8": Object('text 8 rw "east"', TEXT), "text4": Object('text 4 rw "east"', TEXT),
     "dotted": Object("unsigned 4 rw 0x0a000001", TEXT, 1),
+    "dotted text4": Object(r'text 4 rw "\x01\x02\x03\x04"', TEXT, 1),
+    "other": Object("other 2 rw 1"),
     "address8": Object('text 8 rw "1.2.3.4"', ADDRESS),
     "read-only": Object("unsigned 1 rw 1", access=1),
     "read-only in the unit": Object("unsigned 1 ro 1"),
@@ -77,13 +79,15 @@ ACCEPTED = [
     ("u8", "i", 255, 255), ("s8", "i", -128, -128), ("gauge", "u", 4294967295, 4294967295),
     ("times100", "i", -327, -32700), ("decimal", "s", "-12.5", -1250),
     ("text8", "s", "", ""), ("text4", "s", "west", "west"),
-    ("dotted", "s", "10.1.2.3", 0x0a010203), ("address8", "a", "10.0.0.7", "10.0.0.7"),
+    ("dotted", "s", "10.1.2.3", 0x0a010203), ("dotted text4", "s", "97.98.99.100", "abcd"),
+    ("address8", "a", "10.0.0.7", "10.0.0.7"),
 ]
 REFUSED = [
     ("u8", "i", 256, "wrongValue"), ("gauge", "i", 5, "wrongType"),
     ("text8", "o", "1.3.6", "wrongType"), ("decimal", "s", "0.295", "wrongValue"),
     ("text8", "s", "123456789", "wrongLength"), ("text8", "x", "6500", "wrongValue"),
     ("address8", "a", "10.0.0.77", "wrongLength"),
+    ("dotted text4", "s", "abcd", "wrongValue"), ("other", "i", 500, "wrongValue"),
     ("read-only", "i", 5, "notWritable"), ("read-only in the unit", "i", 5, "notWritable"),
     ("unreadable", "i", 5, "resourceUnavailable"),
 ]
@@ -110,6 +114,8 @@ def test_or_a_refusal(restored, kind):
         assert refusal(restored, *bad) == (reason, 1), (name, given)
         assert refusal(restored, *good, *bad) == (reason, 1 + (bad[0] != good[0])), (name, given)
         assert restored.writes(before) == [], (name, given)
+    restored.wait_output(f"set of object {id_of('unreadable', kind):#06x} refused: "
+                         "resourceUnavailable (the unit does not give the object)\n")
 
 
 @pytest.mark.parametrize("cell, reason", [
@@ -118,9 +124,11 @@ def test_or_a_refusal(restored, kind):
     (f"{ROOT}.10.1.1.2.33.0", "noCreation"),   # no such row
 ])
 def test_what_is_no_cell(restored, cell, reason):
-    before = len(restored.frames())
+    before, output = len(restored.frames()), len(restored.agent_output())
     assert refusal(restored, oid_of("u8"), "i", 7, cell, "i", 7) == (reason, 2)
     assert restored.writes(before) == []
+    column = cell.removeprefix(f"{ROOT}.10.1.1.").split(".")[0]
+    restored.wait_output(f"set of column {column} of table .10.1 refused: {reason}", after=output)
 
 
 MIXED = [(oid_of("u16"), "i", 101), (second(1), "i", 102), (oid_of("u16", "cell"), "i", 103),

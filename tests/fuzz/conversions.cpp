@@ -35,8 +35,9 @@ struct Model {
   /// False when an integer has no length of one.
   bool widen() {
     if (kind == kText) objLen = static_cast<unsigned>(text().size() + 3);
-    if (kind == kText || kind == kOther) return true;
+    if (kind == kText) return true;
     if (objLen != 4 && objLen != 5 && objLen != 7) return false;
+    if (kind == kOther) return true;
     std::uint32_t whole = kind == kSigned && (value[0] & 0x80) != 0 ? 0xFFFFFFFF : 0;
     for (unsigned i = 0; i < objLen - 3; ++i) whole = whole << 8 | value[i];
     setInteger(whole);

@@ -49,9 +49,11 @@ TEST(DeviceFormTest, ToManager) {
   check(1, kText, 7, "0a 00 00 07", 8, "31 30 2e 30 2e 30 2e 37", Presentation::kMadeText);
   check(0x1004, kSigned, 4, "ff", 5, "2d 30 2e 31 30", Presentation::kMadeText);
   for (const int objLen : {0, 2, 3, 6, 8, 23}) {
-    ObjValue record = recordOf(kSigned, objLen, hex("01"));
-    Presentation presentation;
-    EXPECT_EQ(toManager(strategy, 0, record, presentation), -1) << objLen;
+    for (const std::uint16_t attr : {kSigned, kOther}) {
+      ObjValue record = recordOf(attr, objLen, hex("01"));
+      Presentation presentation;
+      EXPECT_EQ(toManager(strategy, 0, record, presentation), -1) << attr << " " << objLen;
+    }
   }
 }
 

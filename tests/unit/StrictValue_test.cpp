@@ -57,7 +57,6 @@ TEST(StrictValueTest, NumbersHaveTheWidthAndTheSignOfTheField) {
     Object object;
     long low, high;
   } const limits[] = {{{kUnsigned, 1}, 0, 0xFF},
-                      {{kOther, 1, kAsnGauge32}, 0, 0xFF},
                       {{kSigned, 1}, -0x80, 0x7F},
                       {{kUnsigned, 2}, 0, 0xFFFF},
                       {{kSigned, 2}, -0x8000, 0x7FFF}};
@@ -94,6 +93,7 @@ TEST(StrictValueTest, Decimals) {
   checkText(kDecimal, std::string(63, '0') + "1", kNoError, hex("00 64"));
   checkText(kDecimal, std::string(64, '0') + "1", kWrongLength);
   checkText(kWhole, "16777216", kNoError, hex("01 00 00 00"));
+  checkText({kUnsigned, 4, kAsnOctetString, 0x3004}, "1.23", kNoError, hex("00 00 04 ce"));
   for (const char* text : {"327.68", "0.295", "1e3", "", "1.2.3", "-", ".", " 1", "0x10"}) {
     checkText(kDecimal, text, kWrongValue);
   }
@@ -121,6 +121,22 @@ TEST(StrictValueTest, TextsAndAddresses) {
   checkText({kUnsigned, 2, kAsnIpAddress}, address, kWrongValue);
   checkText({kUnsigned, 4, kAsnOctetString}, "5", kWrongValue);
   checkText({kText, 8, kAsnOctetString, 4}, "5", kWrongValue);
+}
+
+// What a GET would show otherwise: of a field that is not widened, cut, converted or rounded.
+TEST(StrictValueTest, WhatDoesNotReadBackIsRefused) {
+  checkNumber({kOther, 4}, 500, kNoError, hex("00 00 01 f4"));
+  checkNumber({kOther, 2}, 500, kWrongValue);
+  checkNumber({kUnsigned, 4, kAsnInteger, 11}, 2, kNoError, hex("00 00 00 02"));
+  checkNumber({kUnsigned, 4, kAsnInteger, 11}, 65538, kWrongValue);
+  checkNumber({kUnsigned, 4, kAsnInteger, 1}, 7, kWrongValue);
+  const Object dotted4{kText, 4, kAsnOctetString, 1};
+  checkText(dotted4, "10.0.2.9", kNoError, hex("09 02 00 0a"));
+  checkText(dotted4, "abcd", kWrongValue);
+  checkText({kText, 20, kAsnOctetString, 2}, "10.0.2.9", kWrongValue);
+  checkText({kText, 20, kAsnOctetString, 3}, "noon", kWrongValue);
+  checkText(kWhole, "16777217", kWrongValue);
+  checkText({kUnsigned, 4, kAsnOctetString, 0x3004}, "1.234", kWrongValue);
 }
 
 TEST(StrictValueTest, TypesAreThoseOfTheMapping) {

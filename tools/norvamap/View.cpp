@@ -1,11 +1,9 @@
 #include "View.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "AnswerValue.h"
 #include "AsnType.h"
-#include "DeviceForm.h"
 #include "Format.h"
 #include "Text.h"
 
@@ -26,20 +24,13 @@ std::string valueText(const AnswerValue& answer) {
   switch (answer.type()) {
     case kAsnOctetString:
     case kAsnOpaque:
-      return inQuotes({reinterpret_cast<const char*>(bytes), answer.size()});
+      return inQuotes(answer.bytes());
     case kAsnIpAddress:
       return format("%d.%d.%d.%d", bytes[0], bytes[1], bytes[2], bytes[3]);
     default:
       break;
   }
-  std::uint32_t integer = 0;
-  if (answer.type() == kAsnCounter64) {
-    unsigned long highAndLow[2];
-    std::memcpy(highAndLow, bytes, sizeof highAndLow);
-    integer = static_cast<std::uint32_t>(highAndLow[1]);
-  } else {
-    std::memcpy(&integer, bytes, sizeof integer);
-  }
+  const std::uint32_t integer = answer.integer();
   return answer.type() == kAsnInteger ? std::to_string(static_cast<std::int32_t>(integer))
                                       : std::to_string(integer);
 }
@@ -94,10 +85,7 @@ std::string describeMethod(std::uint16_t covMethod) {
 }
 
 View viewOf(const ObjValue& record, std::uint16_t asnType, std::uint16_t covMethod) {
-  ObjValue presented = record;
-  Presentation presentation;
-  if (toManager(SnmpObjConvertStrategy(), covMethod, presented, presentation) == -1) return {};
-  const AnswerValue answer(asnType, presented, presentation);
+  const AnswerValue answer = answerFor(asnType, covMethod, record);
   if (!answer.valid()) return {};
   return {true, valueText(answer)};
 }
