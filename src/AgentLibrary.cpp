@@ -11,6 +11,21 @@ namespace {
 void (*writeLog)(const char* text) = nullptr;
 bool hasLogged = false;
 
+/// Of any size, since whoever started the agent may have left it more descriptors than an fd_set
+/// holds. Lives as long as the process.
+struct DescriptorSet : netsnmp_large_fd_set {
+  DescriptorSet() { netsnmp_large_fd_set_init(this, FD_SETSIZE); }
+
+  /// The set for a select that looks at the descriptors below `end`, and writes a bit for each.
+  fd_set* upTo(int end) {
+    if (end > static_cast<int>(lfs_setsize)) {
+      NETSNMP_LARGE_FD_SET(end, this);  // makes it larger
+      NETSNMP_LARGE_FD_CLR(end, this);
+    }
+    return lfs_setptr;
+  }
+};
+
 int logged(netsnmp_log_handler*, int, const char* text) {
   hasLogged = true;
   if (writeLog != nullptr) writeLog(text);
@@ -31,19 +46,19 @@ void routeLog(void (*write)(const char* text)) {
 }
 
 void processEvents(bool wait) {
+  static DescriptorSet read, write, except;
+  for (DescriptorSet* set : {&read, &write, &except}) NETSNMP_LARGE_FD_ZERO(set);
   int end = 0;  // of the descriptors' numbers
-  fd_set read, write, except;
-  FD_ZERO(&read);
-  FD_ZERO(&write);
-  FD_ZERO(&except);
   timeval timeout{};
   int nothingDue = 1;
-  snmp_select_info(&end, &read, &timeout, &nothingDue);
+  snmp_select_info2(&end, &read, &timeout, &nothingDue);
   if (!wait) timeout = {};
-  netsnmp_external_event_info(&end, &read, &write, &except);
+  netsnmp_external_event_info2(&end, &read, &write, &except);
   const bool forEver = wait && nothingDue != 0;
 
-  int ready = select(end, &read, &write, &except, forEver ? nullptr : &timeout);
+  // Not the library's own around select, which has another name in 5.6.
+  int ready =
+      select(end, read.upTo(end), write.upTo(end), except.upTo(end), forEver ? nullptr : &timeout);
   if (ready < 0) {
     if (errno != EINTR) snmp_log_perror("select");
     return;
@@ -51,8 +66,8 @@ void processEvents(bool wait) {
   if (ready == 0) {
     snmp_timeout();
   } else {
-    netsnmp_dispatch_external_events(&ready, &read, &write, &except);
-    snmp_read(&read);
+    netsnmp_dispatch_external_events2(&ready, &read, &write, &except);
+    snmp_read2(&read);
   }
   snmp_store_if_needed();
   run_alarms();

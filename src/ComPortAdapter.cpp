@@ -19,6 +19,7 @@ namespace {
 
 /// The agent makes a missing queue itself, readable and writable by every user.
 constexpr int kQueueFlags = IPC_CREAT | 0666;
+constexpr long kAnyType = 0;
 
 struct QueueMsg {
   long mtype;
@@ -123,17 +124,23 @@ int ComPortAdapter::readAlarm(std::uint8_t* buffer, std::size_t length, std::uin
 
 bool ComPortAdapter::dropReply() {
   _readQid = msgget(_readKey, kQueueFlags);
-  return drop(_readQid);
+  return drop(_readQid, kAnyType);
 }
 
 bool ComPortAdapter::dropAlarm() {
   _alarmQid = msgget(_alarmKey, kQueueFlags);
-  return drop(_alarmQid);
+  return drop(_alarmQid, kAnyType);
 }
 
-bool ComPortAdapter::drop(int qid) {
+void ComPortAdapter::dropRequests() {
+  _writeQid = msgget(_writeKey, kQueueFlags);
+  while (drop(_writeQid, AGENT_MSG_TYPE)) {
+  }
+}
+
+bool ComPortAdapter::drop(int qid, long type) {
   long mtype = 0;
-  return msgrcv(qid, &mtype, 0, 0, IPC_NOWAIT | MSG_NOERROR) != -1;
+  return msgrcv(qid, &mtype, 0, type, IPC_NOWAIT | MSG_NOERROR) != -1;
 }
 
 ssize_t ComPortAdapter::receive(int qid, std::uint8_t* buffer, std::size_t length) {

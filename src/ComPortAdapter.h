@@ -12,6 +12,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 
@@ -28,6 +29,9 @@ enum QueueKey : std::int32_t {
 
 /// Message type of everything the agent sends. What it receives may carry any type.
 constexpr long AGENT_MSG_TYPE = 0x9999;
+
+/// What a thread that receives in a loop waits behind a receive that failed.
+constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 class ComPortAdapter {
  public:
@@ -77,6 +81,10 @@ class ComPortAdapter {
   bool dropReply();
   bool dropAlarm();
 
+  /// Takes the requests that an earlier agent left off the request queue, without waiting: a unit
+  /// that was silent would answer them first.
+  void dropRequests();
+
   /// Hands min(length, kMaxSend) bytes to the request queue without waiting and returns that
   /// number. Deliberate: also when the send failed (which is printed), so callers cannot tell.
   int write(const std::uint8_t* buffer, std::size_t length);
@@ -90,7 +98,8 @@ class ComPortAdapter {
   /// payload, moved to the buffer's start and traced.
   static int failed(int error);
   static int delivered(std::uint8_t* buffer, std::size_t size);
-  static bool drop(int qid);
+  /// Takes the first message of a type off.
+  static bool drop(int qid, long type);
 
   const std::int32_t _readKey = kReplyQueueKey;
   const std::int32_t _writeKey = kRequestQueueKey;

@@ -30,6 +30,10 @@ class DataBaseAdapter {
   virtual int query(const char* sql, char*** result, int* rows, int* columns) = 0;
   /// Runs SQL without a result.
   virtual int exec(const char* sql) = 0;
+
+  /// Why getTable has just failed, if another program has the database locked; else null. Valid
+  /// until the next call.
+  virtual const char* lockedReason() { return nullptr; }
 };
 
 }  // namespace norva

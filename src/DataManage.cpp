@@ -29,6 +29,7 @@ DataManage::DataManage() : _pConvertStrategy(std::make_unique<SnmpObjConvertStra
   const std::lock_guard lock(_mutex);
   _pComPortAdapter = std::make_unique<ComPortAdapter>(_replyTimer);
   _pComPortAdapter->open();
+  _pComPortAdapter->dropRequests();
   Output::puts("_pComPortAdapter->open() end....");
 }
 
@@ -54,6 +55,15 @@ bool DataManage::isSilentSince(unsigned timeouts, std::uint16_t oid) const {
 }
 
 int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
+  int repetitions = _isStarting ? 3 : 0;
+  int error = tryGet(oid, record);
+  for (; (error == EIDRM || error == EINVAL) && repetitions > 0; --repetitions) {
+    error = tryGet(oid, record);
+  }
+  return error == 0 ? 0 : kFailed;
+}
+
+int DataManage::tryGet(std::uint16_t oid, ObjValue& record) {
   const auto lock = lockUnit(oid);
   if (!lock.owns_lock()) return kFailed;
   const GetRequest request = encodeGetRequest(oid);
@@ -66,7 +76,7 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
   if (const int error = awaitReply(kCommandGetReply, oid, reply, kGetReplyLimit); error != 0) {
     Output::puts("DataManage::getObjValue  readData error!");
     afterFailedRead(oid, error);
-    return kFailed;
+    return error;
   }
   const GetReplyHeader header = decodeGetReplyHeader(reply);
   if (header.command != kCommandGetReply) {
@@ -123,7 +133,7 @@ int DataManage::awaitReply(Command awaited, std::uint16_t oid, std::uint8_t* rep
 }
 
 bool DataManage::isLate(const std::uint8_t* reply, Command awaited, std::uint16_t oid) const {
-  if (!_replyTimer.isLimited()) return false;
+  if (!_matchesReplies) return false;
   const GetReplyHeader header = decodeGetReplyHeader(reply);
   if (header.command == kCommandGetReply) return awaited != kCommandGetReply || header.oid != oid;
   return header.command == kCommandSetReply && awaited != kCommandSetReply;
@@ -139,6 +149,7 @@ void DataManage::afterFailedRead(std::uint16_t oid, int error) {
 }
 
 void DataManage::limitWaits(std::chrono::seconds limit) {
+  _isStarting = false;
   _replyTimer.limit(limit);
 }
 

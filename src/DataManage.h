@@ -58,8 +58,9 @@ class DataManage {
 
   /// Reads object `oid`. Returns 0 with `objLen`, `attr` and value of `record` filled and its `oid`
   /// left alone, or kFailed after printing why. The first reply that comes is taken as the answer,
-  /// whatever its object id; while waits are limited, another object's value and acknowledgements
-  /// are skipped: they come late, from requests that have not waited for them. Any thread.
+  /// whatever its object id, unless replies are matched. Until waits are limited, in start-up, a
+  /// read under which the control process makes its queues anew is repeated, three times at most.
+  /// Any thread.
   int getObjValue(std::uint16_t oid, ObjValue& record);
 
   /// Writes `record`'s value, of its `objLen`, to object `oid`. Main thread.
@@ -67,8 +68,13 @@ class DataManage {
   /// The same. Returns 0 when the device acknowledged, else kFailed.
   int setObjValue(std::uint16_t oid, const ObjValue& record);
 
+  /// From now on another object's value and acknowledgements are skipped while a reply is waited
+  /// for: they come late, from requests that have not waited for them. Main thread, before any
+  /// other thread reads.
+  static void matchReplies() { _matchesReplies = true; }
   /// Limits every wait for a reply from now on; 0: no limit. A request that waits longer fails, and
-  /// so does one that waited that long for another thread's. Main thread, once.
+  /// so does one that waited that long for another thread's. Main thread, once, where start-up
+  /// ends.
   void limitWaits(std::chrono::seconds limit);
   /// Number of requests that the limit has ended. Any thread.
   unsigned timeouts() const { return _timeouts; }
@@ -104,6 +110,8 @@ class DataManage {
  private:
   DataManage();
 
+  /// getObjValue once: 0, the error of the receive, or kFailed.
+  int tryGet(std::uint16_t oid, ObjValue& record);
   /// The lock for one round trip; not held, which is printed, when the limit has run out meanwhile.
   std::unique_lock<std::mutex> lockUnit(std::uint16_t oid);
 
@@ -126,6 +134,8 @@ class DataManage {
   std::unique_ptr<ComPortAdapter> _pComPortAdapter;
   const std::unique_ptr<SnmpObjConvertStrategy> _pConvertStrategy;
   std::atomic<unsigned> _timeouts = 0;
+  std::atomic<bool> _isStarting = true;
+  static inline bool _matchesReplies = false;
 };
 
 }  // namespace norva

@@ -76,6 +76,7 @@ int readRows(DataBaseAdapter& adapter, int subsite, UseRow useRow) {
   ResultTable table(adapter);
   if (table.getTable(kTable.name) != 0) {
     Output::print(" subsite %d get %s error\n", subsite, kTable.name);
+    if (const char* reason = adapter.lockedReason()) Output::print("%s: %s\n", kTable.name, reason);
     return -1;
   }
   if (!table.hasColumns(kTable.name, kMappingColumns)) return -1;

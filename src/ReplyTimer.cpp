@@ -27,15 +27,17 @@ std::uint32_t now() {
 
 }  // namespace
 
-ReplyTimer::ReplyTimer(std::int32_t queueKey) : _queueKey(queueKey) {
+void ReplyTimer::limit(std::chrono::seconds limit) {
+  if (limit.count() == 0) return;
+  // Not before it is wanted: some boards have no random numbers for a while after their start.
   std::random_device random;
   std::generate(_token.begin(), _token.end(), [&] { return static_cast<std::uint8_t>(random()); });
-}
-
-void ReplyTimer::limit(std::chrono::seconds limit) {
   _begun = now();  // in front of the limit: for the wait that is under way
   _limit = static_cast<std::uint32_t>(std::chrono::milliseconds(limit).count());
-  if (isLimited() && !startWorker()) Output::puts(kThreadRefused);
+  if (startWorker()) return;
+  _limit = 0;
+  Output::puts(kThreadRefused);
+  Output::puts("norvaDeviceTimeout is not in force: waits for the unit have no end");
 }
 
 void ReplyTimer::begin() {
@@ -51,7 +53,7 @@ ReplyTimer::WakeUp ReplyTimer::wakeUp(std::uint32_t wait) const {
 }
 
 ReplyTimer::Message ReplyTimer::classify(const std::uint8_t* payload, std::size_t size) const {
-  if (size != kWakeUpSize || payload[0] != kWakeUpMark) return Message::kReply;
+  if (!isLimited() || size != kWakeUpSize || payload[0] != kWakeUpMark) return Message::kReply;
   const WakeUp expected = wakeUp(_wait.load());
   if (std::equal(expected.begin(), expected.end(), payload)) return Message::kWakeUp;
   return std::equal(_token.begin(), _token.end(), payload + 1) ? Message::kOldWakeUp

@@ -23,12 +23,12 @@ namespace norva {
 class ReplyTimer : private Worker {
  public:
   /// `queueKey` is the key of the queue in which replies are waited for.
-  explicit ReplyTimer(std::int32_t queueKey);
+  explicit ReplyTimer(std::int32_t queueKey) : _queueKey(queueKey) {}
 
-  /// Limits every wait from now on; one that is under way has its whole time from now. A thread
-  /// that the system refuses is printed. Once, any thread.
+  /// Limits every wait from now on; one that is under way has its whole time from now. Where the
+  /// system refuses a thread, which is printed, waits stay without a limit. Once, any thread.
   void limit(std::chrono::seconds limit);
-  bool isLimited() const { return _limit.load(std::memory_order_relaxed) > 0; }
+  bool isLimited() const { return _limit.load(std::memory_order_acquire) > 0; }
 
   /// A wait for one reply, while the object lives.
   class Wait {
@@ -58,7 +58,7 @@ class ReplyTimer : private Worker {
   void post(std::uint32_t wait) const;
 
   const std::int32_t _queueKey;
-  std::array<std::uint8_t, kTokenSize> _token{};  // no other message carries it
+  std::array<std::uint8_t, kTokenSize> _token{};  // no other message carries it; told with a limit
   // All of 32 bits, which every processor handles in one piece; times in milliseconds, modulo 2^32.
   std::atomic<std::uint32_t> _limit = 0;
   std::atomic<std::uint32_t> _wait = 0;   // number of the wait, odd while it lasts

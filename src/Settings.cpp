@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <string_view>
 
@@ -88,15 +89,32 @@ constexpr Token kTokens[] = {
     {"norvaBacklogFile", parseBacklogFile, "PATH"},
 };
 
+void readFile(std::string& name) {
+  // Handlers of the kind that is called first: other tokens of the file are no unknown ones then.
+  for (const auto& [token, parse, help] : kTokens) {
+    register_prenetsnmp_mib_handler(name.c_str(), token, parse, nullptr, help);
+  }
+  config_files file{name.data(), read_config_get_handlers(name.c_str()), nullptr};
+  read_config_files_of_type(PREMIB_CONFIG, &file);
+  // init_snmp reads the file again.
+  const auto passOver = [](const char*, char*) {};
+  for (const auto& [token, parse, help] : kTokens) {
+    register_prenetsnmp_mib_handler(name.c_str(), token, passOver, nullptr, help);
+  }
+}
+
 }  // namespace
 
 const Settings& Settings::get() {
   return settings;
 }
 
-void Settings::follow(const char* agentName) {
-  for (const auto& [name, parse, help] : kTokens) {
-    register_config_handler(agentName, name, parse, nullptr, help);
+void Settings::read(const char* agentName) {
+  // The library takes a name with colons for several names. An empty one it would replace by that
+  // of the application, which it does not know yet.
+  std::istringstream names(agentName);
+  for (std::string name; std::getline(names, name, ':');) {
+    if (!name.empty()) readFile(name);
   }
 }
 

@@ -1,7 +1,6 @@
 // Settings beyond the command line, read by the agent library from the subagent's own configuration
 // file: snmpAgentX.conf in the default mode, NAME.conf with -X. Without them the agent does what
-// its command line says. Written by the library on the main thread, inside init_snmp, and only read
-// afterwards.
+// its command line says. Written on the main thread by `read`, and only read afterwards.
 
 #ifndef NORVA_SETTINGS_H_
 #define NORVA_SETTINGS_H_
@@ -26,9 +25,10 @@ struct Settings {
 
   static const Settings& get();
 
-  /// Makes the library read the tokens from the file of `agentName`. A bad value gets the library's
-  /// message with file and line, and changes nothing. Main thread, once, before init_snmp.
-  static void follow(const char* agentName);
+  /// Reads them from the file of `agentName`, none where the name is empty. A bad value gets the
+  /// library's message with file and line, and changes nothing. Main thread, once, before
+  /// init_snmp, which passes over them: the unit is read before.
+  static void read(const char* agentName);
 };
 
 }  // namespace norva

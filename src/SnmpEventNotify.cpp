@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <thread>
 #include <utility>
 
 #include "DataManage.h"
@@ -20,10 +21,12 @@ constexpr std::uint16_t kObjText5 = 0x0004;
 constexpr std::uint16_t kObjText6 = 0x0005;
 constexpr std::uint16_t kObjText4 = 0x0600;
 
-/// Reads an object into `record`, which a failed read leaves as it was. Deliberate: the failure is
-/// told by -1, which getObjValue never returns.
-void readObject(std::uint16_t oid, ObjValue& record, const char* error) {
-  if (DataManage::getInstance()->getObjValue(oid, record) == -1) Output::puts(error);
+/// Reads an object into `record`, which a failed read leaves as it was; false then. Deliberate: the
+/// failure is printed for -1, which getObjValue never returns.
+bool readObject(std::uint16_t oid, ObjValue& record, const char* error) {
+  const int result = DataManage::getInstance()->getObjValue(oid, record);
+  if (result == -1) Output::puts(error);
+  return result == 0;
 }
 
 ObjValue readObject(std::uint16_t oid, const char* error) {
@@ -69,10 +72,12 @@ void SnmpEventNotify::initHeartBeatMsg(TrapMessage& heartMsg) {
   heartMsg.setText(TrapMessage::kText4, valueBytes(text4));
 }
 
-void SnmpEventNotify::readHeartBeatInterval() {
-  readObject(kObjHeartBeatInterval, _intervalObject, "setSnmpValue::select 0x0FFA error!");
+bool SnmpEventNotify::readHeartBeatInterval() {
+  const bool isRead =
+      readObject(kObjHeartBeatInterval, _intervalObject, "setSnmpValue::select 0x0FFA error!");
   _heartBeatInterval = _intervalObject.value()[0];
   Trace::print("_heartBeatInterval is changed to %d \n", _heartBeatInterval);
+  return isRead;
 }
 
 void SnmpEventNotify::readHeartBeatSwFlag() {
@@ -87,7 +92,7 @@ void SnmpEventNotify::run() {
   std::uint8_t heartBeats = 0;
   for (;;) {
     Trace::puts("SnmpEventNotify::run send heartbeat ");
-    readHeartBeatInterval();
+    if (!readHeartBeatInterval()) std::this_thread::sleep_for(kPauseAfterFailure);
     sleep(_heartBeatInterval * kSecondsPerMinute);
     if (status() == kIdle) {
       sleep(kIdlePause);

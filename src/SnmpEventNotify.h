@@ -31,8 +31,9 @@ class SnmpEventNotify : public Thread {
   /// Fills the payload of a heartbeat from the unit's objects.
   static void initHeartBeatMsg(TrapMessage& heartMsg);
 
-  /// Read the interval (minutes) and the switch (0 off) anew. A failed read keeps the last value.
-  void readHeartBeatInterval();
+  /// Read the interval (minutes) and the switch (0 off) anew. A failed read keeps the last value;
+  /// false for the interval then.
+  bool readHeartBeatInterval();
   void readHeartBeatSwFlag();
 
  private:

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 
 #include <cstdio>
+#include <thread>
 
 #include "Output.h"
 
@@ -20,7 +21,22 @@ int Sqlite3::open() {
     Output::print("ERROR: open file %s failed! \n", _path.c_str());
     return -1;
   }
+  sqlite3_busy_handler(_db, waitForLock, this);
   return 0;
+}
+
+int Sqlite3::waitForLock(void* adapter, int) {
+  constexpr std::chrono::milliseconds kPause{20};
+  auto& end = static_cast<Sqlite3*>(adapter)->_patienceEnd;
+  const auto now = std::chrono::steady_clock::now();
+  if (!end) end = now + kPatience;
+  if (now >= *end) return 0;
+  std::this_thread::sleep_for(kPause);
+  return 1;
+}
+
+const char* Sqlite3::lockedReason() {
+  return sqlite3_errcode(_db) == SQLITE_BUSY ? sqlite3_errmsg(_db) : nullptr;
 }
 
 int Sqlite3::close() {

@@ -1,8 +1,11 @@
-// The database adapter on an SQLite file. One thread at a time.
+// The database adapter on an SQLite file. A database that another program has locked is waited for,
+// kPatience at most in the adapter's life. One thread at a time.
 
 #ifndef NORVA_SQLITE3_H_
 #define NORVA_SQLITE3_H_
 
+#include <chrono>
+#include <optional>
 #include <string>
 
 #include "DataBaseAdapter.h"
@@ -13,6 +16,8 @@ namespace norva {
 
 class Sqlite3 : public DataBaseAdapter {
  public:
+  static constexpr std::chrono::seconds kPatience{5};
+
   /// Keeps a copy of the file name; opens nothing.
   explicit Sqlite3(const char* path);
   ~Sqlite3() override;
@@ -28,10 +33,15 @@ class Sqlite3 : public DataBaseAdapter {
   /// A failure is printed with SQLite's reason. REQUIRES: open.
   int query(const char* sql, char*** result, int* rows, int* columns) override;
   int exec(const char* sql) override;
+  const char* lockedReason() override;
 
  private:
+  /// Whether to try again, after a pause; called by SQLite for a locked database.
+  static int waitForLock(void* adapter, int);
+
   const std::string _path;
   sqlite3* _db = nullptr;
+  std::optional<std::chrono::steady_clock::time_point> _patienceEnd;  // since first it was locked
   char* _errMsg = nullptr;  // never released: a failing statement is rare and the text small
 };
 

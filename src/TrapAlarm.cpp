@@ -23,7 +23,6 @@ namespace norva {
 namespace {
 
 constexpr std::size_t kReceiveLimit = BacklogFile::kHandSize;
-constexpr std::chrono::milliseconds kPauseAfterFailure{100};
 
 /// Name of a remote-unit change. Deliberate: as many characters of the text are skipped as the
 /// three bytes add up to; beyond the text the name is empty.

@@ -186,7 +186,8 @@ void initMibWithoutText() {
 void configureSubagent(const char* name, const char* transport) {
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
   netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, transport);
-  Settings::follow(name);
+  Settings::read(name);
+  if (Settings::get().deviceTimeout.count() > 0) DataManage::matchReplies();
   MasterSession::follow(NotificationQueue::getInstance());
 }
 

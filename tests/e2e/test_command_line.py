@@ -4,7 +4,7 @@ import re
 
 import pytest
 
-from world import SOURCE
+from world import ROOT, SOURCE
 
 USAGE = """
 Usage:  {program} [OPTIONS] [LISTENING ADDRESSES]
@@ -63,4 +63,12 @@ def test_omitted_name_and_address_are_accepted(world):
     assert ("\ntransport=null:port\nagentXName=null:name\n netsnmp_ds_set_boolean....\n"
             "init_agent rc=0....\n") in world.agent_output()
     assert "before initsnmp_subagent,agentXName=null:name \n" in world.agent_output()
+    assert world.agent.running()
+
+
+def test_empty_name(world):
+    """No settings are read: there is no file of that name."""
+    world.start_unit(f'0x80ba text 64 ro "{ROOT}"\n')
+    world.start_master()
+    world.start_agent(["-X", "-d", world.database, "-x", world.socket, "-n", ""])
     assert world.agent.running()

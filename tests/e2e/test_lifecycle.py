@@ -1,7 +1,9 @@
 """Start, loss of the master, output, and the end of the process on SIGTERM."""
 
 import os
+import re
 import signal
+import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
@@ -50,6 +52,53 @@ def test_started_before_the_others(world):
     world.start_master()
     world.wait_served()
     assert_right(world)
+
+
+def ask(world):
+    world.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-r0", "-t30", world.address, SCALAR])
+
+
+def stopped_unit(world):
+    """The request waits in the queue."""
+    world.unit.signal(signal.SIGSTOP)
+    ask(world)
+    wait_until(lambda: re.search(r"^ +16392 +\d+ +\d+ +\d+ +1 ",
+                                 world.run("cat", "/proc/sysvipc/msg").stdout, re.M),
+               what="a request in the queue")
+
+
+def slow_unit(world):
+    """The unit has taken the request."""
+    world.ctl("stats", "reset")
+    world.ctl("fault", "delay", 3000, "--count", 1)
+    ask(world)
+    wait_until(lambda: "faults 0\n" not in world.ctl("stats"), what="a request to the unit")
+
+
+@pytest.mark.parametrize("state, settings", [
+    (stopped_unit, []), (slow_unit, ["norvaDeviceTimeout 10"])])
+def test_what_an_earlier_agent_left(ready, state, settings):
+    """Its request is not answered in place of the first one of the next agent."""
+    ready.settings(*settings)
+    ready.start_agent()
+    wait_started(ready)
+    state(ready)
+    ready.agent.kill()
+    ready.start_agent(wait=False)
+    ready.wait_output("02 07 ba 80 00 00 00 00 ")
+    ready.unit.signal(signal.SIGCONT)
+    ready.wait_served()
+    assert_right(ready)
+
+
+def test_inherited_descriptors(ready):
+    """More than a set of the C library holds."""
+    ready.start_agent(prefix=["bash", "-c", "ulimit -n 2048; for i in {1..1100}; do "
+                              "exec {fd}</dev/null; done; exec \"$@\"", "bash"])
+    begin = time.monotonic()
+    for _ in range(10):
+        assert_right(ready)
+    assert time.monotonic() - begin < 9  # none waits for a second
 
 
 def test_master_restarted_and_interrupt(ready):

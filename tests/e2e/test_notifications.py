@@ -1,6 +1,7 @@
 """Events of the unit and the heartbeat, as a real receiver gets them."""
 
 import re
+import time
 
 import pytest
 
@@ -153,3 +154,14 @@ def test_heartbeat_without_a_pause(world):
         Notification(V2C, HEARTBEAT, "heartbeat", str(number % 2), 8, "Harbour Terminal",
                      "NDAS 4.2.1", "m" * 63, beat.sequence)
         for number, beat in enumerate(heartbeats)]
+
+
+def test_heartbeat_without_queues(world):
+    """The system has none left to give: the thread pauses behind each failure."""
+    start(world, V2C_SINK, f"set {INTERVAL} 0")
+    world.unit.kill()
+    world.run("sh", "-c", "echo 0 >/proc/sys/kernel/msgmni && ipcrm --all=msg")
+    world.wait_output("called, failed: errno: Invalid argument, error code:22\n")
+    before = len(world.agent_output())
+    time.sleep(2)
+    assert world.agent_output()[before:].count("SnmpEventNotify::run send heartbeat") in range(1, 60)

@@ -109,6 +109,14 @@ int sqlite3_close(sqlite3* connection) {
   return SQLITE_OK;
 }
 
+int sqlite3_busy_handler(sqlite3*, int (*)(void*, int), void*) {
+  return SQLITE_OK;
+}
+
+int sqlite3_errcode(sqlite3*) {
+  return SQLITE_ERROR;
+}
+
 const char* sqlite3_errmsg(sqlite3*) {
   return kError;
 }

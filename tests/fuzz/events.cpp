@@ -4,6 +4,7 @@
 #include <memory>
 #include <optional>
 
+#include "AgentLibrary.h"
 #include "AsnType.h"
 #include "DataBase.h"
 #include "DataManage.h"

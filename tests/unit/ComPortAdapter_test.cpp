@@ -106,5 +106,15 @@ TEST_F(ComPortAdapterTest, ASignalEndsNoReceive) {
   sigaction(SIGUSR1, &usual, nullptr);
 }
 
+TEST(ReplyTimerTest, WithoutItsThreadThereIsNoLimit) {
+  ReplyTimer refused(kReplyQueueKey);
+  withoutThreads([&] {
+    EXPECT_EQ(printed([&] { refused.limit(std::chrono::seconds(1)); }),
+              "Create thread fail!\n"
+              "norvaDeviceTimeout is not in force: waits for the unit have no end\n");
+  });
+  EXPECT_FALSE(refused.isLimited());
+}
+
 }  // namespace
 }  // namespace norva::test

@@ -1,5 +1,6 @@
 #include "DataManage.h"
 
+#include <atomic>
 #include <thread>
 #include <utility>
 
@@ -40,8 +41,13 @@ class DataManageTest : public QueueTest {
  protected:
   static void SetUpTestSuite() {
     if (manage != nullptr) return;  // the suite may be run again in one process
+    // Left by an earlier agent, and by somebody else.
+    const Queue requests(kRequestQueueKey);
+    for (const long type : {AGENT_MSG_TYPE, 1L, AGENT_MSG_TYPE}) requests.post(hex("02"), type);
     EXPECT_EQ(printed([] { manage = DataManage::getInstance(); }),
               "_pComPortAdapter->open() end....\n");
+    EXPECT_EQ(requests.take()->type, 1);
+    EXPECT_FALSE(requests.take());
   }
 
   static inline DataManage* manage = nullptr;
@@ -78,6 +84,29 @@ TEST_F(DataManageTest, SetObjValueMarksTheHeartbeatObjectsEvenIfRefused) {
     printed([&] { manage->setObjValue(static_cast<std::uint16_t>(oid), ObjValue()); });
     EXPECT_EQ(DataManage::heartBeatIntervalChanged, oid == 0x0FFA) << oid;
     EXPECT_EQ(DataManage::heartBeatSwFlagChanged, oid == 0x0FFB) << oid;
+  }
+}
+
+TEST_F(DataManageTest, AReadOfStartUpIsRepeatedThreeTimesWhereTheQueuesAreMadeAnew) {
+  for (const int removals : {3, 4}) {
+    std::atomic<bool> isDone = false;
+    std::jthread device([&] {
+      requests.take(0);
+      for (int i = 1; i <= removals; ++i) {
+        do {  // until the agent has noticed
+          replies.remove();
+          std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        } while (!isDone && !requests.take());
+      }
+      replies.post(hex("12 04 10 00 02 01 2a"));
+    });
+    ObjValue record;
+    printed([&] {
+      EXPECT_EQ(manage->getObjValue(0x0102, record), removals == 3 ? 0 : DataManage::kFailed);
+      isDone = true;
+      device.join();
+    });
+    EXPECT_EQ(record.value()[0], removals == 3 ? 0x2A : 0);
   }
 }
 

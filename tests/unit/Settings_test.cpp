@@ -13,18 +13,20 @@ using std::chrono::seconds;
 
 /// The settings after the lines of a file, and what is said of them.
 struct Read {
-  explicit Read(const std::vector<std::string>& lines) {
-    Settings::follow("unit");
-    const Settings before = Settings::get();
+  explicit Read(const std::vector<std::string>& lines, const char* name = "unit") {
     const TemporaryDirectory directory;
-    const std::string path = directory.path + "/unit.conf";
-    std::ofstream file(path);
-    for (const std::string& line : lines) file << line << "\n";
-    file.close();
+    std::ofstream(directory.path + "/unit.conf") << [&] {
+      std::string text = "agentxPingInterval 5\n";  // another's, no matter of ours
+      for (const std::string& line : lines) text += line + "\n";
+      return text;
+    }();
+    setenv("SNMPCONFPATH", directory.path.c_str(), 1);
+    const Settings before = Settings::get();
     testing::internal::CaptureStderr();
-    read_config_with_type(path.c_str(), "unit");
-    said = testing::internal::GetCapturedStderr();
+    Settings::read(name);
     settings = std::exchange(const_cast<Settings&>(Settings::get()), before);
+    said = testing::internal::GetCapturedStderr();
+    unsetenv("SNMPCONFPATH");
   }
   Settings settings;
   std::string said;
@@ -43,6 +45,8 @@ TEST(SettingsTest, EachTokenFromItsSmallestToItsLargestValue) {
     EXPECT_EQ(read.settings.trace, trace);
   };
   check(none, 0, 1000, false, true);
+  check(Read({"norvaBacklog 5"}, ""), 0, 1000, false, true);
+  check(Read({"norvaBacklog 5"}, "other:unit"), 0, 5, false, true);
   check(smallest, 0, 0, false, false);
   check(largest, 3600, 100'000, true, true);
 }

@@ -2,7 +2,9 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <memory>
+#include <thread>
 
 #include "Sqlite3.h"
 #include "TestSupport.h"
@@ -139,6 +141,36 @@ TEST_F(SnmpDataBaseTest, TablesListTheirFirstRowInColumnOrder) {
   EXPECT_EQ(nodes[0].ancestorNode, ".2");
   EXPECT_EQ(nodes[1].ancestorNode, ".1");
   EXPECT_EQ(nodes[1].tableAttr, 7) << "of the table's first row";
+}
+
+TEST_F(SnmpDataBaseTest, ALockedDatabaseIsWaitedForOnceAndTheReasonTold) {
+  load(named("'0101'", "'here'"));
+  sqlite3* holder = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &holder), SQLITE_OK);
+  const auto lock = [&] { sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr); };
+  const auto unlock = [&] { sqlite3_exec(holder, "COMMIT", nullptr, nullptr, nullptr); };
+  const auto loaded = [&] {
+    return printed([&] { catalogue = std::make_unique<SnmpDataBase>(path.c_str()); });
+  };
+  lock();
+  {
+    const std::jthread other([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      unlock();
+    });
+    EXPECT_EQ(loaded(), "");
+  }
+  EXPECT_EQ(nameOf(0x0101), "here");
+  lock();
+  const auto begin = std::chrono::steady_clock::now();
+  EXPECT_EQ(loaded(),
+            " subsite 0 get SNMP_GENERAL_OBJ_TABLE error\n"
+            "SNMP_GENERAL_OBJ_TABLE: database is locked\n"
+            " subsite 0 get SNMP_TABLE_OBJ_TABLE error\n"
+            "SNMP_TABLE_OBJ_TABLE: database is locked\n");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, 2 * Sqlite3::kPatience) << "5 s for both";
+  unlock();
+  sqlite3_close(holder);
 }
 
 TEST(CellKeyTest, IsOrderedAsItsText) {

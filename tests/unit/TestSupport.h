@@ -4,10 +4,12 @@
 #define NORVA_TESTS_UNIT_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/msg.h>
 
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -59,6 +61,17 @@ inline std::string printed(const auto& action) {
   action();
   Output::getInstance().drain({});
   return testing::internal::GetCapturedStdout();
+}
+
+/// Does `action` while the system refuses every thread.
+inline void withoutThreads(const auto& action) {
+  pthread_attr_t usual, impossible;
+  ASSERT_EQ(pthread_getattr_default_np(&usual), 0);
+  ASSERT_EQ(pthread_getattr_default_np(&impossible), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&impossible, std::numeric_limits<std::size_t>::max() / 2), 0);
+  ASSERT_EQ(pthread_setattr_default_np(&impossible), 0);
+  action();
+  pthread_setattr_default_np(&usual);
 }
 
 struct Message {
