@@ -6,7 +6,7 @@ import subprocess
 import threading
 import time
 
-from browser import browse
+from browser import Tab
 from fleet import ALERTMANAGER, PROMETHEUS, Fleet
 from world import WorldError
 
@@ -132,11 +132,6 @@ def shell(demo):
                        check=False)
 
 
-def picture(address, path, width, height):
-    """What Chromium shows, as a PNG file. Look at it: a busy machine may be too slow for the graphs."""
-    browse(address, f"--window-size={width},{height}", f"--screenshot={path}")
-
-
 def pictures(demo):
     """Takes the pictures in docs/, a history of some minutes being there."""
     directory = demo.options.pictures
@@ -146,9 +141,12 @@ def pictures(demo):
     demo.fleet.units[2].world.ctl("set", "0x1022", 0)
     with living(demo.fleet):
         time.sleep(180)
-        picture(demo.address, f"{directory}/fleet.png", 1200, 420)
-        unit = f"unit.html?instance={demo.fleet.units[1].address}"
-        picture(demo.address.replace("norva.html", unit), f"{directory}/unit.png", 1200, 1010)
+        with Tab() as tab:
+            tab.open(demo.address)
+            tab.picture(f"{directory}/fleet.png", 1200, 420)
+            tab.open(demo.address.replace(
+                "norva.html", f"unit.html?instance={demo.fleet.units[1].address}"))
+            tab.picture(f"{directory}/unit.png", 1200, 1010)
 
 
 def run(demo):

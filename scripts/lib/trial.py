@@ -1,6 +1,6 @@
 """Tries Debian packages on a fresh Debian 12 in which systemd runs, see
 tools/world/machine.py: installed, used as an administrator and a manager would, upgraded with
-edited configuration, purged. The last line is the result.
+edited configuration, purged; then, on another one, the monitoring. The last line is the result.
 
 The first time it makes the root of that machine, in ~/.cache/norva. Where there can be none, all is
 skipped, with the reason.
@@ -15,6 +15,7 @@ import traceback
 from pathlib import Path
 
 from project import SOURCE, Failure, command_line, finish, install
+from trial_monitoring import MonitoringTrial
 
 from machine import Machine, Unavailable, make_root
 from world import wait_until
@@ -40,6 +41,8 @@ find /etc -type f ! -name '*-' -exec sha256sum {} +
 
 class Trial:
     """The machine with the packages. A check is one method that shows by assertions."""
+
+    LOGS = ["norvasnmp", "dasunit", "snmpd"]
 
     def __init__(self, machine):
         self.machine = machine
@@ -277,7 +280,7 @@ def run(trial):
             check(trial)
         except (AssertionError, Failure, subprocess.TimeoutExpired):
             print("FAILED:", traceback.format_exc())
-            print(trial.shell("journalctl --no-pager --lines=40 -u norvasnmp -u dasunit -u snmpd"))
+            print(trial.shell("journalctl --no-pager --lines=40 -u " + " -u ".join(trial.LOGS)))
             return number, len(trial.CHECKS) - number
     return len(trial.CHECKS), 0
 
@@ -293,6 +296,7 @@ def make_only():
 def main():
     parser = command_line(__doc__)
     parser.add_argument("--root", action="store_true", help="only makes the root, if there is none")
+    parser.add_argument("--only", choices=["Trial", "MonitoringTrial"], help="one of the two")
     parser.add_argument("packages", type=Path, nargs="?", default=SOURCE / "build/packages",
                         help="their directory, default build/packages")
     options = parser.parse_args()
@@ -309,9 +313,12 @@ def main():
         for found in packages:
             shutil.copy(found[0], share)
         make_next(packages[0][0], share / "next")
+        shutil.copy(SOURCE / "scripts/lib/trap_sender.py", share)
         try:
-            with Machine(share) as machine:
-                passed, failed = run(Trial(machine))
+            for trial in (Trial, MonitoringTrial):
+                if options.only in (None, trial.__name__):
+                    with Machine(share) as machine:
+                        passed, failed = (sum(pair) for pair in zip((passed, failed), run(trial(machine))))
         except Unavailable as reason:
             print(f"SKIPPED: {reason}")
             skipped = 1

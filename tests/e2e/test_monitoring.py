@@ -1,14 +1,17 @@
 """What an operator sees: units watched by the real programs with the files in monitoring/."""
 
-import html
+import http.server
+import json
 import re
 import signal
+import socket
 import subprocess
+import threading
 import time
 
 import pytest
 
-from browser import browse
+from browser import Tab
 from fleet import ALERTMANAGER, Fleet
 from world import SOURCE, WorldError, scalar_row, wait_until
 
@@ -24,6 +27,87 @@ def test_files(command):
     result = subprocess.run(command.split(), cwd=MONITORING, capture_output=True, text=True,
                             timeout=60, check=False)
     assert result.returncode == 0, result.stdout + result.stderr
+
+
+@pytest.mark.parametrize("labels, receiver", [
+    ("severity=minor", "later"), ("severity=major", "operators"), ("severity=critical", "urgent"),
+    ("alertname=NorvaWatchdog severity=none", "watchdog"),
+    ("alertname=NorvaUnitUnreachable severity=critical", "urgent")])
+def test_routes(labels, receiver):
+    subprocess.run(["amtool", "config", "routes", "test", "--config.file=alertmanager.yml",
+                    f"--verify.receivers={receiver}", *labels.split()], cwd=MONITORING, check=True,
+                   stdout=subprocess.DEVNULL, timeout=90)
+
+
+def test_runbooks():
+    """Every alert has one, and it is there."""
+    guide = (SOURCE / "docs/monitoring.md").read_text()
+    anchors = {re.sub(r"[^a-z0-9 -]", "", heading.lower()).replace(" ", "-")
+               for heading in re.findall(r"^#+ (.*)", guide, re.M)}
+    rules = (MONITORING / "rules.yml").read_text()
+    runbooks = set(re.findall(r"monitoring\.md#([\w-]+)", rules))
+    assert rules.count("- alert:") == rules.count("runbook_url:") and runbooks <= anchors, runbooks - anchors
+    assert all(name.lower() in " ".join(runbooks) for name in re.findall(r"- alert: (\w+)", rules))
+
+
+class Pager(http.server.BaseHTTPRequestHandler):
+    """Takes Alertmanager's messages."""
+
+    def do_POST(self):
+        self.server.messages.append(json.loads(self.rfile.read(int(self.headers["Content-Length"]))))
+        self.send_response(200)
+        self.end_headers()
+
+    def log_message(self, *_):
+        pass
+
+
+def test_one_message(tmp_path):
+    """A cut link to 40 units of two regions, all alerts of which fire: two messages. What a dead
+    exporter or reader makes of them: one."""
+    pager = http.server.ThreadingHTTPServer(("127.0.0.1", 0), Pager)
+    pager.messages = []
+    threading.Thread(target=pager.serve_forever, daemon=True).start()
+    configuration = re.sub(r"group_(wait|interval): \w+", r"group_\1: 3s",
+                           (MONITORING / "alertmanager.yml").read_text())
+    configuration = re.sub(r"  - name: (urgent|operators|later)$", rf"""\g<0>
+    webhook_configs: [{{url: "http://127.0.0.1:{pager.server_port}", send_resolved: false}}]""",
+                           configuration, flags=re.M)
+    (tmp_path / "alertmanager.yml").write_text(configuration)
+    with socket.create_server(("127.0.0.1", 0)) as free:
+        address = f"127.0.0.1:{free.getsockname()[1]}"
+    manager = subprocess.Popen(
+        ["prometheus-alertmanager", f"--config.file={tmp_path}/alertmanager.yml", "--log.level=error",
+         f"--web.listen-address={address}", "--cluster.listen-address=", f"--storage.path={tmp_path}"])
+
+    def fire(*alerts):
+        body = json.dumps([{"labels": labels} for labels in alerts])
+        return subprocess.run(["curl", "-sf", f"http://{address}/api/v2/alerts", "-H",
+                               "Content-Type: application/json", "-d", body], check=False,
+                              timeout=90).returncode == 0
+
+    def told(count):
+        wait_until(lambda: len(pager.messages) >= count, 90, "a message")
+        time.sleep(7)  # and no further one
+        return [(message["groupLabels"].get("region"), len(message["alerts"]))
+                for message in pager.messages]
+    following = ("NorvaUnitUnreachable", "NorvaHeartbeatMissing", "NorvaValuesMissing")
+    cut = [{"alertname": name, "instance": f"u{number}", "region": "north" if number < 30 else "south",
+            "severity": "critical" if name == "NorvaUnitUnreachable" else "warning"}
+           for name in following for number in range(40)]
+    try:
+        wait_until(lambda: fire(*cut), 90, "Alertmanager")
+        assert sorted(told(2)) == [("north", 30), ("south", 10)]
+        pager.messages.clear()
+        assert fire({"alertname": "NorvaExporterDown", "instance": "x", "severity": "critical"})
+        told(1)
+        assert fire(*({"alertname": name, "instance": f"v{number}", "severity": "critical"}
+                      for name in following[::2] for number in range(3)))
+        assert told(1) == [(None, 1)]
+    finally:
+        manager.kill()
+        manager.wait()
+        pager.shutdown()
 
 
 def test_instance():
@@ -46,7 +130,8 @@ def fleet():
         made.start_monitoring()
         made.address = made.page_address()
         wait_until(lambda: made.scraped() == 6, 90, "all scraped")
-        yield made
+        with Tab() as made.tab:
+            yield made
         made.hub.show_logs()
 
 
@@ -54,34 +139,35 @@ def unit(fleet, number):
     return fleet.units[number - 1]
 
 
-def page(fleet, name):
-    """What Chromium shows of it once its script has run: the document without script and style."""
-    shown = wait_until(lambda: load(fleet, name), 60, "a page and its script")
+def open_page(fleet, name):
+    """Shows a page, which is fresh every second; its document."""
+    fleet.tab.open(f"{fleet.address}/consoles/{name}{'&' if '?' in name else '?'}refresh=1")
+    shown = fleet.tab.evaluate("document.documentElement.outerHTML")
     assert not re.search(r'(src|href)="(https?:)?//', shown), "something from elsewhere"
     return re.sub(r"<(script|style)>.*?</\1>", "", shown, flags=re.S)
 
 
-def load(fleet, name):
-    """Nothing where a busy machine was too slow for the page's script."""
-    shown = browse(f"{fleet.address}/consoles/{name}", "--dump-dom")
-    return shown if 'data-ready="yes"' in shown or "unit.html?instance=" not in name else None
+def text(fleet, selector="body"):
+    """What is to be read in an element of the page that is shown."""
+    return " ".join((fleet.tab.evaluate(
+        f"document.querySelector({json.dumps(selector)})?.innerText") or "").split())
 
 
-def text(shown):
-    return re.sub(r"\s+", " ", html.unescape(re.sub(r"<[^>]+>", " ", shown)))
+def waits_for(fleet, *words, selector="body"):
+    """Waits until the page shows these."""
+    wait_until(lambda: all(word in text(fleet, selector) for word in words), 90,
+               f"{words} on the page, in {selector}")
 
 
-def card(shown, address):
-    """A unit's text on the page of the fleet."""
-    return text(re.search(rf'<a [^>]*data-instance="{address}".*?</a>', shown, re.S)[0])
+def card(number):
+    """A unit on the page of the fleet."""
+    return f'a[href="unit.html?instance=127.1.0.{number}"]'
 
 
 def shows(fleet, number, *words):
     """Waits for these on the unit's card, which the next evaluation of the rules brings."""
-    def shown():
-        words_of_card = card(page(fleet, "norva.html"), unit(fleet, number).address)
-        return all(word in words_of_card for word in words)
-    wait_until(shown, 40, f"{words} on the card of unit {number}")
+    open_page(fleet, "norva.html")
+    waits_for(fleet, *words, selector=card(number))
 
 
 def fires(fleet, number, name, timeout=90, **labels):
@@ -120,6 +206,9 @@ def test_gap_and_outage(fleet):
     gap = fires(fleet, V3, "NorvaNotificationGap")
     time.sleep(6)  # so that the state is saved; a pipe, unlike the journal, keeps nothing
     fleet.trapreader.kill()
+    open_page(fleet, "norva.html")
+    waits_for(fleet, "No notifications since", selector="#banners")
+    waits_for(fleet, "power supply alarm", selector=card(V3))
     unit(fleet, V3).world.ctl("alarm", "raise", "0x0407")
     down = wait_until(lambda: fleet.alerts(alertname="NorvaReaderDown"), 90, "NorvaReaderDown")[0]
     assert fires(fleet, V3, "NorvaAlarmNotified", alarm="power_supply")["status"]["state"] == "active"
@@ -139,22 +228,72 @@ def test_unit_page(fleet):
     unit(fleet, V2C).world.ctl("set", "0x0306", 1)
     fires(fleet, V2C, "NorvaRemoteUnitMissing", norva_remote_unit_name="RU 3")
     fires(fleet, V2C, "NorvaDoorOpen")
-    shown = page(fleet, f"unit.html?instance={unit(fleet, V2C).address}")
-    words = text(shown)
-    for wanted in ("Site 1", "Software Version NDAS 4.2.1", "Door State opened", "PA Temperature 58.7 °C",
-                   "Downlink Output Power 34.1 dBm", "door open", "remote unit missing",
-                   "3 RU 3 absent -1 °C 1.0 dB 25.6 dBm on 10.0.20.3 Floor 3"):
-        assert wanted in words, wanted
-    rows = re.findall(r"<tr[^>]*><td class=\"right\">(\d+)</td>", shown)
-    assert rows == [str(row) for row in range(1, 33)]
-    assert len(re.findall(r'<path d="L?M?[^"]*\d', shown)) == 7, "lines in three graphs"
-    # Every number and text of the walk, but for the rows' own numbers and the clock.
     address = unit(fleet, V2C).address
-    assert fleet.value(f'count({{__name__=~"norva_.*", instance="{address}"}})') == 615 - 2 * 32 - 1
+    # Every number and text of the walk, but for the rows' own numbers and the clock.
+    wait_until(lambda: fleet.value(f'count({{__name__=~"norva_.*", instance="{address}"}})') ==
+               615 - 2 * 32 - 1, 90, "every value")
     assert fleet.value(f'norva_boot_count_value{{instance="{address}"}}') == 17
-    assert "No unit 10.9.8.7" in text(page(fleet, "unit.html?instance=10.9.8.7"))
+    open_page(fleet, f"unit.html?instance={address}")
+    waits_for(fleet, "Site 1", "Software Version NDAS 4.2.1", "Door State opened",
+              "PA Temperature 58.7 °C", "Downlink Output Power 34.1 dBm", "minor door open",
+              "major remote unit missing", "3 RU 3 absent -1 °C 1.0 dB 25.6 dBm on 10.0.20.3 Floor 3")
+    rows = fleet.tab.evaluate('[...document.querySelectorAll("#remote-units td:first-child")]'
+                              '.map(cell => cell.textContent)')
+    assert rows == [str(row) for row in range(1, 33)]
+    lines = '[...document.querySelectorAll("path")].filter(path => /\\d/.test(path.getAttribute("d"))).length'
+    wait_until(lambda: fleet.tab.evaluate(lines) == 7, 90, "lines in three graphs")
+    # Fresh by itself, and what is opened stays so.
+    fleet.tab.evaluate("document.querySelector('details').open = true")
+    unit(fleet, V2C).world.ctl("set", "0x0306", 0)
+    waits_for(fleet, "Door State closed")
+    assert fleet.tab.evaluate("document.querySelector('details').open")
+    assert fleet.tab.evaluate(lines) == 7
+    open_page(fleet, "unit.html?instance=10.9.8.7")
+    assert "No unit 10.9.8.7" in text(fleet)
     # What a unit or an address says is text on the page.
-    assert "<b>x" not in page(fleet, "unit.html?instance=<b>x\"}")
+    assert "<b>x" not in open_page(fleet, "unit.html?instance=%3Cb%3Ex%22%7D")
+    unit(fleet, V2C).world.ctl("set", "0x1022", 1)
+
+
+def test_crowded_card(fleet):
+    """Six alarms, the worst first, and how many more; what their texts say is text."""
+    world = unit(fleet, V2C).world
+    for alarm in range(0x0401, 0x0408):
+        world.ctl("alarm", "raise", hex(alarm), "--text4", "<img src=x onerror=document.title=1>")
+    shows(fleet, V2C, "optical link alarm", "vswr alarm", "+1")
+    assert re.search("optical link alarm .* pa failure alarm .* fan failure alarm .* vswr alarm",
+                     text(fleet, card(V2C))) and "door open" not in text(fleet, card(V2C))
+    address = unit(fleet, V2C).address
+    assert "<img" not in open_page(fleet, f"unit.html?instance={address}")
+    waits_for(fleet, "<img src=x", "minor door open alarm", selector="#troubles")
+    for alarm in range(0x0401, 0x0408):
+        world.ctl("alarm", "clear", hex(alarm))
+    waits_for(fleet, "✓ well")
+
+
+def test_monitoring_fails(fleet):
+    """Part after part. What the page knew it shows on, with the time; nothing is said of units."""
+    unit(fleet, NEWER).world.ctl("set", "0x0600", "Site 10")
+    open_page(fleet, "norva.html")
+    names = '[...document.querySelectorAll(".name")].map(name => name.textContent).join()'
+    wait_until(lambda: fleet.tab.evaluate(names).endswith("Site 3,Site 4,Site 5,Site 10"), 90,
+               "units that are well, last and in natural order")
+    fleet.tab.evaluate("[...document.querySelectorAll('#totals button')].at(-1).click()")
+    fleet.prometheus.kill()
+    waits_for(fleet, "Stale since", selector="#banners")
+    assert fleet.tab.evaluate(names)
+    fleet.start_prometheus()
+    wait_until(lambda: text(fleet, "#banners") == "", 90, "fresh again")
+    assert fleet.tab.evaluate("document.querySelector('[aria-pressed=true]').innerText").endswith("well")
+    fleet.exporter.kill()
+    wait_until(lambda: not fleet.tab.evaluate(names), 90, "no unit that is well")
+    fleet.tab.evaluate("document.querySelector('#totals button').click()")
+    waits_for(fleet, "? not asked", selector=card(SILENT))
+    waits_for(fleet, "exporter does not run", selector="#banners")
+    alert = fires(fleet, SILENT, "NorvaUnitUnreachable")
+    assert alert["status"]["inhibitedBy"], alert
+    fleet.start_exporter()
+    waits_for(fleet, "✓ well", selector=card(SILENT))
 
 
 def test_what_goes_wrong(fleet):
@@ -186,9 +325,9 @@ def test_what_goes_wrong(fleet):
     shows(fleet, UNREADABLE, "values missing")
     shows(fleet, NOT_UTF8, "texts unreadable", "Site 4")
     shows(fleet, SILENT, "✕ no values")
-    details = text(page(fleet, f"unit.html?instance={bad.address}"))
-    assert "Downlink Output Power" not in details.split("Graphs of")[0]
-    assert "3 RU 3 connected – 1.0 dB" in details
+    open_page(fleet, f"unit.html?instance={bad.address}")
+    waits_for(fleet, "3 RU 3 connected – 1.0 dB")
+    assert "Downlink Output Power" not in text(fleet).split("Graphs of")[0]
 
     unit(fleet, SILENT).world.master.signal(signal.SIGKILL)
     fires(fleet, SILENT, "NorvaUnitUnreachable")
@@ -200,5 +339,6 @@ def test_heartbeat(fleet):
     for number in (V2C, V3):
         wait_until(lambda: fleet.value("norvatrap_heartbeat_timestamp_seconds{instance="
                                        f'"{unit(fleet, number).address}"}}'), 70, "a heartbeat")
-    assert re.search(r"heartbeat \d+s ago", card(page(fleet, "norva.html"), unit(fleet, V2C).address))
+    open_page(fleet, "norva.html")
+    wait_until(lambda: re.search(r"heartbeat \d+ s ago", text(fleet, card(V2C))), 90, "its age")
     assert fleet.get(ALERTMANAGER, "/-/healthy")

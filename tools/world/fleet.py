@@ -120,9 +120,16 @@ class Fleet:
         self.start_alertmanager()
         self.start_trapreader()
         self.start_snmptrapd()
+        self.start_exporter()
+        self.start_prometheus()
+
+    def start_exporter(self):
+        self.exporter = self.hub.spawn("exporter", [
+            "prometheus-snmp-exporter", "--web.listen-address", "127.0.0.1:9116", "--config.file",
+            self.directory / "snmp.yml"])
+
+    def start_prometheus(self):
         hub, files = self.hub, self.directory
-        self.exporter = hub.spawn("exporter", ["prometheus-snmp-exporter", "--web.listen-address",
-                               "127.0.0.1:9116", "--config.file", files / "snmp.yml"])
         self.prometheus = hub.spawn("prometheus", [
             "prometheus", f"--config.file={files}/prometheus.yml",
             f"--web.listen-address={PROMETHEUS}", f"--storage.tsdb.path={hub.directory}/tsdb",

@@ -15,9 +15,12 @@ from pathlib import Path
 
 from world import WorldError, wait_until
 
-# Beside what every Debian has: what the packages and their trial need, and systemd.
-_PACKAGES = ["adduser", "bash-completion", "libsqlite3-0", "libyaml-cpp0.7", "procps", "psmisc",
-             "smitools", "snmp", "snmpd", "snmptrapd", "systemd"]
+# Beside what every Debian has: what the packages and their trial need, and systemd. What is here for
+# the monitoring does not start by itself.
+_MONITORING = ["prometheus", "prometheus-alertmanager", "prometheus-snmp-exporter"]
+_PACKAGES = ["adduser", "bash-completion", "curl", "libsqlite3-0", "libyaml-cpp0.7", "procps",
+             "psmisc", "python3", "python3-prometheus-client", "smitools", "snmp", "snmpd",
+             "snmptrapd", "systemd", *_MONITORING]
 _LEFT_OUT = ["/usr/share/doc/*", "/usr/share/locale/*", "/usr/share/man/*"]
 
 # The arguments are the root and the work directory. systemd finds the kernel's cgroups of both
@@ -88,6 +91,7 @@ def make_root():
         debootstrap(f"{work}/root", "--variant=apt",
                     *(f"--dpkgopt=path-exclude={pattern}" for pattern in _LEFT_OUT),
                     "--aptopt=Acquire::Languages none", f"--include={','.join(_PACKAGES)}",
+                    f'--customize-hook=chroot "$1" systemctl --quiet disable {" ".join(_MONITORING)}',
                     # For the packages to try, nothing is left out.
                     '--customize-hook=rm "$1"/etc/dpkg/dpkg.cfg.d/99mmdebstrap')
         os.rename(f"{work}/root", root)
