@@ -9,8 +9,8 @@ from project import SOURCE, Failure
 from world import wait_until
 
 SENDERS, EACH = 20, 600
-_USER = 'norva SHA "change-this-auth-phrase" AES "change-this-priv-phrase"'
-_V3 = "-v3 -l authPriv -u norva -a SHA -A change-this-auth-phrase -x AES -X change-this-priv-phrase"
+_USER = 'norva SHA-256 "change-this-auth-phrase" AES "change-this-priv-phrase"'
+_V3 = "-v3 -l authPriv -u norva -a SHA-256 -A change-this-auth-phrase -x AES -X change-this-priv-phrase"
 # What is on the machine already; the rest of the guide's commands are run as they stand.
 _INSTEAD = """
 editor() { :; }
