@@ -52,6 +52,7 @@ class Agent:
         world.ctl("set", INTERVAL, 0)
         world.ctl("set", SWITCH, 0)
         self.receiver = Receiver(world)
+        world.settings(f"norvaBacklogFile {world.directory}/backlog")
         # A slow agent is not given up.
         world.start_master(V2C_SINK + "agentXTimeout 30\n")
         world.start_agent(stdout=subprocess.DEVNULL, env=self._env, prefix=self._prefix)

@@ -131,24 +131,6 @@ TEST_F(BacklogFileTest, AFileThatIsNotAsItShouldBeIsPutAsideOnceItWasRead) {
   }
 }
 
-TEST_F(BacklogFileTest, WithoutAFileItSaysWhy) {
-  open();
-  const auto first = std::move(file);
-  open();
-  EXPECT_EQ(file, nullptr);
-  const std::string reason =
-      "norvaBacklogFile " + path + ": %, notifications are kept in memory only\n";
-  const auto says = [&](const std::string& why) {
-    return std::string(reason).replace(reason.find('%'), 1, why);
-  };
-  EXPECT_EQ(text, says("another agent uses it"));
-  std::filesystem::remove(path);
-  std::filesystem::create_directory(path);
-  open();
-  EXPECT_EQ(text, says("Is a directory"));
-  EXPECT_EQ(file, nullptr);
-}
-
 TEST_F(BacklogFileTest, AFileThatIsCutWhileItIsUsedEndsNothing) {
   open();
   file->keep(message(1));
