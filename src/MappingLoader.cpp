@@ -16,6 +16,7 @@ namespace {
 constexpr char kSlotFreqTable[] = "TABLE_SLOT_FREQ_OBJ";
 constexpr char kGenusGroupTable[] = "TABLE_OBJ_GENUS_GROUP";
 constexpr int kHexadecimal = 16;
+constexpr int kManyRows = 100'000;  // several times what managers can be shown
 
 /// A row of one of the two tables, read by the table's layout.
 template <const MappingTable& kTable>
@@ -80,6 +81,9 @@ int readRows(DataBaseAdapter& adapter, int subsite, UseRow useRow) {
     return -1;
   }
   if (!table.hasColumns(kTable.name, kMappingColumns)) return -1;
+  if (table.rows() > kManyRows) {
+    Output::print("%s has %d rows, which cost time and memory\n", kTable.name, table.rows());
+  }
 
   std::string name;  // deliberate: a NULL name repeats that of the row before
   for (int row = 1; row <= table.rows(); ++row) {

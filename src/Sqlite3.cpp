@@ -2,12 +2,20 @@
 
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cstdio>
 #include <thread>
 
 #include "Output.h"
+#include "SlowReading.h"
 
 namespace norva {
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{5};
+
+}  // namespace
 
 Sqlite3::Sqlite3(const char* path) : _path(path) {}
 
@@ -52,6 +60,8 @@ int Sqlite3::getTable(const char* tableName, char*** result, int* rows, int* col
   const int length = std::snprintf(sql, sizeof sql, "SELECT * FROM %s", tableName);
   if (length < 0 || static_cast<std::size_t>(length) >= sizeof sql) return -1;
   _errMsg = nullptr;
+  const SlowReading watch(
+      _db, kPatience, [&] { Output::print("still reading %s of %s\n", tableName, _path.c_str()); });
   return sqlite3_get_table(_db, sql, result, rows, columns, &_errMsg) == SQLITE_OK ? 0 : -1;
 }
 

@@ -7,6 +7,7 @@
 #include "DeviceForm.h"
 #include "ObjectAccess.h"
 #include "OidPrefix.h"
+#include "OneLine.h"
 #include "Output.h"
 #include "ServedObjects.h"
 #include "SetValue.h"
@@ -217,7 +218,7 @@ void TableHandler::init_table(std::int32_t tableFlag, const std::string& ancesto
   }
   if (!place.hasRange()) {
     Output::print("%s: table node %s is not served: a sub-identifier is above %u\n",
-                  _state.traits.registrationName, ancestorNode.c_str(), kMaxSubIdentifier);
+                  _state.traits.registrationName, oneLine(ancestorNode).c_str(), kMaxSubIdentifier);
     return;
   }
   registerTable(_state, {place.oid.begin(), place.oid.end()});

@@ -429,3 +429,30 @@ def test_bad_database(world, sql, said):
     assert path.exists() == bool(sql) and (not sql or path.read_bytes() == before)
     if sql:
         assert (None, "error") in [(row, severity) for row, severity, _ in findings(path)]
+
+
+def test_mappings_that_take_long(world):
+    """A view, whose query may be endless: norvamap refuses it, the agent says what it waits for. A
+    table of too many rows; one that is slow to read."""
+    columns = ", ".join(["'1'"] * 12)
+    view, many, slow = (world.make_database(*empty_schema(), *sql, base=False) for sql in (
+        [f"DROP TABLE {SCALARS}", f"CREATE VIEW {SCALARS} AS WITH RECURSIVE n(i) AS (SELECT 1 UNION "
+         f"ALL SELECT i + 1 FROM n) SELECT i, {columns} FROM n WHERE i < 0"],
+        [f"INSERT INTO {CELLS} WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n LIMIT "
+         f"200001) SELECT i, {columns} FROM n"],
+        [*[scalar_row(0x0101, 1)] * 100, f"ALTER TABLE {SCALARS} ADD COLUMN slow AS "
+         "(instr(hex(zeroblob(30000)), hex(zeroblob(15000)) || c0))"]))
+    assert norvamap("check", view, status=2) == (
+        f"norvamap: {view}: {SCALARS} is a view, a table is needed\n")
+    assert norvamap("list", many, status=2).endswith(
+        f"norvamap: {many}: {CELLS} has more than 200000 rows, which are not read\n")
+    reading = subprocess.Popen([TOOL, "list", slow], stderr=subprocess.PIPE, text=True)
+    said = reading.stderr.readline()
+    reading.kill()
+    reading.communicate()
+    assert said == f"norvamap: reading {SCALARS} of {slow} ...\n"
+    world.serve(database=view, wait=False)
+    world.wait_output(f"still reading {SCALARS} of {view}\n", 90)
+    world.agent.kill()
+    world.start_agent(database=many, wait=False)
+    world.wait_output(f"{CELLS} has 200001 rows, which cost time and memory\n", 90)

@@ -2,6 +2,7 @@
 
 #include "AgentLibrary.h"
 #include "AnswerValue.h"
+#include "OneLine.h"
 #include "SetValue.h"
 #include "TestSupport.h"
 
@@ -70,19 +71,27 @@ TEST(SetValueTest, ReadsWhatTheUnitWouldHold) {
   const long number = -2;
   const oid name[] = {1, 3, 6};
   const counter64 wide{7, 0x01020304};
-  const float single = 1.0F;
-  const double twice = 1.0;
+  const float single = 1.1F;
+  const double twice = 1.1;
   check(ASN_INTEGER, &number, sizeof number, 0xFFFFFFFE, "\xFF\xFF\xFF\xFE", 4);
   check(ASN_GAUGE, &number, sizeof number, 0xFFFFFFFE, "\xFF\xFF\xFF\xFE", 4);
   check(ASN_COUNTER64, &wide, sizeof wide, 0x01020304, "\x01\x02\x03\x04", 8);
   check(ASN_OBJECT_ID, name, sizeof name, 1, "", 12);
-  check(ASN_OPAQUE_FLOAT, &single, sizeof single, 0x3F800000, "\x3F\x80", 4);
-  check(ASN_OPAQUE_DOUBLE, &twice, sizeof twice, 0x3FF00000, "\x3F\xF0", 8);
+  check(ASN_OPAQUE_FLOAT, &single, sizeof single, 0x3F8CCCCD, "\x3F\x8C\xCC\xCD", 4);
+  check(ASN_OPAQUE_DOUBLE, &twice, sizeof twice, 0x3FF19999, "\x3F\xF1\x99\x99\x99\x99\x99\x9A", 8);
   check(ASN_OCTET_STR, "12345\0cut", 9, 0x31323334, "12345", 9);
   check(ASN_OCTET_STR, "12345", 3, 0x31323300, "123", 3);
   check(ASN_OCTET_STR, nullptr, 0, 0, "", 0);
   check(ASN_IPADDRESS, "\x0A\x01\x02\x03", 4, 0x0A010203, "\x0A\x01\x02\x03", 4);
   check(ASN_IPADDRESS, "\x0A", 1, 0x0A000000, "\x0A", 1);
+}
+
+TEST(OneLineTest, LeavesNoControlCharacter) {
+  EXPECT_EQ(oneLine("a\n\x1B[2J\x7F z\xC3\xA4\xE2\x82\xAC"), "a??[2J? z\xC3\xA4\xE2\x82\xAC");
+  EXPECT_EQ(oneLine("\xC2\x9B"
+                    "2J\xC2\xA0\x9B"
+                    "2J\xF6\x90\xE2\x82"),
+            "?2J\xC2\xA0?2J\xF6?\xE2?");
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Format.h"
+#include "OneLine.h"
 #include "Text.h"
 
 namespace norva::mapping {

@@ -22,12 +22,6 @@ std::string format(const char* pattern, ...) {
   return text;
 }
 
-std::string oneLine(std::string text) {
-  std::replace_if(
-      text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7F; }, '?');
-  return text;
-}
-
 std::string oidText(const Oid& oid) {
   std::string text;
   for (const std::uint32_t subIdentifier : oid) text += '.' + std::to_string(subIdentifier);

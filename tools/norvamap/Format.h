@@ -13,9 +13,6 @@ namespace norva::mapping {
 /// As sprintf.
 [[gnu::format(printf, 1, 2)]] std::string format(const char* pattern, ...);
 
-/// The text on one line, whatever the database holds: control characters become '?'.
-std::string oneLine(std::string text);
-
 /// Dotted text with a leading dot; empty for no sub-identifiers.
 std::string oidText(const Oid& oid);
 

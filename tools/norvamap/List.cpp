@@ -4,6 +4,7 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
+#include "OneLine.h"
 #include "Text.h"
 #include "View.h"
 

@@ -3,12 +3,16 @@
 #include <sqlite3.h>
 
 #include <cerrno>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 
 #include "Format.h"
+#include "OneLine.h"
+#include "SlowReading.h"
 #include "Text.h"
 
 namespace norva::mapping {
@@ -16,6 +20,9 @@ namespace norva::mapping {
 using dasunit::InputError;
 
 namespace {
+
+constexpr std::chrono::seconds kPatience{1};
+constexpr std::size_t kMostRows = 200'000;  // more than ten times what managers can be shown
 
 using Connection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
 using Statement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
@@ -37,18 +44,27 @@ Statement prepare(const std::string& path, sqlite3* connection, const std::strin
   return {handle, sqlite3_finalize};
 }
 
-bool hasTable(const std::string& path, sqlite3* connection, const char* table) {
+/// Whether there is a `type` (table, view) of this name.
+bool has(const std::string& path, sqlite3* connection, const char* type, const char* table) {
   const Statement query = prepare(path, connection,
-                                  "SELECT 1 FROM sqlite_master WHERE type IN ('table', 'view') "
-                                  "AND name = ? COLLATE NOCASE");
+                                  format("SELECT 1 FROM sqlite_master WHERE type = '%s' "
+                                         "AND name = ? COLLATE NOCASE",
+                                         type));
   sqlite3_bind_text(query.get(), 1, table, -1, SQLITE_STATIC);
   return sqlite3_step(query.get()) == SQLITE_ROW;
 }
 
 RawTable readTable(const std::string& path, sqlite3* connection, const char* table) {
   RawTable result;
-  result.exists = hasTable(path, connection, table);
+  result.exists = has(path, connection, "table", table);
+  if (has(path, connection, "view", table)) {
+    // Its query may be of any size, endless too.
+    throw InputError(format("%s: %s is a view, a table is needed", path.c_str(), table));
+  }
   if (!result.exists) return result;
+  const SlowReading watch(connection, kPatience, [&] {
+    std::fprintf(stderr, "norvamap: reading %s of %s ...\n", table, oneLine(path).c_str());
+  });
   const Statement query = prepare(path, connection, std::string("SELECT * FROM ") + table);
   result.columns = sqlite3_column_count(query.get());
   int status = sqlite3_step(query.get());
@@ -57,6 +73,10 @@ RawTable readTable(const std::string& path, sqlite3* connection, const char* tab
     for (int column = 0; column < result.columns; ++column) {
       const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(query.get(), column));
       row.cells.push_back(text == nullptr ? std::nullopt : std::optional<std::string>(text));
+    }
+    if (result.rows.size() == kMostRows) {
+      throw InputError(format("%s: %s has more than %zu rows, which are not read", path.c_str(),
+                              table, kMostRows));
     }
     result.rows.push_back(std::move(row));
     status = sqlite3_step(query.get());

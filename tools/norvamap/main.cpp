@@ -13,6 +13,7 @@
 #include "Annotations.h"
 #include "Mapping.h"
 #include "ObjectFile.h"
+#include "OneLine.h"
 #include "Reports.h"
 #include "Text.h"
 #include "TraceDecoder.h"
@@ -190,7 +191,7 @@ int main(int argc, char** argv) {
     if (error.get_exit_code() == 0) return app.exit(error);  // --help
     std::fprintf(stderr, "norvamap: %s\n", error.what());
   } catch (const InputError& error) {
-    std::fprintf(stderr, "norvamap: %s\n", error.what());
+    std::fprintf(stderr, "norvamap: %s\n", norva::oneLine(error.what()).c_str());
   }
   return kExitInput;
 }
