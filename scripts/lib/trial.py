@@ -1,6 +1,7 @@
 """Tries Debian packages on a fresh Debian 12 in which systemd runs, see
 tools/world/machine.py: installed, used as an administrator and a manager would, upgraded with
-edited configuration, purged; then, on another one, the monitoring. The last line is the result.
+edited configuration, removed, installed again, purged; then, on another one, the monitoring. The
+last line is the result.
 
 The first time it makes the root of that machine, in ~/.cache/norva. Where there can be none, all is
 skipped, with the reason.
@@ -25,7 +26,9 @@ SERVICES = ["norvasnmp.service", "dasunit.service"]
 NEXT = "99"  # version of the upgrade
 EXPOSURE = 5  # most that `systemd-analyze security` may find, in tenths
 AUTH, PRIV = "an auth phrase", "a priv phrase"
-SETTINGS, SNIPPET = "/etc/snmp/norvasnmp.conf", "/etc/snmp/snmpd.conf.d/norvasnmp.conf"
+# The administrator's own files.
+SETTINGS, SNIPPET = "/etc/snmp/norvasnmp.local.conf", "/etc/snmp/snmpd.conf.d/norvasnmp-local.conf"
+SOCKET = "/run/agentx/master"
 BASE = ".1.3.6.1.4.1.53412.8.2.2.3.3.1.1.0"
 
 # What no package answers for: the records of apt, dpkg and systemd, copies of the lists of users.
@@ -61,8 +64,8 @@ class Trial:
         return result.stdout
 
     def apt(self, *words):
-        self.done("apt-get --yes --quiet -o Dpkg::Options::=--force-confdef "
-                  "-o Dpkg::Options::=--force-confold " + " ".join(words))
+        """Without a terminal, and without a word about whose configuration counts."""
+        return self.done("apt-get --yes --quiet " + " ".join(words))
 
     def state(self, service):
         """Its properties, by name."""
@@ -102,6 +105,7 @@ class Trial:
         assert (agent["UnitFileState"], agent["ActiveState"]) == ("enabled", "inactive"), agent
         assert (unit["UnitFileState"], unit["ActiveState"]) == ("disabled", "inactive"), unit
         assert self.shell("systemctl is-system-running") == "running\n"
+        assert self.shell(f"stat -c '%a %U:%G' {SNIPPET}") == "640 root:Debian-snmp\n"
 
     def units_verified(self):
         """systemd has nothing to say about the units, and finds them as closed as they can be."""
@@ -117,7 +121,7 @@ class Trial:
             printf 'createUser %s SHA-256 "{AUTH}" AES "{PRIV}"\\n' norva norvaconfig \
               >> /var/lib/snmp/snmpd.conf
             echo 'trap2sink 127.0.0.1:1162 public' >> {SNIPPET}
-            sed -i 's/^norvaBacklog .*/norvaBacklog 500/' {SETTINGS}
+            echo 'norvaBacklog 500' > {SETTINGS}
             printf '%s\\n' 'authCommunity log public' > /tmp/receiver.conf
             systemd-run --quiet --unit=receiver env MIBS= SNMP_PERSISTENT_DIR=/tmp snmptrapd -f \
               -C -c /tmp/receiver.conf -On -Lf /tmp/received udp:127.0.0.1:1162
@@ -167,10 +171,9 @@ class Trial:
         assert self.unit("get 0x030a").split()[-1] == "2800"
         community = self.shell("snmpwalk -v2c -c public -On 127.0.0.1 .1.3.6.1.4.1", user="user")
         assert "53412" not in community, community
-        socket = "/run/agentx/master"
-        assert self.shell(f"test -S {socket} && echo seen", user="user") == "seen\n"
-        assert self.machine.run("test", "-w", socket, user="user").returncode == 1
-        assert self.machine.run("test", "-w", socket, user="_norvasnmp").returncode == 0
+        assert self.shell(f"test -S {SOCKET} && echo seen", user="user") == "seen\n"
+        assert self.machine.run("test", "-w", SOCKET, user="user").returncode == 1
+        assert self.machine.run("test", "-w", SOCKET, user="_norvasnmp").returncode == 0
 
     def alarm_received(self):
         self.unit("alarm raise 0x0403 --device-id 8 --text4 first")
@@ -225,37 +228,66 @@ class Trial:
         self.wait_served()
 
     def upgraded(self):
-        """To a version with other configuration files: the edited ones stay, the others are new."""
+        """To a version with other configuration files: what is the administrator's stays."""
         old = self.state("norvasnmp")["MainPID"]
         self.apt("install", "/mnt/next/*.deb")
         assert self.done("dpkg-query -W -f '${Version}\\n' norvasnmp") == f"{NEXT}\n"
-        assert "norvaBacklog 500\n" in self.done(f"cat {SETTINGS}")
-        assert "1162" in self.done(f"cat {SNIPPET}")
-        assert "# next\n" in self.done("cat /etc/default/norvasnmp")
+        self.edited()
+        assert "# next\n" in self.done("cat /etc/snmp/norvasnmp.conf")
         assert self.state("norvasnmp")["MainPID"] not in ("0", old)
         self.wait_served()
 
+    def edited(self):
+        assert "norvaBacklog 500\n" in self.done(f"cat {SETTINGS}")
+        assert "1162" in self.done(f"cat {SNIPPET}")
+
     def removed(self):
-        """Programs and services go, the configuration stays."""
-        self.apt("remove", *PACKAGES)
+        """Programs and services go, the configuration stays, and what that means is said."""
+        said = self.apt("remove", *PACKAGES)
+        assert "snmpd still lets in the users" in said, said
         processes = self.shell("pgrep -u _norvasnmp,_dasunit -a")
         assert "/usr/" not in processes, processes
-        assert "500" in self.done(f"cat {SETTINGS}")
         assert self.machine.run("test", "-e", "/usr/sbin/norvaSnmp").returncode == 1
 
+    def reinstalled(self):
+        self.apt("install", "/mnt/*_*.deb")
+        self.edited()
+        self.done("systemctl start dasunit")
+        self.wait_served()
+
     def purged(self):
-        """Nothing is left, and snmpd, started again, is as it was."""
+        """Nobody gets in any more, without further ado; what it leaves of the users it says."""
         self.done("systemctl stop decoy-user decoy-root decoy-_dasunit receiver; "
-                  "rm /etc/norvasnmp/mapping.db; rmdir --ignore-fail-on-non-empty /etc/norvasnmp")
-        self.apt("purge", *PACKAGES)
-        self.done("systemctl restart snmpd")
+                  "rm -r /etc/norvasnmp/mapping.db")
+        assert self.manager("snmpget", "1.3.6.1.2.1.1.3.0").startswith("sysUpTime")
+        self.forget()
+        assert "usmUser" in self.done("cat /var/lib/snmp/snmpd.conf")
+        self.done(f"rm {SETTINGS}; rmdir --ignore-fail-on-non-empty /etc/norvasnmp")
+
+    def forget(self):
+        """The purge, and the commands that it prints."""
+        said = self.apt("purge", *PACKAGES)
+        assert self.machine.run("test", "-e", SOCKET).returncode == 1
+        answer = self.manager("snmpget", "1.3.6.1.2.1.1.3.0", patience=2)
+        assert "sysUpTime" not in answer, answer
+        self.done("\n".join(re.findall("^    (.*)", said, re.M)))
+        assert '"norva' not in self.done("cat /var/lib/snmp/snmpd.conf"), said
+
+    def package_tests(self):
+        """Those of the packages themselves, on a machine that has nothing of them."""
+        self.apt("install", "/mnt/*_*.deb")
+        print(self.done("/mnt/tests/service", timeout=120).replace("\n", "; "))
+        self.done("rm /etc/norvasnmp/mapping.db; rmdir --ignore-fail-on-non-empty /etc/norvasnmp")
+        self.forget()
+
+    def left_nothing(self):
         after = self.listing()
         assert after == self.before, sorted(after ^ self.before)
         assert self.shell("systemctl --failed --quiet") == ""
 
     CHECKS = [installed, units_verified, started, polled_by_name, completed, others_refused,
               alarm_received, written, journal_quiet, stopped_alone, restarted, upgraded, removed,
-              purged]
+              reinstalled, purged, package_tests, left_nothing]
 
 
 def make_next(package, directory):
@@ -314,6 +346,7 @@ def main():
             shutil.copy(found[0], share)
         make_next(packages[0][0], share / "next")
         shutil.copy(SOURCE / "scripts/lib/trap_sender.py", share)
+        shutil.copytree(SOURCE / "debian/tests", share / "tests")
         try:
             for trial in (Trial, MonitoringTrial):
                 if options.only in (None, trial.__name__):
