@@ -86,11 +86,12 @@ def finish(work, patience=2):
             _signal(pid, signal.SIGINT)
         if _installing:
             return
-        threading.Thread(target=lambda: time.sleep(patience) or _kill_all(), daemon=True).start()
+        threading.Thread(target=_end_all, args=[patience], daemon=True).start()
         raise KeyboardInterrupt
     for number in _ENDING:
         if number != signal.SIGHUP or signal.getsignal(number) != signal.SIG_IGN:  # nohup
             signal.signal(number, interrupted)
+    sys.stdout.reconfigure(line_buffering=True)
     # What loses its parent becomes a child of this process, and so is found.
     ctypes.CDLL(None).prctl(_PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
     temporary = os.environ["TMPDIR"] = tempfile.mkdtemp(prefix="norva-")
@@ -136,6 +137,15 @@ def _signal(pid, number):
         pass
 
 
+def _end_all(patience):
+    """Gives what runs so many seconds to end by itself."""
+    end = time.monotonic() + patience
+    while time.monotonic() < end:
+        _reap()
+        time.sleep(0.02)
+    _kill_all()
+
+
 def _kill_all():
     """Kills all that this process has started, directly or not, until nothing of it runs."""
     for _ in range(100):
@@ -145,6 +155,17 @@ def _kill_all():
         for pid in running:
             _signal(pid, signal.SIGKILL)
         time.sleep(0.02)
+        _reap()
+
+
+def _reap():
+    """A namespace ends only when somebody has seen the end of all that was in it."""
+    for pid in _children(os.getpid()):
+        if _state(pid) == "Z":
+            try:
+                os.waitpid(pid, os.WNOHANG)
+            except ChildProcessError:  # its own thread was faster
+                pass
 
 
 def _state(pid):
