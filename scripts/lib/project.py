@@ -83,7 +83,7 @@ def finish(work, patience=2):
         _interrupted = True
         _ignore_signals()
         for pid in list((_descendants if _installing else _children)(os.getpid())):
-            _signal(pid, signal.SIGINT)
+            _signal(-pid if _leads_group(pid) else pid, signal.SIGINT)
         if _installing:
             return
         threading.Thread(target=_end_all, args=[patience], daemon=True).start()
@@ -101,6 +101,7 @@ def finish(work, patience=2):
         status = f"{failure}\nfailed"
     except KeyboardInterrupt:
         status = 130
+        _end_all(patience)
     finally:
         _ignore_signals()
         _kill_all()
@@ -137,19 +138,30 @@ def _signal(pid, number):
         pass
 
 
+def _leads_group(pid):
+    try:
+        return os.getpgid(pid) == pid
+    except OSError:  # it has ended
+        return False
+
+
 def _end_all(patience):
-    """Gives what runs so many seconds to end by itself."""
+    """Gives what runs so many seconds to end by itself, then kills it."""
     end = time.monotonic() + patience
-    while time.monotonic() < end:
-        _reap()
+    while _running() and time.monotonic() < end:
         time.sleep(0.02)
+        _reap()
     _kill_all()
+
+
+def _running():
+    return [pid for pid in _descendants(os.getpid()) if _state(pid) not in "XZ"]
 
 
 def _kill_all():
     """Kills all that this process has started, directly or not, until nothing of it runs."""
     for _ in range(100):
-        running = [pid for pid in _descendants(os.getpid()) if _state(pid) not in "XZ"]
+        running = _running()
         if not running:
             return
         for pid in running:
