@@ -259,10 +259,9 @@ class Trial:
     def purged(self):
         """Nobody gets in any more, without further ado; what it leaves of the users it says."""
         self.done("systemctl stop decoy-user decoy-root decoy-_dasunit receiver; "
-                  "rm -r /etc/norvasnmp/mapping.db")
+                  "rm /etc/norvasnmp/mapping.db")
         assert self.manager("snmpget", UP_TIME).count(" = ") == 1
         self.forget()
-        self.done(f"rm {SETTINGS}; rmdir --ignore-fail-on-non-empty /etc/norvasnmp")
 
     def forget(self):
         """The purge, and the commands that it prints."""
@@ -277,7 +276,7 @@ class Trial:
         """Those of the packages themselves, on a machine that has nothing of them."""
         self.apt("install", "/mnt/*_*.deb")
         print(self.done("/mnt/tests/service", timeout=120).replace("\n", "; "))
-        self.done("rm /etc/norvasnmp/mapping.db; rmdir --ignore-fail-on-non-empty /etc/norvasnmp")
+        self.done("rm /etc/norvasnmp/mapping.db")
         self.forget()
 
     def left_nothing(self):
