@@ -92,10 +92,19 @@ def test_counts_of_the_unit(served):
     served.ctl("remove-queue", "reply")
 
 
-def test_control_socket_of_the_command_line(served):
-    """Of more weight than that of the environment, also in front of the subcommand."""
-    result = served.run(served.build / "tools/dasunit/dasunit", "--control", "other", "ctl", "stats")
-    assert "socket other:" in result.stderr
+def test_command_line_of_the_unit(served):
+    """Its control socket counts more than that of the environment, also in front of the subcommand;
+    one unit listens at a socket; the command that ends one."""
+    program = served.build / "tools/dasunit/dasunit"
+    def says(*words):
+        result = served.run("timeout", "60", program, *words)
+        return result.returncode, result.stderr.strip().rpartition(": ")[2]
+    at_other = ("--control", "other")
+    assert says(*at_other, "ctl", "stats") == (2, "No such file or directory")
+    assert says("--objects", served.objects) == (2, "another unit listens here")
+    other = served.spawn("other", [program, *at_other, "--objects", served.objects])
+    assert says(*at_other, "ctl", "--wait", "10", "quit") == (0, "")
+    assert other.wait(10) == 0
 
 
 def test_queues_removed_between_requests(served):

@@ -103,7 +103,7 @@ def test_inherited_descriptors(ready):
 
 def test_master_restarted_and_interrupt(ready):
     """Objects come back by themselves. Other signals than SIGTERM leave their usual effect."""
-    ready.start_agent()
+    ready.start_agent(prefix=["env", "--default-signal=INT"])  # which the tests' parent may ignore
     for _ in range(3):
         ready.master.kill()
         ready.start_master()

@@ -288,7 +288,7 @@ def test_decode_while_the_agent_waits():
     """Each frame is told as soon as it is there: a silent unit leaves a request without an answer."""
     name = '0x0502 "Downlink Attenuation"'
     event = bytes.fromhex("000000020000000000050230").ljust(213, b"\0").hex(" ")
-    with subprocess.Popen([TOOL, "decode", SAMPLE], stdin=subprocess.PIPE,
+    with subprocess.Popen(["timeout", "60", TOOL, "decode", SAMPLE], stdin=subprocess.PIPE,
                           stdout=subprocess.PIPE, text=True) as decode:
         for piece, lines in [
                 ("be careful\n\n 1.2.3\n", ["be careful", "", " 1.2.3"]),
@@ -352,6 +352,7 @@ def test_module_of_the_sample(world, module_directory):
     before = norvamap("mib", changed).splitlines()
     after = norvamap("mib", world.make_database(
         scalar_row(0x0999, 50, name="New Object"), base=changed)).splitlines()
+    assert "OTHER-MIB DEFINITIONS ::= BEGIN" in norvamap("mib", changed, "--module", "OTHER-MIB")
     remaining = iter(after)
     assert all(line in remaining for line in before)
     assert len(after) == len(before) + 9
@@ -378,7 +379,7 @@ def test_diff(world):
     new = world.make_database(
         *LOOSE, scalar(0x0502, 4, "1"), scalar(0x0504, 9, "2004"), scalar(0x0309, 3, "42"),
         scalar(0x0306, 8, "60"), scalar(0x0301, 11, "Board Heat"), scalar_row(0x0999, 50, name="New"),
-        f"DELETE FROM main.{SCALARS} WHERE c0 = '0307'",
+        f"DELETE FROM main.{SCALARS} WHERE c0 = '0307'", scalar(0x0308, 0, "0998"),
         f"DELETE FROM main.{CELLS} WHERE c5 = '.10.2' AND c2 = '8'", base=False)
     old = world.make_database(*LOOSE, base=False)
     changes = {(change["oid"].removeprefix(ROOT + "."), change["change"], change["breaks"]):
@@ -391,6 +392,7 @@ def test_diff(world):
         ("1.1.4.6.0", "moved", True): (f"to {ROOT}.1.1.4.60.0", 1),
         ("1.1.4.1.0", "name", True): ('-> "Board Heat"', 1),
         ("1.1.1.50.0", "added", False): ("object 0x0999", 1),
+        ("1.1.4.8.0", "replaced", True): ("shows another device object", 1),
         ("1.1.4.7.0", "removed", True): ("object 0x0307", 1),
         ("10.2.1.8.1.0", "removed", True): ("cells", 32)}
     assert norvamap("diff", old, old) == ""
@@ -400,8 +402,9 @@ def test_diff(world):
 
 
 def test_nothing_is_written(world):
-    """Not even what SQLite itself puts in order: here a log that another program left behind."""
-    left = world.directory / "left.db"
+    """Not even what SQLite itself puts in order: here a log that another program left behind. Nor
+    elsewhere: the name's # begins no options."""
+    left = world.directory / "le#ft.db"
     writer = sqlite3.connect(world.make_database(*LOOSE[:2], base=False))
     writer.execute("PRAGMA journal_mode = WAL")
     writer.execute(scalar_row(0x0101, 1))
@@ -410,9 +413,23 @@ def test_nothing_is_written(world):
     for end in ("", "-wal"):
         shutil.copy(source + end, f"{left}{end}")
     writer.close()
-    before = [(path.name, path.read_bytes()) for path in (left, left.with_name("left.db-wal"))]
+    before = [(path.name, path.read_bytes()) for path in (left, left.with_name("le#ft.db-wal"))]
     assert "0x0101" in norvamap("list", left)
     assert [(name, (world.directory / name).read_bytes()) for name, _ in before] == before
+    assert not (world.directory / "le").exists()
+
+
+def test_output():
+    """Lines of CSV, colours of frames on a terminal, a full disk."""
+    csv = subprocess.run([TOOL, "list", SAMPLE, "--format", "csv"], capture_output=True,
+                         check=True).stdout
+    assert csv.count(b"\r\n") == csv.count(b"\n") > 500
+    shown = subprocess.run(["script", "-qec", f"echo 12 04 10 01 02 05 fe | {TOOL} decode {SAMPLE}",
+                            "/dev/null"], capture_output=True, text=True, check=True).stdout
+    assert re.search("\033\\[36mgot  0x0502 .*\033\\[0m", shown)
+    full = subprocess.run(f"{TOOL} list {SAMPLE} > /dev/full", shell=True, stderr=subprocess.PIPE,
+                          text=True, check=False)
+    assert (full.returncode, full.stderr) == (2, "norvamap: output: No space left on device\n")
 
 
 @pytest.mark.parametrize("sql, said", [
@@ -446,10 +463,10 @@ def test_mappings_that_take_long(world):
         f"norvamap: {view}: {SCALARS} is a view, a table is needed\n")
     assert norvamap("list", many, status=2).endswith(
         f"norvamap: {many}: {CELLS} has more than 200000 rows, which are not read\n")
-    reading = subprocess.Popen([TOOL, "list", slow], stderr=subprocess.PIPE, text=True)
-    said = reading.stderr.readline()
-    reading.kill()
-    reading.communicate()
+    with subprocess.Popen(["timeout", "90", TOOL, "list", slow], stdout=subprocess.DEVNULL,
+                          stderr=subprocess.PIPE, text=True) as reading:
+        said = reading.stderr.readline()
+        reading.terminate()
     assert said == f"norvamap: reading {SCALARS} of {slow} ...\n"
     world.serve(database=view, wait=False)
     world.wait_output(f"still reading {SCALARS} of {view}\n", 90)
