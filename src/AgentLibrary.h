@@ -11,6 +11,7 @@
 #include <net-snmp/net-snmp-includes.h>
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 #include <net-snmp/agent/agent_callbacks.h>
+#include <net-snmp/agent/agent_sysORTable.h>
 #include <net-snmp/library/large_fd_set.h>
 #include <net-snmp/library/fd_event_manager.h>
 // clang-format on

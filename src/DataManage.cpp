@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "AgentStatistics.h"
 #include "ObjInfo.h"
 #include "ObjectProtocol.h"
 #include "Output.h"
@@ -41,7 +42,7 @@ DataManage::~DataManage() {
 std::unique_lock<std::mutex> DataManage::lockUnit(std::uint16_t oid) {
   std::unique_lock lock(_mutex, std::try_to_lock);
   if (lock.owns_lock()) return lock;
-  const unsigned before = _timeouts;
+  const unsigned before = timeouts();
   lock.lock();
   // The other thread has found the unit silent: that time was waited here too.
   if (isSilentSince(before, oid)) lock.unlock();
@@ -49,7 +50,7 @@ std::unique_lock<std::mutex> DataManage::lockUnit(std::uint16_t oid) {
 }
 
 bool DataManage::isSilentSince(unsigned timeouts, std::uint16_t oid) const {
-  if (_timeouts == timeouts) return false;
+  if (this->timeouts() == timeouts) return false;
   Output::print("object 0x%04x: not asked for, the unit is silent\n", oid);
   return true;
 }
@@ -66,6 +67,7 @@ int DataManage::getObjValue(std::uint16_t oid, ObjValue& record) {
 int DataManage::tryGet(std::uint16_t oid, ObjValue& record) {
   const auto lock = lockUnit(oid);
   if (!lock.owns_lock()) return kFailed;
+  UnitExchange exchange(AgentStatistics::get().unitReads);
   const GetRequest request = encodeGetRequest(oid);
   _pComPortAdapter->flush();
   if (_pComPortAdapter->write(request.data(), request.size()) == -1) {
@@ -75,9 +77,10 @@ int DataManage::tryGet(std::uint16_t oid, ObjValue& record) {
   alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kGetReplyLimit];
   if (const int error = awaitReply(kCommandGetReply, oid, reply, kGetReplyLimit); error != 0) {
     Output::puts("DataManage::getObjValue  readData error!");
-    afterFailedRead(oid, error);
+    afterFailedRead(oid, error, exchange);
     return error;
   }
+  exchange.replied();
   const GetReplyHeader header = decodeGetReplyHeader(reply);
   if (header.command != kCommandGetReply) {
     Output::print("ERR: DatabaseFacade::select:  error!  cmd=%x  oid=0x%04x\n", header.command,
@@ -90,6 +93,7 @@ int DataManage::tryGet(std::uint16_t oid, ObjValue& record) {
     Output::puts("ERR: DatabaseFacade::select: type unsupported!");
     return kFailed;
   }
+  exchange.succeeded();
   return 0;
 }
 
@@ -110,16 +114,20 @@ WriteResult DataManage::write(std::uint16_t oid, const ObjValue& record) {
     if (!isSetLength(record.objLen())) line.text("\nDataManage::setObjValue error obj type!");
     line.print();
   }
+  UnitExchange exchange(AgentStatistics::get().unitWrites);
   SetRequest request;
   const std::size_t size = encodeSetRequest(oid, record, request);
   _pComPortAdapter->flush();
   _pComPortAdapter->write(request.data(), size);
   alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kSetReplyLimit];
   if (const int error = awaitReply(kCommandSetReply, oid, reply, kSetReplyLimit); error != 0) {
-    afterFailedRead(oid, error);
+    afterFailedRead(oid, error, exchange);
     return error == ETIMEDOUT ? WriteResult::kUnanswered : WriteResult::kRefused;
   }
-  return reply[kFrameCommand] == kCommandSetReply ? WriteResult::kDone : WriteResult::kRefused;
+  exchange.replied();
+  if (reply[kFrameCommand] != kCommandSetReply) return WriteResult::kRefused;
+  exchange.succeeded();
+  return WriteResult::kDone;
 }
 
 int DataManage::awaitReply(Command awaited, std::uint16_t oid, std::uint8_t* reply,
@@ -139,12 +147,15 @@ bool DataManage::isLate(const std::uint8_t* reply, Command awaited, std::uint16_
   return header.command == kCommandSetReply && awaited != kCommandSetReply;
 }
 
-void DataManage::afterFailedRead(std::uint16_t oid, int error) {
+void DataManage::afterFailedRead(std::uint16_t oid, int error, const UnitExchange& exchange) {
   if (error == ETIMEDOUT) {
-    ++_timeouts;
+    AgentStatistics::get().unitTimeouts.add();
     Output::print("object 0x%04x: no reply of the unit in time\n", oid);
-  } else if (error == E2BIG && _pComPortAdapter->dropReply()) {
-    Output::puts("reply too large to receive, taken off the queue");
+  } else if (error == E2BIG) {
+    exchange.replied();
+    if (_pComPortAdapter->dropReply()) {
+      Output::puts("reply too large to receive, taken off the queue");
+    }
   }
 }
 

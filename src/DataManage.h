@@ -19,6 +19,7 @@
 #include <memory>
 #include <mutex>
 
+#include "AgentStatistics.h"
 #include "ComPortAdapter.h"
 #include "DeviceForm.h"
 #include "ObjValue.h"
@@ -77,7 +78,7 @@ class DataManage {
   /// ends.
   void limitWaits(std::chrono::seconds limit);
   /// Number of requests that the limit has ended. Any thread.
-  unsigned timeouts() const { return _timeouts; }
+  unsigned timeouts() const { return AgentStatistics::get().unitTimeouts.value(); }
   /// Whether one has ended since `timeouts` was that. Then `oid` need not be asked for, which is
   /// printed. Any thread.
   bool isSilentSince(unsigned timeouts, std::uint16_t oid) const;
@@ -127,13 +128,12 @@ class DataManage {
   bool isLate(const std::uint8_t* reply, Command awaited, std::uint16_t oid) const;
   /// After a read that failed with `error`: counts a silent unit, and takes a reply that is too
   /// large off the queue, where it would fail every later read too. Either is reported.
-  void afterFailedRead(std::uint16_t oid, int error);
+  void afterFailedRead(std::uint16_t oid, int error, const UnitExchange& exchange);
 
   std::mutex _mutex;  // guards the channel's request and reply queues
   ReplyTimer _replyTimer{kReplyQueueKey};
   std::unique_ptr<ComPortAdapter> _pComPortAdapter;
   const std::unique_ptr<SnmpObjConvertStrategy> _pConvertStrategy;
-  std::atomic<unsigned> _timeouts = 0;
   std::atomic<bool> _isStarting = true;
   static inline bool _matchesReplies = false;
 };

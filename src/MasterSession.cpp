@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 
+#include <atomic>
 #include <utility>
 
 #include "AgentLibrary.h"
+#include "AgentStatistics.h"
 #include "AgentXStream.h"
 #include "NotificationQueue.h"
 #include "Output.h"
@@ -26,6 +28,7 @@ struct State {
   decltype(netsnmp_transport::f_send) send = nullptr;
   AgentXStream received;
   std::uint32_t lastNotification = 0;
+  std::atomic<bool> isOpen = false;
 };
 
 State state;
@@ -74,6 +77,8 @@ int sessionStarted(int, int, void* started, void*) {
     state.send = std::exchange(transport->f_send, watchSent);
   }
   state.received = AgentXStream();
+  state.isOpen = true;
+  AgentStatistics::get().masterSessions.add();
   // A program that is started and stays must not keep the connection of an agent that has ended.
   fcntl(transport->sock, F_SETFD, FD_CLOEXEC);
   state.notifications->sessionStarted();
@@ -82,6 +87,7 @@ int sessionStarted(int, int, void* started, void*) {
 
 int sessionStopped(int, int, void*, void*) {
   state.transport = nullptr;
+  state.isOpen = false;
   state.notifications->sessionEnded();
   return 0;
 }
@@ -98,6 +104,10 @@ void MasterSession::follow(NotificationQueue& notifications) {
 
 std::uint32_t MasterSession::lastNotification() {
   return std::exchange(state.lastNotification, 0);
+}
+
+bool MasterSession::isOpen() {
+  return state.isOpen;
 }
 
 void MasterSession::cut() {

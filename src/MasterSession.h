@@ -18,6 +18,9 @@ class MasterSession {
   /// init_snmp. Not owned.
   static void follow(NotificationQueue& notifications);
 
+  /// Whether there is a session. Any thread.
+  static bool isOpen();
+
   /// Packet id under which the library sent the last notification, 0 if it sent none since the last
   /// call.
   static std::uint32_t lastNotification();

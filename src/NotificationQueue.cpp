@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "AgentStatistics.h"
 #include "Output.h"
 
 namespace norva {
@@ -22,6 +23,11 @@ NotificationQueue& NotificationQueue::getInstance() {
 void NotificationQueue::setCapacity(std::size_t capacity) {
   const std::lock_guard lock(_mutex);
   _capacity = capacity;
+}
+
+std::size_t NotificationQueue::size() {
+  const std::lock_guard lock(_mutex);
+  return held();
 }
 
 void NotificationQueue::useFile(BacklogFile* file, std::uint32_t lastSequence) {
@@ -87,6 +93,7 @@ void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
 }
 
 void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry, std::size_t most) {
+  AgentStatistics::get().notificationsTaken.add();
   if (held() == 0) madeProgress();
   const bool isKept = !entry.isHeartbeat && entry.slot == BacklogFile::kNoSlot;
   if (_file != nullptr && isKept) {
@@ -116,6 +123,7 @@ void NotificationQueue::dropOldest() {
   } else {
     number(oldest);
     ++_dropped;
+    AgentStatistics::get().notificationsDropped.add();
     if (_file != nullptr) _file->drop(oldest.slot);
   }
   _waiting.pop_front();
@@ -169,6 +177,7 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
     dropped = std::exchange(_dropped, 0);
     _owed.push_back(std::move(_waiting.front()));
     _waiting.pop_front();
+    if (_owed.back().sequence != 0) AgentStatistics::get().notificationsRepeated.add();
     number(_owed.back());
     _owedBytes += _owed.back().textSize();
     settle(_owed.back(), Fate::kTaken);
@@ -198,8 +207,10 @@ void NotificationQueue::sent(std::uint32_t id) {
     if (_owed.empty()) return;
     if (_connected && id != 0) {
       _owed.back().packet = id;
+      AgentStatistics::get().notificationsSent.add();
       return;
     }
+    AgentStatistics::get().notificationsDropped.add();
     if (_connected) {
       unsent = _owed.back().sequence;
     } else {
@@ -218,6 +229,8 @@ void NotificationQueue::acknowledged(std::uint32_t id, unsigned error) {
         std::find_if(_owed.begin(), _owed.end(), [id](const Entry& e) { return e.packet == id; });
     if (entry == _owed.end()) return;
     sequence = entry->sequence;
+    auto& statistics = AgentStatistics::get();
+    (error == 0 ? statistics.notificationsAcknowledged : statistics.notificationsDropped).add();
     madeProgress();
     remove(entry);
   }

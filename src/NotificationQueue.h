@@ -89,6 +89,9 @@ class NotificationQueue {
   /// was taken. One thread.
   bool pushHeartbeat(Notification notification);
 
+  /// Notifications that wait, or were sent and are not yet acknowledged. Any thread.
+  std::size_t size();
+
   /// Waits, at most for `limit`, until all has left and was acknowledged, or there is no session
   /// for it to leave in. Heartbeats are given up from now on. Any thread.
   void drain(std::chrono::milliseconds limit);

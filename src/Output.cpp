@@ -11,6 +11,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "AgentStatistics.h"
+
 namespace norva {
 
 namespace {
@@ -81,13 +83,13 @@ void Output::write(std::string_view text, std::string_view end) {
   _lineIsOpen = (end.empty() ? text : end).back() != '\n';
   if (_dropped > 0) {
     if (!startsLine || !hasRoom(kCapacity / 2) || _notice.count > 0) {
-      _dropped += size;
+      drop(size);
       return;
     }
     appendNotice();
   }
   if (!hasRoom(size)) {
-    _dropped = size;
+    drop(size);
     return;
   }
   _pending.append(text).append(end);
@@ -116,8 +118,12 @@ void Output::appendNotice() {
 }
 
 std::size_t Output::Notice::lost(std::size_t from, std::size_t size) const {
-  if (count == 0 || from >= end) return size - from;
-  return size - from - (end - std::max(from, begin)) + count;
+  return size - from - (from < end ? end - std::max(from, begin) : 0);
+}
+
+void Output::drop(std::size_t size) {
+  _dropped += size;
+  AgentStatistics::get().outputBytesDropped.add(static_cast<std::uint32_t>(size));
 }
 
 std::size_t Output::writeAll(std::string_view text) const {
@@ -144,7 +150,8 @@ bool Output::takeAndWrite(std::unique_lock<std::mutex>& lock) {
   lock.lock();
   if (written > 0) _writtenLineIsOpen = _writing[written - 1] != '\n';
   if (written < size) {
-    _dropped += notice.lost(written, size) + _notice.lost(0, _pending.size());
+    drop(notice.lost(written, size) + _notice.lost(0, _pending.size()));
+    _dropped += notice.untold(written) + _notice.untold(0);
     _pending.clear();
     _notice = {};
     _keptLineIsOpen = _writtenLineIsOpen;

@@ -72,12 +72,15 @@ class Output : private Worker {
   /// False when something could not be written; what was printed meanwhile is dropped with it.
   bool takeAndWrite(std::unique_lock<std::mutex>& lock);
   void appendNotice();
+  void drop(std::size_t size);
 
   /// The line about dropped bytes, within the text that waits; `count` is 0 where there is none.
   struct Notice {
     std::size_t begin = 0, end = 0, count = 0;
-    /// Bytes lost with a text of `size` bytes from `from` on: a notice counts as what it tells of.
+    /// Bytes lost with a text of `size` bytes from `from` on, the notice's own left out.
     std::size_t lost(std::size_t from, std::size_t size) const;
+    /// What is not told then.
+    std::size_t untold(std::size_t from) const { return from < end ? count : 0; }
   };
   /// Releases the lock and waits, without limit if `milliseconds` is negative.
   void waitToBeWoken(std::unique_lock<std::mutex>& lock, int milliseconds) const;

@@ -1,9 +1,11 @@
 #include "ScalarRegistration.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "AgentLibrary.h"
 #include "Output.h"
+#include "RegisteredObjects.h"
 #include "ServedObjects.h"
 #include "SnmpAgentX.h"
 
@@ -38,6 +40,9 @@ void registerScalars(std::vector<SnmpObjRecord>& objects, const std::vector<oid>
     object.magic = static_cast<std::uint8_t>(i + 1);
     if (verdicts[i].state == ScalarState::kServed) {
       entries.push_back(registrationEntry(object));
+      Oid place(root.begin(), root.end());
+      place.insert(place.end(), object.oidSuffix.begin(), object.oidSuffix.end());
+      RegisteredObjects::get().addScalar(std::move(place));
     } else if (verdicts[i].state == ScalarState::kSubIdentifier) {
       Output::print("scalar object 0x%04x is not served: a sub-identifier is above %u\n",
                     object.objId, kMaxSubIdentifier);

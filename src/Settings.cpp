@@ -75,6 +75,10 @@ void parseTrace(const char* token, char* line) {
   parseYesOrNo(token, line, settings.trace);
 }
 
+void parseAgentObjects(const char* token, char* line) {
+  parseYesOrNo(token, line, settings.agentObjects);
+}
+
 struct Token {
   const char* name;
   void (*parse)(const char* token, char* line);
@@ -87,6 +91,7 @@ constexpr Token kTokens[] = {
     {"norvaTrace", parseTrace, "yes|no"},
     {"norvaBacklog", parseBacklog, "NOTIFICATIONS"},
     {"norvaBacklogFile", parseBacklogFile, "PATH"},
+    {"norvaAgentObjects", parseAgentObjects, "yes|no"},
 };
 
 void readFile(std::string& name) {

@@ -22,6 +22,8 @@ struct Settings {
   std::size_t backlog = 1000;
   /// norvaBacklogFile: where they are kept across the agent's own end; empty: nowhere.
   std::string backlogFile;
+  /// norvaAgentObjects: whether the agent's own objects are served.
+  bool agentObjects = false;
 
   static const Settings& get();
 

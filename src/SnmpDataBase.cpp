@@ -1,9 +1,11 @@
 #include "SnmpDataBase.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "MappingLoader.h"
 #include "Output.h"
+#include "ServedObjects.h"
 #include "Sqlite3.h"
 
 #ifdef __GLIBC__
@@ -110,6 +112,16 @@ int SnmpDataBase::getTableColumns(const std::string& ancestorNode,
     _tableObjects.copy(*cell, out.emplace_back());
   }
   return 0;
+}
+
+std::size_t SnmpDataBase::countCells(const std::string& ancestorNode, std::uint32_t last) const {
+  const std::lock_guard lock(_lock);
+  const auto& cells = _tableObjects.all();
+  return static_cast<std::size_t>(std::count_if(cells.begin(), cells.end(), [&](const auto& entry) {
+    const CellKey& key = entry.first;
+    return *key.node == ancestorNode && key.row >= 1 && key.row <= kTableRows &&
+           key.column > kIndexColumn && key.column <= last;
+  }));
 }
 
 int SnmpDataBase::getTableAncestorNodes(std::vector<AncestorNodeEntry>& out) const {

@@ -8,6 +8,7 @@
 #ifndef NORVA_SNMP_DATA_BASE_H_
 #define NORVA_SNMP_DATA_BASE_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -52,6 +53,9 @@ class SnmpDataBase {
 
   /// All cells of row 1 of one table, by ascending column; always 0.
   int getTableColumns(const std::string& ancestorNode, std::vector<SnmpTableObjRecord>& out) const;
+
+  /// Number of cells of one table that managers reach, up to column `last`.
+  std::size_t countCells(const std::string& ancestorNode, std::uint32_t last) const;
 
   /// One entry per table in load order, replacing `out`; -1 when there are none.
   int getTableAncestorNodes(std::vector<AncestorNodeEntry>& out) const;

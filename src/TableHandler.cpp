@@ -9,6 +9,7 @@
 #include "OidPrefix.h"
 #include "OneLine.h"
 #include "Output.h"
+#include "RegisteredObjects.h"
 #include "ServedObjects.h"
 #include "SetValue.h"
 #include "Settings.h"
@@ -165,7 +166,10 @@ void registerTable(TableClassState& state, const std::vector<oid>& node) {
   if (state.catalogue->getTableColumns(state.ancestorNode, columns) == -1) return;
   table->max_column = lastColumn(columns.size());
   iterator->table_reginfo = table;
-  netsnmp_register_table_iterator(registration, iterator);
+  if (netsnmp_register_table_iterator(registration, iterator) != MIB_REGISTERED_OK) return;
+  RegisteredObjects::get().addTable(
+      {node.begin(), node.end()},
+      state.catalogue->countCells(state.ancestorNode, table->max_column));
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <string>
 
 #include "AgentLibrary.h"
+#include "AgentObjects.h"
 #include "BacklogFile.h"
 #include "DataManage.h"
 #include "LibraryGate.h"
@@ -22,6 +23,8 @@
 #include "NotificationSender.h"
 #include "ObjectAccess.h"
 #include "Output.h"
+#include "RegisteredObjects.h"
+#include "ServiceStatus.h"
 #include "Settings.h"
 #include "SnmpEventNotify.h"
 #include "SnmpdManager.h"
@@ -199,6 +202,8 @@ void openLibraryGate() {
 void registerObjects() {
   MasterAgent::getInstance()->initNormalObj();
   MasterAgent::getInstance()->initTableObj();
+  if (Settings::get().agentObjects) registerAgentObjects();
+  RegisteredObjects::get().complete();
 }
 
 /// The file in which alarms outlive the agent, if the settings name one and there is anything to
@@ -305,6 +310,7 @@ int main(int argc, char** argv) {
   norva::validateOptions(options, argv[0]);
 
   norva::Termination::beforeStartUp();
+  norva::ServiceStatus::follow(options.database, options.transport);
   // A reader of standard output that goes away must not end the agent, nor a master that closes
   // the session while something is sent to it.
   signal(SIGPIPE, SIG_IGN);

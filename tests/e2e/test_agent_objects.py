@@ -1,0 +1,189 @@
+"""What the agent tells of itself: its own objects, and its lines to a service manager."""
+
+import re
+import signal
+import socket
+import time
+
+import pytest
+
+from receiver import V2C_SINK, Receiver
+from world import ROOT, SOURCE, cell_row, empty_schema, scalar_row, wait_until
+
+BASE = ROOT.rpartition(".")[0] + ".9"
+MODULE = SOURCE / "mibs/NORVA-AGENT-MIB.txt"
+NAMES = re.findall(r"^(norva\w+) OBJECT-TYPE", MODULE.read_text(), re.M)
+OR_ID = ".1.3.6.1.2.1.1.9.1.2"
+FIRST = f"{ROOT}.1.1.1.1.0"
+ROWS = [scalar_row(0x0403, 1, name="Alarm"), scalar_row(0x0101, 2), cell_row(0x0200),
+        cell_row(0x0201, 3), cell_row(0x0202, 3, 33)]
+OBJECTS = "0x0403 unsigned 1 rw 0\n0x0101 unsigned 2 rw 7\n0x0200 unsigned 1 rw 1\n"
+
+
+def own(world, timeout=10):
+    """The agent's own objects by name."""
+    found = world.get(*[f"{BASE}.{n}.0" for n in range(1, len(NAMES) + 1)], timeout=timeout)
+    assert "noSuchObject" not in {bound.type for bound in found}
+    return {name.removeprefix("norva"): bound.value if bound.type in ("STRING", "INTEGER")
+            else int(re.search(r"\d+", bound.value)[0]) for name, bound in zip(NAMES, found)}
+
+
+def start(world, *settings):
+    """Two scalars and a table of two cells, served, with a receiver."""
+    world.start_unit(OBJECTS)
+    receiver = Receiver(world)
+    world.start_master(V2C_SINK + "agentXTimeout 15\nagentXRetries 0\n")
+    world.settings("norvaAgentObjects yes", *settings)
+    world.start_agent(database=database(world))
+    return receiver
+
+
+def database(world, rows=ROWS):
+    return world.make_database(*empty_schema(), *rows, base=False)
+
+
+def counted(world):
+    """The unit's own count of what it was asked for."""
+    lines = world.ctl("stats").split("\n")
+    return {name: int(count) for name, count in map(str.split, filter(None, lines))}
+
+
+def test_counts(world):
+    receiver = start(world, "norvaDeviceTimeout 3")
+    world.get(FIRST, f"{ROOT}.1.1.1.2.0")
+    world.set(f"{ROOT}.1.1.1.2.0", "i", 9)
+    for _ in range(3):
+        world.ctl("alarm", "raise", "0x0403")
+    receiver.wait(3)
+
+    def agreed():
+        """The agent's counts, as soon as they are the unit's own."""
+        now, unit = own(world), counted(world)
+        asked = [now[f"Unit{what}"] for what in ("Reads", "Writes", "Failures")]
+        return asked == [unit["gets"], unit["sets"], unit["refused"]] and now
+
+    now = wait_until(agreed, 30, "the unit's and the agent's counts agree")
+    assert re.fullmatch(r"\d+\.\d+\.\d+", now["AgentVersion"])
+    assert (now["AgentScalars"], now["AgentTables"], now["AgentCells"]) == (2, 1, 2)
+    assert (now["UnitWrites"], now["UnitTimeouts"], now["MasterSessions"]) == (1, 0, 1)
+    assert [now[f"Notifications{what}"] for what in (
+        "Taken", "Sent", "Acknowledged", "Repeated", "Dropped", "Waiting")] == [3, 3, 3, 0, 0, 0]
+    assert now["OutputBytesDropped"] == 0
+    assert 0 < now["AgentUpTime"] < 100 * 120
+
+    # A silent unit, and one that lies.
+    world.hang(FIRST).wait()
+    before = world.ctl("stats")
+    silent = own(world)
+    assert world.ctl("stats") == before, "the unit was not asked"
+    assert (silent["UnitFailures"], silent["UnitTimeouts"]) == (now["UnitFailures"] + 1, 1)
+    assert silent["UnitSinceLastReply"] >= 3000
+    world.ctl("fault", "none")
+    world.ctl("fault", "delay", "300", "--count", "1")
+    world.get(FIRST)
+    world.ctl("fault", "wrong-command", 119, "--count", "1")
+    assert world.get(FIRST)[0].value is None
+    after = own(world)
+    assert (after["UnitFailures"], after["UnitTimeouts"]) == (now["UnitFailures"] + 2, 1)
+    assert 300 <= after["UnitSlowestReply"] < 3000
+    assert after["UnitSinceLastReply"] < silent["UnitSinceLastReply"]
+
+
+def test_counts_of_an_outage_of_the_master(world):
+    receiver = start(world, "norvaBacklog 2")
+    world.master.signal(signal.SIGKILL)
+    world.master.wait()
+    for _ in range(5):
+        world.ctl("alarm", "raise", "0x0403")
+    wait_until(lambda: world.agent_output().count("New Alarm, name") == 5, what="all taken")
+    world.start_master(V2C_SINK)
+    receiver.wait(2)
+    now = wait_until(lambda: own(world), 30)
+    assert now["MasterSessions"] == 2
+    assert (now["NotificationsTaken"], now["NotificationsDropped"]) == (5, 3)
+
+
+def test_entry_in_the_masters_table(world):
+    start(world)
+    assert BASE in [bound.value for bound in world.walk(OR_ID)]
+    world.agent.kill()
+    wait_until(lambda: BASE not in [bound.value for bound in world.walk(OR_ID)], what="it is gone")
+
+
+@pytest.mark.parametrize("setting, root, line", [
+    ("norvaAgentObjects no", ROOT, None),
+    # The unit's tree lies over them.
+    ("norvaAgentObjects yes", BASE, "the agent's own objects are not served"),
+])
+def test_not_served(world, setting, root, line):
+    world.start_unit(OBJECTS + f'0x80ba text 40 ro "{root}"\n')
+    world.start_master()
+    world.settings(setting)
+    world.start_agent(database=database(world), wait=False)
+    world.wait_served(root)
+    assert world.get(f"{root}.1.1.1.2.0")[0].value == 7
+    assert world.get(f"{BASE}.1.0")[0].value is None
+    assert line is None or line in world.agent_output()
+
+
+def test_served_without_a_mapping(world):
+    world.start_unit(OBJECTS)
+    world.start_master()
+    world.settings("norvaAgentObjects yes")
+    world.start_agent(database=database(world, rows=[]), wait=False)
+    world.wait_served(BASE)
+    assert own(world)["AgentScalars"] == 0
+
+
+class ServiceManager:
+    """What the agent tells, in a socket as systemd has it."""
+
+    def __init__(self, world):
+        self.path = world.directory / "notify"
+        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self._socket.bind(str(self.path))
+        self._socket.settimeout(90)
+        self.told = []
+
+    def wait(self, message):
+        while not self.told or self.told[-1] != message:
+            self.told.append(self._socket.recv(4096).decode())
+        return self.told
+
+
+def test_lines_to_the_service_manager(world):
+    service = ServiceManager(world)
+    world.settings("norvaDeviceTimeout 1")
+    began = time.monotonic()
+    world.start_agent(database=database(world), env={"NOTIFY_SOCKET": str(service.path)}, wait=False)
+    service.wait("READY=1\nSTATUS=waiting for the unit: its control process does not answer")
+    assert 9 < time.monotonic() - began
+    world.start_unit(OBJECTS)
+    service.wait(f"STATUS=no master agent at {world.socket}")
+    world.start_master()
+    service.wait("STATUS=serving 2 scalars and 2 cells")
+    world.hang(FIRST)
+    service.wait("STATUS=the unit is silent; serving 2 scalars and 2 cells")
+    world.ctl("fault", "none")
+    world.get(FIRST)
+    service.wait("STATUS=serving 2 scalars and 2 cells")
+    world.master.kill()
+    told = service.wait(f"STATUS=no master agent at {world.socket}")
+    assert not [line for line, next_ in zip(told, told[1:]) if line == next_]
+    assert ["READY" in line for line in told].count(True) == 1
+
+
+def test_ready_at_once_and_what_is_missing(world):
+    service = ServiceManager(world)
+    world.start_unit(OBJECTS)
+    world.start_master()
+    environment = {"NOTIFY_SOCKET": str(service.path)}
+    world.start_agent(database=database(world),
+                      env=environment)
+    service.wait("READY=1\nSTATUS=serving 2 scalars and 2 cells")
+    world.agent.kill()
+    garbage = world.directory / "garbage.db"
+    garbage.write_text("no database")
+    world.start_agent(database=garbage, env=environment, wait=False)
+    service.wait("READY=1\nSTATUS=nothing to serve: no object found in the mapping database "
+                 f"{garbage}")
