@@ -67,7 +67,8 @@ def test_omitted_name_and_address_are_accepted(world):
 
 
 def test_empty_name(world):
-    """No settings are read: there is no file of that name."""
+    """No settings are read: there is no file of that name. The master is at a TCP address."""
+    world.socket = "tcp:127.0.0.1:705"
     world.start_unit(f'0x80ba text 64 ro "{ROOT}"\n')
     world.start_master()
     world.start_agent(["-X", "-d", world.database, "-x", world.socket, "-n", ""])

@@ -111,19 +111,25 @@ def test_agent_ends_and_its_master_stays(unit):
 
 
 def test_managers(unit):
-    """Many requests are no reason to restart; alarms reach the receivers."""
+    """Many requests are no reason to restart; alarms reach the receivers. What is changed in the
+    master's configuration counts after its SIGHUP."""
     assert len(unit.walk()) > 500
+    with open(unit.conf, "a") as configuration:
+        configuration.write("sysContact operator\n")
+    unit.inside("kill -HUP $(pgrep -x --runstates D,R,S snmpd)")
+    wait_until(lambda: unit.get(".1.3.6.1.2.1.1.4.0")[0].value == "operator", what="the new contact")
+    unit.wait_served()
     assert len(unit.path(LOG).read_text()) < 1000, "a restart every few hundred requests"
     assert_notified(unit, "first")
 
 
 def test_finding_in_the_log(unit):
-    """Also behind a line of 255 characters. One restart, a log that has a name, and served again
-    without help; alarms of the time between are not lost."""
+    """Also behind a line of 255 characters, and where the master has ended. One restart, a log that
+    has a name, and served again without help; alarms of the time between are not lost."""
     before, done = unit.masters(), len(unit.commands())
+    unit.inside(f"kill -KILL {' '.join(before)}")
     with open(unit.path(LOG), "a") as log:
         log.write("x" * 255 + "\n" + FINDING)
-    wait_until(lambda: unit.masters() != before, 15, "the end of the master")
     flood = unit.flood(60)  # twice as many datagrams, which the receiver's socket holds
     unit.wait_restarted(before)
     assert unit.commands()[done:] == [KILL, f"rm {LOG}", "sync"]
