@@ -274,7 +274,7 @@ void NotificationQueue::sessionEnded() {
     std::move(_owed.rbegin(), _owed.rend(), std::front_inserter(_waiting));
     for (const Entry& entry : _waiting) settle(entry, Fate::kGivenUp);
     std::erase_if(_waiting, [](const Entry& entry) { return entry.isHeartbeat; });
-    while (_waiting.size() > _capacity) dropOldest();
+    // What is too much goes with the next alarm, if one comes before there is a session again.
   }
   _owed.clear();
   _owedBytes = 0;
