@@ -192,7 +192,7 @@ const NotificationQueue::Numbered* NotificationQueue::take() {
   return &_owed.back();
 }
 
-void NotificationQueue::remove(std::deque<Entry>::const_iterator entry) {
+void NotificationQueue::remove(const std::deque<Entry>::const_iterator& entry) {
   _owedBytes -= entry->textSize();
   if (_file != nullptr) _file->drop(entry->slot);
   _owed.erase(entry);

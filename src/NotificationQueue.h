@@ -152,7 +152,7 @@ class NotificationQueue {
   void append(std::unique_lock<std::mutex>& lock, Entry entry, std::size_t most);
   void dropOldest();
   /// Of what is owed, for good.
-  void remove(std::deque<Entry>::const_iterator entry);
+  void remove(const std::deque<Entry>::const_iterator& entry);
   /// What becomes of `entry`, for the producer that waits if it is a heartbeat.
   void settle(const Entry& entry, Fate fate);
   /// Wakes producers once they find more than a little room.
