@@ -29,6 +29,7 @@ class Results:
         self.passed = self.failed = self.skipped = 0
         self.failures = []
         self._begun = None
+        self._steps = []  # (seconds, name)
 
     def begin(self, name):
         self._begun = time.monotonic()
@@ -36,7 +37,9 @@ class Results:
 
     def add(self, name, passed, failed=0, skipped=0):
         """The end of a step; whether nothing of it failed."""
-        print(f"   {time.monotonic() - self._begun:.0f} s", flush=True)
+        seconds = round(time.monotonic() - self._begun)
+        print(f"   {seconds} s", flush=True)
+        self._steps.append((seconds, name))
         self.passed += passed
         self.failed += failed
         self.skipped += skipped
@@ -63,6 +66,8 @@ class Results:
         return self.add(name, passed, failed, skipped)
 
     def end(self):
+        print("== slowest\n   " + ", ".join(f"{name} {seconds} s" for seconds, name in
+                                          sorted(self._steps, reverse=True)[:10]))
         for name in self.failures:
             print(f"FAILED: {name}")
         print(f"{self.passed} passed, {self.failed} failed"

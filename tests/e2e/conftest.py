@@ -1,5 +1,6 @@
 """Fixtures and what several modules need. The worlds' logs are shown with a failed test."""
 
+import os
 import re
 import signal
 import sys
@@ -9,7 +10,10 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools/world"))
 
-from world import SnmpError, World, WorldError, wait_until  # noqa: E402
+from world import SOURCE, SnmpError, World, WorldError, wait_until  # noqa: E402
+
+# Where pytest keeps its directories: in the clone, not in /tmp.
+os.environ.setdefault("PYTEST_DEBUG_TEMPROOT", str(SOURCE / "build"))
 
 
 def wait_started(world):
