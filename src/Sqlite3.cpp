@@ -11,12 +11,6 @@
 
 namespace norva {
 
-namespace {
-
-constexpr std::chrono::seconds kPatience{5};
-
-}  // namespace
-
 Sqlite3::Sqlite3(const char* path) : _path(path) {}
 
 Sqlite3::~Sqlite3() {
