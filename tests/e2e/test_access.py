@@ -34,11 +34,11 @@ rouser authPrivUser authpriv -V systemonly
 SITES = {
     "unit": SimpleNamespace(socket="/var/agentx/master", state="",
                             conf=ON_UNIT + "master agentx\n"),
-    # With the users that its file tells to make.
+    # With the users that its file tells to make, and a receiver.
     "package": SimpleNamespace(
         socket="/run/agentx/master", state="".join(re.findall(r"^createUser .*\n", ON_UNIT, re.M)),
-        conf=DEBIAN + (SOURCE / "packaging/snmpd-norvasnmp.conf").read_text().replace(
-            "#trap2sink", "trap2sink")),
+        conf=DEBIAN + "".join((SOURCE / f"packaging/snmpd-norvasnmp{local}.conf").read_text()
+                              for local in ("", "-local")).replace("#trap2sink", "trap2sink")),
 }
 
 USERS, RULES, LOG = ".1.3.6.1.6.3.15.1.2", ".1.3.6.1.6.3.16.1", ".1.3.6.1.2.1.92.1.1"
@@ -139,6 +139,7 @@ def test_those_who_do_not(site, options, reason):
 def test_walk_of_everything(site):
     """After 1,000 notifications, of which snmpd keeps none: soon over, and it holds up nobody."""
     sent, sinks = ".1.3.6.1.2.1.11.29.0", len(re.findall("^trap", site.files.conf, re.M))
+    assert sinks == (2 if site.name == "unit" else 1)
     polling = Polling(site, [" ".join(["snmpget", *POLLS, "-On", "-r0", "-t20", "127.0.0.1:1161",
                                        SITE_NAME])], last=None)
     site.flood(1000).wait(90)
