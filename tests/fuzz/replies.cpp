@@ -125,9 +125,7 @@ void run(Input input) {
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   norva::Trace::enable(true);
-  if (norva::fuzz::kIsLimited) {
-    norva::DataManage::matchReplies();
-    norva::DataManage::getInstance()->limitWaits(std::chrono::hours(1));
-  }
+  if (norva::fuzz::kIsLimited) norva::DataManage::matchReplies();
+  norva::DataManage::getInstance()->limitWaits(std::chrono::hours(norva::fuzz::kIsLimited));
   return 0;
 }
