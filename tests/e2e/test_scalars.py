@@ -58,6 +58,7 @@ SCALARS = {
                                         "noSuchInstance"),
     "read-only": Case("unsigned 2 ro 99", {"access": 1}, value=99),
     "read-only in the unit": Case("unsigned 2 ro 98", value=98),
+    "two letters": Case('text 2 rw "ab"', TEXT, "STRING", "ab"),
 }
 ANSWERED = [name for name, case in SCALARS.items() if case.type != "noSuchInstance"]
 FIRST_ID = 0x0101
@@ -148,6 +149,8 @@ def test_trace_of_a_get(served):
     ("address text", "a", "10.2.0.9", "01 17 1d 01 31 30 2e 32 2e 30 2e 39" + " 00" * 12,
      "10.2.0.9"),
     ("text", "o", "1.3.6", "01 17 0d 01" + " 00" * 20, ""),
+    ("address", "s", "10.2.0.9", "01 07 11 01 32 2e 30 31", "49.48.46.50"),
+    ("two letters", "s", "cd", "01 05 24 01 64 63", "dc"),
 ])
 def test_set(restored, name, letter, given, frame, answer):
     before = len(restored.frames())
