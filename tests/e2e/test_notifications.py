@@ -96,8 +96,9 @@ def test_printed_lines_of_an_alarm(receiver):
     ("delete 0x0611", "", 0xFF, 86),
 ])
 def test_what_the_agent_reads_at_its_start(world, command, context, device_byte, device):
-    """The master's sinks decide the version on the wire, the unit only the context name."""
-    receiver = start(world, V2C_SINK + V3_SINK, command, f"set 0x0102 {device_byte}")
+    """The master's sinks decide version and kind on the wire, the unit only the context name."""
+    informs = V2C_SINK.replace("trap2sink", "informsink")
+    receiver = start(world, V2C_SINK + V3_SINK + informs, command, f"set 0x0102 {device_byte}")
     wait_printed(world, f"Init _trapType is {2 if context else 1} \n"
                         "Init _heartBeatInterval is 255 \n"
                         f"SnmpEventNotify::initHeartBeatMsg heartMsg.deviceId={device}\n"
@@ -106,7 +107,8 @@ def test_what_the_agent_reads_at_its_start(world, command, context, device_byte,
     world.ctl("alarm", "raise", "0x0403", "--device-id", 8)
     first = notification(ALARM, "Over Temperature Alarm", "New Alarm", 8)._replace(sequence=1)
     v3 = V3.replace("DAS_NORVA", context)
-    assert sorted(receiver.wait(2)) == [first, first._replace(via=v3)]
+    assert sorted(receiver.wait(3)) == [first._replace(via=f"@INFORM, {V2C}"), first,
+                                        first._replace(via=v3)]
 
 
 def test_heartbeat_without_a_pause(world):
