@@ -226,7 +226,7 @@ def test_gap_and_outage(fleet):
 def test_unit_page(fleet):
     unit(fleet, V2C).world.ctl("set", "0x1022", 0)
     unit(fleet, V2C).world.ctl("set", "0x0306", 1)
-    fires(fleet, V2C, "NorvaRemoteUnitMissing", norva_remote_unit_name="RU 3")
+    fires(fleet, V2C, "NorvaRemoteUnitMissing", norva_remote_unit_name_info="RU 3")
     fires(fleet, V2C, "NorvaDoorOpen")
     address = unit(fleet, V2C).address
     # Every number and text of the walk, but for the rows' own numbers and the clock.
@@ -235,7 +235,8 @@ def test_unit_page(fleet):
     assert fleet.value(f'norva_boot_count_value{{instance="{address}"}}') == 17
     open_page(fleet, f"unit.html?instance={address}")
     waits_for(fleet, "Site 1", "Software Version NDAS 4.2.1", "Door State opened",
-              "PA Temperature 58.7 °C", "Downlink Output Power 34.1 dBm", "minor door open",
+              "PA Temperature 58.7 °C", "Low Temperature Threshold -20 °C", "Humidity 38 %",
+              "Bandwidth 20 MHz", "Downlink Start Frequency 2110 MHz", "Downlink Output Power 34.1 dBm", "minor door open",
               "major remote unit missing", "3 RU 3 absent -1 °C 1.0 dB 25.6 dBm on 10.0.20.3 Floor 3")
     rows = fleet.tab.evaluate('[...document.querySelectorAll("#remote-units td:first-child")]'
                               '.map(cell => cell.textContent)')
@@ -319,8 +320,8 @@ def test_what_goes_wrong(fleet):
     assert not fleet.alerts(unit(fleet, SILENT), alertname="NorvaUnitUnreachable")
     fires(fleet, NEWER, "NorvaValuesMissing")
     assert not fleet.alerts(unit(fleet, NEWER), alertname="NorvaAgentMissing")
-    # What is a text now and was a number, the exporter shows as 0.
-    assert fleet.value(f'norva_humidity{{instance="{unit(fleet, NEWER).address}"}}') == 0
+    # What is a text now and was a scaled number, the exporter does not show.
+    assert fleet.value(f'norva_humidity_ratio{{instance="{unit(fleet, NEWER).address}"}}') is None
 
     shows(fleet, UNREADABLE, "values missing")
     shows(fleet, NOT_UTF8, "texts unreadable", "Site 4")

@@ -87,6 +87,7 @@ PLANTED = [
      " object is read-only", {"1.1.4.5.0": -200}),
     (scalar(0x0304, 4, "4"), "warning", "access 4 means nothing: 1 is read-only, 2 read-write; served"
      " read-only", {}),
+    (scalar(0x0406, 3, "102"), "warning", "asnType 102: its low byte counts, INTEGER", {"1.1.5.6.0": 0}),
     (scalar(0x0407, 11, ""), "warning", "name is empty: notifications do not tell the object", {}),
     (f"UPDATE main.{CELLS} SET c0 = '0303' WHERE c0 = '1040'", "error", "the object is a scalar too,"
      " whose covMethod 1004 is applied here: / 10^1 as text",
@@ -198,14 +199,16 @@ def test_against_the_unit(world):
     rows = [scalar_row(0x0100 + n, n, **row) for n, (_, row, *_) in enumerate(UNIT, 1)]
     database = world.make_database(*empty_schema(), *rows, base=False)
     objects = "".join(f"{0x0100 + n:#06x} {unit}\n" for n, (unit, *_) in enumerate(UNIT, 1) if unit)
-    objects += "0x0999 unsigned 1 ro 1\n"
+    objects += f'0x0999 unsigned 1 ro 1\n0x80ba text 64 ro "{ROOT}.7"\n'
     world.objects.write_text(objects)
+    assert findings(database, "--objects", world.objects, "--root", ROOT)[0] == (
+        None, "error", f"everything stands below {ROOT}.7, not below {ROOT}")
     found = findings(database, "--objects", world.objects)
     assert [text for _, _, text in found] == [
         *(text for _, _, text, _ in UNIT), "mapped by no row: no manager sees it"]
     world.serve(objects=objects, database=database)
     for number, (*_, value) in enumerate(UNIT, 1):
-        answer = world.get(f"{ROOT}.1.1.1.{number}.0")[0]
+        answer = world.get(f"{ROOT}.7.1.1.1.{number}.0")[0]
         assert (answer.value if answer.type != "Gauge32" else int(answer.value)) == value, answer
     assert findings(SAMPLE, "--objects", SOURCE / "data/unit.objects") == findings(SAMPLE)
 
@@ -244,6 +247,8 @@ def test_names(sample_world, module_directory):
     assert not re.search("Wrong Type", "\n".join(lines))
     assert "NORVA-MIB::doorState.0 = INTEGER: closed(0)" in lines
     assert "NORVA-MIB::remoteUnitTemperature.3.0 = INTEGER: -1 degrees Celsius" in lines
+    assert "NORVA-MIB::channelPower.1.0 = INTEGER: -40.000 dBm" in lines
+    assert "NORVA-MIB::lowTemperatureThreshold.0 = INTEGER: -200 0.1 degrees Celsius" in lines
     assert run("snmpset", "NORVA-MIB::downlinkSwitch.0", "=", "disabled") == (
         "NORVA-MIB::downlinkSwitch.0 = INTEGER: disabled(0)\n")
     assert sample_world.held(0x0501)[-1] == 0
@@ -313,7 +318,7 @@ def lint(directory, module="NORVA-MIB"):
 
 ODD_NAMES = ["RF  Power (dBm)", "2G Power", "Größe", "Site", "Site", "site", "x" * 200, "x" * 200,
              "Current", "INTEGER", "Mac Address", "---", "ru table", 'say "no"', "Enterprises", "", "a",
-             "DASUnit 3", "fan_speed"]
+             "DASUnit 3", "fan_speed", "ccitt", "Snmp Modules", "Link Count", "Link Count Value"]
 
 
 # Each table has four objects beside its columns.
@@ -340,23 +345,39 @@ def test_module_is_clean(tmp_path, rows, count):
         assert lint(tmp_path) == ""
         objects = set(re.findall(r"^(\w+) OBJECT-TYPE", text, re.M))
         assert len({name.lower() for name in objects}) == text.count(" OBJECT-TYPE\n") == count
-        if count == len(ODD_NAMES) + 6:  # who shares a name has his object id behind it
+        metrics = re.findall(r"name: norva_(\w+)$", norvamap("exporter", database), re.M)
+        assert len(set(metrics)) == len(metrics) >= count - 4 * 2
+        if count == len(ODD_NAMES) + 6:
+            listed = norvamap("list", database).splitlines()
+            assert len({line.rindex("INTEGER") for line in listed[1:]}) == 1
+            assert {"link_count_0115", "link_count_value_0116"} <= set(metrics)
+            # who shares a name has his object id behind it
             assert {"site0103", "site0104", "site0105", "rfPowerDBm", "n2GPower", "grE", "dasunit3",
                     "fanSpeed"} <= objects
+
+
+def test_opaque_is_said_once(world, tmp_path):
+    """A compiler warns wherever it stands."""
+    rows = [scalar_row(0x0100 + number, number, type=0x44, name=f"Bytes {number}") for number in (1, 2)]
+    database = world.make_database(*empty_schema(), *rows, base=False)
+    (tmp_path / "NORVA-MIB").write_text(norvamap("mib", database))
+    assert len(lint(tmp_path).splitlines()) == 1
 
 
 def test_module_of_the_sample(world, module_directory):
     for module in ("NORVA-MIB", "NORVA-NOTIFY-MIB", "NORVA-AGENT-MIB"):
         assert lint(module_directory, module) == ""
-    # A new row adds lines and changes none.
+    # A new row adds lines and changes none, wherever it stands.
     changed = world.make_database(*LOOSE, base=False)
     before = norvamap("mib", changed).splitlines()
-    after = norvamap("mib", world.make_database(
-        scalar_row(0x0999, 50, name="New Object"), base=changed)).splitlines()
     assert "OTHER-MIB DEFINITIONS ::= BEGIN" in norvamap("mib", changed, "--module", "OTHER-MIB")
-    remaining = iter(after)
-    assert all(line in remaining for line in before)
-    assert len(after) == len(before) + 9
+    new = scalar_row(0x0999, 50, name="New Object")
+    last = f"UPDATE {SCALARS} SET c6 = '2', c7 = '3', c8 = '99' WHERE c0 = '0999'"
+    for rows in ([new], [new, last]):
+        after = norvamap("mib", world.make_database(*rows, base=changed)).splitlines()
+        remaining = iter(after)
+        assert all(line in remaining for line in before)
+        assert len(after) == len(before) + 9
 
 
 @pytest.mark.parametrize("text, said", [
@@ -367,13 +388,36 @@ def test_module_of_the_sample(world, module_directory):
     ("scalars:\n  0x0502: {name: 1x}\n",
      "2: name '1x': a small letter, then up to 63 letters and digits"),
     ("scalars:\n  0x0502: {name: same}\n  0x0504: {name: same}\n", "3: name 'same' is taken already"),
-    ("scalars:\n  0x0502: {unit: dB}\n", "2: unknown key 'unit'"),
+    ("scalars:\n  0x0502: {unity: dB}\n", "2: unknown key 'unity'"),
+    ("scalars:\n  0x0502: {unit: dB}\n  0x502: {unit: dB}\n", "3: object 0x502 stands here twice"),
+    ("scalars:\n  0x0306: {values: {0: a, 1: a}}\n", "2: value 1 'a' stands here twice"),
+    ("scalars:\n  0x0306: {values: {0: a, 0: b}}\n", "2: '0' stands here twice"),
+    ("scalars:\n  0x0504: {scale: -1}\n", "2: a scale is for objects of type INTEGER or Gauge32"),
+    ("scalars:\n  0x0401: {severity: bad}\n",
+     "2: severity 'bad': critical, major, minor or warning, of a scalar"),
     ("scalars: [\n", "2: end of sequence flow not found"),
 ])
 def test_annotations_are_checked(tmp_path, text, said):
     names = tmp_path / "names.yaml"
     names.write_text(text)
     assert norvamap("mib", SAMPLE, "--names", names, status=2) == f"norvamap: {names}:{said}\n"
+
+
+def test_severities():
+    assert norvamap("severities", SAMPLE, "--names", NAMES) == (
+        SOURCE / "monitoring/severities.yml").read_text()
+
+
+@pytest.mark.parametrize("args, said", [
+    (["frob", SAMPLE], "no command 'frob', see norvamap --help"),
+    (["list", "/tmp"], "/tmp: Is a directory"),
+    (["mib", SAMPLE, "--names", "/tmp"], "/tmp: Is a directory"),
+    (["exporter", SAMPLE, "--access", "/tmp"], "/tmp: Is a directory"),
+    (["list", SAMPLE, "--root", ".1.2147483648"], "root '.1.2147483648' has a number above 2147483647:"
+     f" the agent uses {ROOT} in its place"),
+])
+def test_bad_command(args, said):
+    assert norvamap(*args, status=2) == f"norvamap: {said}\n"
 
 
 def test_diff(world):
@@ -392,6 +436,7 @@ def test_diff(world):
         ("1.1.4.9.0", "type", True): ("INTEGER -> Gauge32", 1),
         ("1.1.4.6.0", "moved", True): (f"to {ROOT}.1.1.4.60.0", 1),
         ("1.1.4.1.0", "name", True): ('-> "Board Heat"', 1),
+        ("1.1.4.1.0", "metric", True): ("norva_board_temperature -> norva_board_heat", 1),
         ("1.1.1.50.0", "added", False): ("object 0x0999", 1),
         ("1.1.4.8.0", "replaced", True): ("shows another device object", 1),
         ("1.1.4.7.0", "removed", True): ("object 0x0307", 1),

@@ -14,6 +14,7 @@
 #include "ControlSocket.h"
 #include "ObjectFile.h"
 #include "Unit.h"
+#include "Version.h"
 
 namespace {
 
@@ -78,6 +79,7 @@ int main(int argc, char** argv) {
       "The simulated unit: plays the control process of a DAS unit on its message queues.\n"
       "Runs in the foreground until SIGTERM, SIGINT or the command 'quit'.",
       "dasunit"};
+  app.set_version_flag("--version", std::string("dasunit ") + norva::kVersion);
   app.add_option("--objects", options.objects, "Object file: the unit's objects (required)")
       ->type_name("FILE");
   app.add_option("--record", options.record, "Record every frame in this file")->type_name("FILE");
@@ -106,7 +108,7 @@ int main(int argc, char** argv) {
     if (options.objects.empty()) throw InputError("--objects FILE is required, see --help");
     return run(options);
   } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // --help
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
     std::fprintf(stderr, "dasunit: %s\n", error.what());
   } catch (const InputError& error) {
     std::fprintf(stderr, "dasunit: %s\n", error.what());

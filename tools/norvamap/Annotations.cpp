@@ -14,6 +14,8 @@ namespace {
 using dasunit::InputError;
 
 constexpr std::size_t kMaxIdentifier = 64;
+constexpr int kMaxScale = 9;
+constexpr const char* kSeverities[] = {"critical", "major", "minor", "warning"};
 
 bool isIdentifier(const std::string& text) {
   const auto isAlnum = [](unsigned char c) { return c < 0x80 && std::isalnum(c) != 0; };
@@ -60,7 +62,9 @@ class Reader {
       if (served == objects.end()) {
         file_.fail(entry.first, "the mapping serves no scalar of object " + key);
       }
-      annotations.scalars[objId] = readAnnotation(entry.second, &*served);
+      const bool isNew =
+          annotations.scalars.try_emplace(objId, readAnnotation(entry.second, &*served)).second;
+      if (!isNew) file_.fail(entry.first, "object " + key + " stands here twice");
     }
   }
 
@@ -93,7 +97,10 @@ class Reader {
         file_.fail(entry.first,
                    "the mapping serves no column " + std::to_string(column) + " there");
       }
-      annotation.columns[column] = readAnnotation(entry.second, &*served);
+      const bool isNew =
+          annotation.columns.try_emplace(column, readAnnotation(entry.second, &*served)).second;
+      if (!isNew)
+        file_.fail(entry.first, "column " + std::to_string(column) + " stands here twice");
     }
   }
 
@@ -103,36 +110,71 @@ class Reader {
     Annotation annotation;
     annotation.place = file_.place(node);
     for (const auto& entry : node) {
-      const auto key = file_.text(entry.first);
+      const std::string key = file_.text(entry.first);
       if (key == "name") {
-        annotation.name = file_.text(entry.second);
-        if (!isIdentifier(annotation.name)) {
-          file_.fail(entry.second, "name '" + annotation.name +
-                                       "': a small letter, then up to 63 letters and digits");
-        }
+        annotation.name = readName(entry.second);
       } else if (key == "description") {
         annotation.description = file_.text(entry.second);
-      } else if (key == "units" && object != nullptr) {
-        annotation.units = file_.text(entry.second);
-      } else if (key == "values" && object != nullptr) {
-        readValues(entry.second, *object, annotation);
-      } else if (key != "columns" || object != nullptr) {
+      } else if (object == nullptr && key == "columns") {
+        continue;
+      } else if (object == nullptr || !readValueKey(key, entry.second, *object, annotation)) {
         file_.fail(entry.first, "unknown key '" + key + "'");
       }
     }
     return annotation;
   }
 
+  std::string readName(const YAML::Node& node) const {
+    std::string name = file_.text(node);
+    if (isIdentifier(name)) return name;
+    file_.fail(node, "name '" + name + "': a small letter, then up to 63 letters and digits");
+  }
+
+  /// The keys about an object's value; false for any other one.
+  bool readValueKey(const std::string& key, const YAML::Node& node, const ServedObject& object,
+                    Annotation& annotation) const {
+    if (key == "unit" || key == "units") {  // units: in older files
+      annotation.unit = file_.text(node);
+    } else if (key == "scale") {
+      annotation.scale = file_.as<int>(node);
+      if (!isScalable(object.type())) {
+        file_.fail(node, "a scale is for objects of type INTEGER or Gauge32");
+      }
+      if (annotation.scale < -kMaxScale || annotation.scale > kMaxScale) {
+        file_.fail(node, format("scale %d: -%d to %d", annotation.scale, kMaxScale, kMaxScale));
+      }
+    } else if (key == "severity") {
+      annotation.severity = file_.text(node);
+      const auto& known = kSeverities;
+      if (object.table >= 0 ||
+          std::find(std::begin(known), std::end(known), annotation.severity) == std::end(known)) {
+        file_.fail(node, "severity '" + annotation.severity +
+                             "': critical, major, minor or warning, of a scalar");
+      }
+    } else if (key == "values") {
+      readValues(node, object, annotation);
+    } else {
+      return false;
+    }
+    return true;
+  }
+
   void readValues(const YAML::Node& values, const ServedObject& object,
                   Annotation& annotation) const {
     file_.requireMap(values);
-    if (object.info.asnType != kAsnInteger) {
+    if (object.type() != kAsnInteger) {
       file_.fail(values, "values are for objects of type INTEGER");
     }
     for (const auto& entry : values) {
       const auto label = file_.text(entry.second);
       if (!isIdentifier(label)) file_.fail(entry.second, "value '" + label + "' is no such name");
-      annotation.values[file_.as<std::int32_t>(entry.first)] = label;
+      const auto number = file_.as<std::int32_t>(entry.first);
+      const bool isTaken = std::any_of(annotation.values.begin(), annotation.values.end(),
+                                       [&](const auto& value) { return value.second == label; });
+      if (isTaken || !annotation.values.emplace(number, label).second) {
+        file_.fail(entry.second,
+                   "value " + std::to_string(number) + " '" + label + "' stands here twice");
+      }
     }
   }
 

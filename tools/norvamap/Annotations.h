@@ -8,6 +8,7 @@
 #include <map>
 #include <string>
 
+#include "AsnType.h"
 #include "Mapping.h"
 
 namespace norva::mapping {
@@ -15,8 +16,10 @@ namespace norva::mapping {
 /// Texts are empty where the file has none.
 struct Annotation {
   std::string name;
-  std::string units;
   std::string description;
+  std::string unit;
+  int scale = 0;         ///< managers get the value, in its unit, times 10 to minus this power
+  std::string severity;  ///< of an alarm: critical, major, minor or warning
   std::map<std::int32_t, std::string> values;  ///< enumeration: number to label
   std::string place;                           ///< "FILE:LINE"
 };
@@ -30,6 +33,11 @@ struct Annotations {
   std::map<std::uint16_t, Annotation> scalars;    ///< by object id
   std::map<std::string, TableAnnotation> tables;  ///< by node
 };
+
+/// Whether numbers of the type may have a scale.
+constexpr bool isScalable(std::uint16_t asnType) {
+  return asnType == kAsnInteger || asnType == kAsnGauge32;
+}
 
 /// Throws InputError, whose text begins with the file and the line, for what cannot be read, is not
 /// of the format, or names what the mapping does not serve.

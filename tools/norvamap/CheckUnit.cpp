@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -71,6 +72,13 @@ std::string mismatch(const DeviceObject& object, std::uint16_t type, std::uint16
     return format("negative values appear as large ones under %s", typeName(type));
   }
   return {};
+}
+
+const DeviceObject* findRoot(const std::vector<DeviceObject>& objects) {
+  const auto found = std::find_if(objects.begin(), objects.end(), [](const DeviceObject& object) {
+    return object.id() == kObjOidPrefix;
+  });
+  return found == objects.end() ? nullptr : &*found;
 }
 
 class UnitCheck {
@@ -163,8 +171,25 @@ class UnitCheck {
 
 }  // namespace
 
+std::string rootOf(const std::vector<DeviceObject>& objects) {
+  const DeviceObject* object = findRoot(objects);
+  if (object == nullptr) return "";
+  const std::string text(recordOf(*object).text());
+  return isUsableRoot(text) ? text.substr(text.find('.')) : kFixedRoot;
+}
+
 void checkUnit(const Mapping& mapping, const std::vector<DeviceObject>& objects,
                const std::string& file, Findings& findings) {
+  const std::string root = rootOf(objects);
+  if (!root.empty() && root != oidText(mapping.root())) {
+    findings.add({file,
+                  "",
+                  Severity::kError,
+                  "everything stands below " + root + ", not below " + oidText(mapping.root()),
+                  {},
+                  {},
+                  {kObjOidPrefix}});
+  }
   UnitCheck(mapping, objects, file, findings).run();
 }
 

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <tuple>
 
+#include "Metrics.h"
 #include "Text.h"
 #include "View.h"
 
@@ -53,7 +54,9 @@ class Comparison {
         add(old, "removed", true, "object " + formatObjectId(old.objId));
       } else {
         add(old, "moved", true,
-            elsewhere->table >= 0 ? "to another column or table" : "to " + oidText(elsewhere->oid));
+            "to " + (elsewhere->table < 0
+                         ? oidText(elsewhere->oid)
+                         : format("column %u of ", elsewhere->column) + nodeOf(*elsewhere)));
       }
       return;
     }
@@ -86,6 +89,10 @@ class Comparison {
     return hasValue ? describeType(object.info.asnType) : "no value";
   }
 
+  const std::string& nodeOf(const ServedObject& cell) const {
+    return after_.tables()[static_cast<std::size_t>(cell.table)].node;
+  }
+
   /// Cells of a column that change alike are one change.
   void add(const ServedObject& object, const std::string& kind, bool breaks, std::string text) {
     const bool isCell = object.table >= 0;
@@ -116,6 +123,28 @@ class Comparison {
 
 std::vector<Change> compare(const Mapping& before, const Mapping& after) {
   return Comparison(before, after).run();
+}
+
+std::vector<Change> compareMetrics(const NamedMapping& before, const NamedMapping& after) {
+  std::map<Oid, Metric> known;
+  for (Metric& metric : metricsOf(before)) known.emplace(metric.object->node(), std::move(metric));
+  std::vector<Change> changes;
+  for (const Metric& now : metricsOf(after)) {
+    const auto old = known.find(now.object->node());
+    if (old == known.end()) continue;
+    const Metric& was = old->second;
+    std::string text;
+    if (was.name != now.name) {
+      text = was.name + " -> " + now.name;
+    } else if (was.exponent != now.exponent) {
+      text = now.name + format(": values x 10^%d", now.exponent - was.exponent);
+    } else {
+      continue;
+    }
+    changes.push_back({"metric", true, oidText(was.object->first->oid), was.object->title, text,
+                       was.object->instances.size()});
+  }
+  return changes;
 }
 
 std::string asText(const std::vector<Change>& changes) {

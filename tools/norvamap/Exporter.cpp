@@ -1,10 +1,7 @@
 #include "Reports.h"
 
-#include <algorithm>
-#include <cctype>
-
 #include "AsnType.h"
-#include "NamedMapping.h"
+#include "Metrics.h"
 #include "SnmpObjConvertStrategy.h"
 #include "View.h"
 #include "YamlFile.h"
@@ -17,56 +14,13 @@ namespace {
 /// that take up to 30 ms an object.
 constexpr int kMaxRepetitions = 25;
 
-enum class Use { kNumber, kDecimalText, kText, kNone };
-
 /// Which objects a module asks for.
 enum class Share { kMeasured, kConfigured, kTexts };
 
-Use useOf(const NamedObject& object) {
-  const ObjInfo& info = object.first->info;
-  const auto method = static_cast<ConversionMethod>(methodOf(info.covMethod));
-  // A label that changes with every scrape makes a new series each time.
-  if (method == ConversionMethod::kTimeText) return Use::kNone;
-  switch (info.asnType) {
-    case kAsnOctetString:
-      return method == ConversionMethod::kFixedText ? Use::kDecimalText : Use::kText;
-    case kAsnIpAddress:
-      return Use::kText;
-    case kAsnOpaque:
-      return Use::kNone;
-    default:
-      return Use::kNumber;
-  }
-}
-
 /// What managers may write changes when somebody does, what they may not changes by itself.
-Share shareOf(const NamedObject& object) {
-  if (useOf(object) == Use::kText) return Share::kTexts;
-  const std::uint16_t access = object.first->info.access;
-  const bool isWritable =
-      object.first->table >= 0 ? isCellWritable(access) : isScalarWritable(access);
-  return isWritable ? Share::kConfigured : Share::kMeasured;
-}
-
-bool endsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-/// downlinkOutputPower becomes norva_downlink_output_power, managementVLAN norva_management_vlan.
-std::string metricName(const NamedObject& object, bool isCounter) {
-  std::string name = "norva_";
-  bool wasCapital = true;
-  for (const char c : object.name) {
-    const bool isCapital = std::isupper(static_cast<unsigned char>(c)) != 0;
-    if (isCapital && !wasCapital) name += '_';
-    wasCapital = isCapital;
-    name += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
-  // Endings that have a meaning of their own.
-  for (const char* end : {"_count", "_sum", "_bucket"}) {
-    if (endsWith(name, end)) return name + "_value";
-  }
-  return !isCounter && endsWith(name, "_total") ? name + "_value" : name;
+Share shareOf(const Metric& metric) {
+  if (metric.kind == MetricKind::kText) return Share::kTexts;
+  return metric.object->first->writable ? Share::kConfigured : Share::kMeasured;
 }
 
 constexpr char kSysUpTime[] = "1.3.6.1.2.1.1.3";
@@ -91,8 +45,8 @@ std::string withoutDot(const Oid& oid) {
 
 class ModuleWriter {
  public:
-  ModuleWriter(const NamedMapping& named, const YAML::Node& access)
-      : named_(named), access_(access) {}
+  ModuleWriter(const std::vector<Metric>& metrics, const YAML::Node& access)
+      : metrics_(metrics), access_(access) {}
 
   std::string write() {
     out_ << YAML::BeginMap;
@@ -106,24 +60,22 @@ class ModuleWriter {
 
  private:
   void writeModule(const char* name, Share share) {
-    std::vector<const NamedObject*> objects;
-    const auto choose = [&](const std::vector<NamedObject>& from) {
-      for (const NamedObject& object : from) {
-        if (useOf(object) != Use::kNone && shareOf(object) == share) objects.push_back(&object);
-      }
-    };
-    choose(named_.scalars);
-    for (const NamedTable& table : named_.tables) choose(table.columns);
-    if (objects.empty()) return;  // the exporter refuses a module without objects
+    std::vector<const Metric*> chosen;
+    for (const Metric& metric : metrics_) {
+      if (shareOf(metric) == share) chosen.push_back(&metric);
+    }
+    if (chosen.empty()) return;  // the exporter refuses a module without objects
 
     out_ << YAML::Key << name << YAML::Value << YAML::BeginMap;
     // Every instance by itself: one that cannot be read then costs one value, not the rest.
     out_ << YAML::Key << "get" << YAML::Value << YAML::BeginSeq;
-    for (const NamedObject* object : objects) {
-      for (const ServedObject* instance : object->instances) out_ << withoutDot(instance->oid);
+    for (const Metric* metric : chosen) {
+      for (const ServedObject* instance : metric->object->instances) {
+        out_ << withoutDot(instance->oid);
+      }
     }
     out_ << YAML::EndSeq << YAML::Key << "metrics" << YAML::Value << YAML::BeginSeq;
-    for (const NamedObject* object : objects) writeMetric(*object);
+    for (const Metric* metric : chosen) writeMetric(*metric);
     out_ << YAML::EndSeq;
     writePair("max_repetitions", kMaxRepetitions);
     writeAccess();
@@ -154,42 +106,29 @@ class ModuleWriter {
     out_ << YAML::Key << key << YAML::Value << value;
   }
 
-  void writeMetric(const NamedObject& object) {
-    const bool isCell = object.first->table >= 0;
-    const Use use = useOf(object);
-    const std::uint16_t type = object.first->info.asnType;
-    const bool isCounter = type == kAsnCounter32 || type == kAsnCounter64;
-    Oid oid = object.first->oid;
-    oid.resize(oid.size() - (isCell ? 2 : 1));  // without row and second index, or the instance
-
+  void writeMetric(const Metric& metric) {
+    const bool isDecimal = metric.kind == MetricKind::kDecimalText;
+    // Texts only can be taken apart, and this is how numbers are scaled: 587 is 587e-1.
+    const bool isExtracted = isDecimal || metric.exponent != 0;
     out_ << YAML::BeginMap;
-    writePair("name", metricName(object, isCounter));
-    writePair("oid", withoutDot(oid));
-    if (use == Use::kNumber) {
-      writePair("type", isCounter ? "counter" : "gauge");
+    writePair("name", metric.name);
+    writePair("oid", withoutDot(metric.object->node()));
+    if (isExtracted || metric.kind == MetricKind::kText) {
+      const bool isAddress = metric.object->first->type() == kAsnIpAddress;
+      writePair("type", isAddress ? "InetAddressIPv4" : "DisplayString");
     } else {
-      writePair("type", type == kAsnIpAddress ? "InetAddressIPv4" : "DisplayString");
+      writePair("type", metric.kind == MetricKind::kCounter ? "counter" : "gauge");
     }
-    writePair("help", helpOf(object));
-    if (isCell) writeIndexes();
-    if (use == Use::kDecimalText) writeExtract("^(-?[0-9]+\\.[0-9]+)$", "$1");
+    writePair("help", metric.help);
+    if (metric.object->first->table >= 0) writeIndexes();
+    if (isExtracted) {
+      const char* const number = isDecimal ? "^(-?[0-9]+\\.[0-9]+)$" : "^(-?[0-9]+)$";
+      writeExtract(number, metric.exponent == 0 ? "$1" : format("${1}e%d", metric.exponent));
+    }
     out_ << YAML::EndMap;
   }
 
-  static std::string helpOf(const NamedObject& object) {
-    std::string help = object.title.empty() ? object.name : object.title;
-    if (!object.annotation.units.empty()) help += " in " + object.annotation.units;
-    for (const auto& [number, label] : object.annotation.values) {
-      help += (help.back() == ')' || help.find(": ") != std::string::npos ? ", " : ": ") +
-              std::to_string(number) + ' ' + label;
-    }
-    for (char& c : help) {
-      if (c < ' ' || c > '~') c = '?';
-    }
-    return help;
-  }
-
-  void writeExtract(const char* regex, const char* value) {
+  void writeExtract(const char* regex, const std::string& value) {
     out_ << YAML::Key << "regex_extracts" << YAML::Value << YAML::BeginMap << YAML::Key
          << YAML::DoubleQuoted << "" << YAML::Value << YAML::BeginSeq << YAML::BeginMap;
     writePair("regex", regex);
@@ -214,7 +153,7 @@ class ModuleWriter {
     out_ << YAML::EndMap << YAML::EndSeq;
   }
 
-  const NamedMapping& named_;
+  const std::vector<Metric>& metrics_;
   const YAML::Node access_;
   YAML::Emitter out_;
 };
@@ -223,7 +162,8 @@ class ModuleWriter {
 
 std::string exporterModules(const Mapping& mapping, const Annotations& annotations,
                             const std::string& access) {
-  return ModuleWriter(NamedMapping::make(mapping, annotations, {}), readAccess(access)).write();
+  const NamedMapping named = NamedMapping::make(mapping, annotations, {});
+  return ModuleWriter(metricsOf(named), readAccess(access)).write();
 }
 
 }  // namespace norva::mapping

@@ -76,16 +76,23 @@ std::string asCsv(const std::vector<Line>& lines) {
   return text;
 }
 
+/// Characters of a text in UTF-8.
+std::size_t widthOf(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80;
+  }));
+}
+
 std::string asTable(const std::vector<Line>& lines) {
   std::array<std::size_t, std::tuple_size_v<Line>> widths{};
   for (const Line& line : lines) {
-    for (std::size_t i = 0; i < line.size(); ++i) widths[i] = std::max(widths[i], line[i].size());
+    for (std::size_t i = 0; i < line.size(); ++i) widths[i] = std::max(widths[i], widthOf(line[i]));
   }
   std::string text;
   for (const Line& line : lines) {
     std::string row;
     for (std::size_t i = 0; i < line.size(); ++i) {
-      row += line[i] + std::string(widths[i] + 2 - line[i].size(), ' ');
+      row += line[i] + std::string(widths[i] + 2 - widthOf(line[i]), ' ');
     }
     text += oneLine(row.substr(0, row.find_last_not_of(' ') + 1)) + '\n';
   }

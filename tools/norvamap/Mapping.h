@@ -39,6 +39,9 @@ struct ServedObject {
   unsigned row = 0;         ///< cells: row and column
   std::uint32_t column = 0;
   bool writable = false;
+  /// The type that managers get.
+  std::uint8_t type() const { return static_cast<std::uint8_t>(info.asnType); }
+
   Doubt doubt = Doubt::kNone;
   std::size_t cause = 0;  ///< of kInside and kBehind: that one, among the registrations
 };

@@ -1,6 +1,7 @@
 #include "Reports.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 
 #include "AsnType.h"
@@ -29,6 +30,8 @@ const Oid kStem = {1, 3, 6, 1, 4, 1, 53412, 8, 2, 2};
 constexpr char kStemName[] = "norvaUnit";
 constexpr char kStemModule[] = "NORVA-NOTIFY-MIB";
 const Oid kEnterprises = {1, 3, 6, 1, 4, 1};
+/// Compilers warn of Opaque wherever it stands: here it does once.
+constexpr char kOpaqueType[] = "NorvaOpaque";
 
 /// What the conversion means to who reads and writes.
 std::string conversionText(const NamedObject& object) {
@@ -46,7 +49,7 @@ std::string conversionText(const NamedObject& object) {
     case ConversionMethod::kLowHalf:
       return " The low 16 bits of the unit's number.";
     case ConversionMethod::kScaledInteger:
-      if (e == 0 || !object.writable || object.first->info.asnType == kAsnOctetString) return "";
+      if (e == 0 || !object.writable || object.first->type() == kAsnOctetString) return "";
       return format(
           " A SET is multiplied by 10^%u, a GET is not divided: what was written as 1 "
           "reads as %.0f.",
@@ -67,10 +70,28 @@ std::string objectText(const NamedObject& object) {
     text += format(" (row %u) and on, %zu rows", first.row, object.instances.size());
   }
   text += format(", method %04X.", first.info.covMethod) + conversionText(object);
+  if (!object.annotation.severity.empty()) text += " An alarm: " + object.annotation.severity + '.';
   return text;
 }
 
-std::string syntaxOf(const NamedObject& object) {
+/// Decimals that a convention shows of the object, 0 for none. Not of what is written: a SET would
+/// be shifted too, which the agent's own scaling does not expect.
+int decimalsOf(const NamedObject& object) {
+  const Annotation& annotation = object.annotation;
+  const bool isShown = object.first->type() == kAsnInteger && !object.writable &&
+                       annotation.values.empty() && annotation.scale < 0;
+  return isShown ? -annotation.scale : 0;
+}
+
+/// "0.1 dB" for what is shown as it is.
+std::string unitOf(const NamedObject& object) {
+  const int scale = decimalsOf(object) != 0 ? 0 : object.annotation.scale;
+  if (scale == 0) return object.annotation.unit;
+  return format("%.*f ", std::max(-scale, 0), std::stod(format("1e%d", scale))) +
+         object.annotation.unit;
+}
+
+std::string syntaxOf(const NamedObject& object, const std::string& decimalType) {
   if (!object.annotation.values.empty()) {
     std::string list;
     for (const auto& [number, label] : object.annotation.values) {
@@ -78,13 +99,16 @@ std::string syntaxOf(const NamedObject& object) {
     }
     return "INTEGER {" + list + " }";
   }
-  switch (object.first->info.asnType) {
+  if (decimalsOf(object) != 0) return decimalType + std::to_string(decimalsOf(object));
+  switch (object.first->type()) {
+    case kAsnOpaque:
+      return kOpaqueType;
     case kAsnInteger:
       return "Integer32";
     case kAsnOctetString:
       return "DisplayString (SIZE (0..64))";
     default:
-      return typeName(object.first->info.asnType);
+      return typeName(object.first->type());
   }
 }
 
@@ -98,13 +122,18 @@ class ModuleWriter {
       : mapping_(mapping),
         moduleName_(name),
         identity_(identityOf(name)),
+        decimalType_(capitalized(identity_) + "Decimal"),
         named_(NamedMapping::make(mapping, annotations, reservedNames(name))) {
     leaveOut();
     requireApart();
+    for (const NamedObject& scalar : named_.scalars) noteConvention(scalar);
+    for (const NamedTable& table : named_.tables) {
+      for (const NamedObject& column : table.columns) noteConvention(column);
+    }
   }
 
   std::string write() {
-    std::string body = identity() + nodes() + leftOut_;
+    std::string body = identity() + conventions() + nodes() + leftOut_;
     for (const NamedObject& scalar : named_.scalars) body += scalarText(scalar);
     for (const NamedTable& table : named_.tables) body += tableText(table);
     body += groups();
@@ -117,7 +146,7 @@ class ModuleWriter {
   /// The language has no objects whose last number is 0.
   void leaveOut() {
     std::erase_if(named_.scalars, [this](const NamedObject& scalar) {
-      if (nodeOf(scalar).back() != 0) return false;
+      if (scalar.node().back() != 0) return false;
       leftOut_ += comment(scalar.first->oid);
       return true;
     });
@@ -150,12 +179,6 @@ class ModuleWriter {
                      ": no module can be made, see 'norvamap check'");
   }
 
-  static Oid nodeOf(const NamedObject& scalar) {
-    Oid oid = scalar.first->oid;
-    oid.pop_back();  // the instance
-    return oid;
-  }
-
   /// "parent number" of an OID below the root.
   std::string placeOf(Oid oid) const {
     const std::uint32_t last = oid.back();
@@ -177,7 +200,8 @@ class ModuleWriter {
     bool hasObjects = !named_.tables.empty();
     const auto note = [&](const NamedObject& object) {
       hasObjects = true;
-      const std::uint16_t type = object.first->info.asnType;
+      if (decimalsOf(object) != 0) types.insert("Integer32");
+      const std::uint16_t type = object.first->type();
       if (type == kAsnOctetString) {
         hasText = true;
       } else if (type != kAsnInteger) {
@@ -196,7 +220,10 @@ class ModuleWriter {
     for (const std::string& type : types) text += ", " + type;
     if (!stemmed()) text += ", enterprises";
     text += "\n        FROM SNMPv2-SMI";
-    if (hasText) text += "\n    DisplayString\n        FROM SNMPv2-TC";
+    const std::string imported = std::string(conventions_.empty() ? "" : "TEXTUAL-CONVENTION") +
+                                 (hasText && !conventions_.empty() ? ", " : "") +
+                                 (hasText ? "DisplayString" : "");
+    if (!imported.empty()) text += "\n    " + imported + "\n        FROM SNMPv2-TC";
     if (hasGroups()) text += "\n    MODULE-COMPLIANCE, OBJECT-GROUP\n        FROM SNMPv2-CONF";
     if (stemmed()) text += format("\n    %s\n        FROM %s", kStemName, kStemModule);
     return text + ";\n";
@@ -230,13 +257,39 @@ class ModuleWriter {
            format("    ::= { %s %u }\n", parent.c_str(), root().back()) + above;
   }
 
+  /// What the object's type refers to and the standard modules do not have.
+  void noteConvention(const NamedObject& object) {
+    const auto define = [](const std::string& name, const std::string& hint,
+                           const std::string& text, const char* syntax) {
+      return '\n' + name + " ::= TEXTUAL-CONVENTION\n" + hint +
+             "    STATUS      current\n    DESCRIPTION\n" + description(text) + "    SYNTAX      " +
+             syntax + '\n';
+    };
+    if (const int decimals = decimalsOf(object); decimals != 0) {
+      const std::string name = decimalType_ + std::to_string(decimals);
+      conventions_[name] =
+          define(name, format("    DISPLAY-HINT \"d-%d\"\n", decimals),
+                 format("A number with %d decimals: it is sent without the point.", decimals),
+                 "Integer32");
+    } else if (object.first->type() == kAsnOpaque) {
+      conventions_[kOpaqueType] =
+          define(kOpaqueType, "    DISPLAY-HINT \"255a\"\n",
+                 "Bytes of a text or a number, up to the first zero.", "Opaque");
+    }
+  }
+  std::string conventions() const {
+    std::string text;
+    for (const auto& [name, definition] : conventions_) text += definition;
+    return text;
+  }
+
   /// A line for each node between the root and an object.
   std::string nodes() const {
     std::set<Oid> inner;
     const auto note = [&](Oid oid) {
       for (oid.pop_back(); oid.size() > root().size(); oid.pop_back()) inner.insert(oid);
     };
-    for (const NamedObject& scalar : named_.scalars) note(nodeOf(scalar));
+    for (const NamedObject& scalar : named_.scalars) note(scalar.node());
     for (const NamedTable& table : named_.tables) note(table.table->oid);
     std::string text = inner.empty() ? "" : "\n";
     for (const Oid& oid : inner) {
@@ -246,12 +299,12 @@ class ModuleWriter {
   }
 
   static std::string accessOf(const NamedObject& object) {
-    return object.writable && !isCounter(object.first->info.asnType) ? "read-write" : "read-only";
+    return object.writable && !isCounter(object.first->type()) ? "read-write" : "read-only";
   }
 
   std::string scalarText(const NamedObject& scalar) const {
-    return objectType(scalar.name, syntaxOf(scalar), scalar.annotation.units, accessOf(scalar),
-                      objectText(scalar), "", placeOf(nodeOf(scalar)));
+    return objectType(scalar.name, syntaxOf(scalar, decimalType_), unitOf(scalar), accessOf(scalar),
+                      objectText(scalar), "", placeOf(scalar.node()));
   }
 
   std::string tableText(const NamedTable& table) const {
@@ -273,7 +326,7 @@ class ModuleWriter {
                    "Number of the row. The agent answers it, too, as column 1.", "", entry + " 1");
     for (const NamedObject& column : table.columns) {
       definition +=
-          objectType(column.name, syntaxOf(column), column.annotation.units, accessOf(column),
+          objectType(column.name, syntaxOf(column, decimalType_), unitOf(column), accessOf(column),
                      objectText(column), "", format("%s %u", entry.c_str(), column.first->column));
     }
     return definition + objectType(name + "Sub", "Integer32 (0..2147483647)", "", "not-accessible",
@@ -281,9 +334,10 @@ class ModuleWriter {
                                    "", format("%s %u", entry.c_str(), kSubIndexColumn));
   }
 
-  static std::string sequenceType(const NamedObject& column) {
+  std::string sequenceType(const NamedObject& column) const {
     if (!column.annotation.values.empty()) return "INTEGER";
-    return column.first->info.asnType == kAsnOctetString ? "DisplayString" : syntaxOf(column);
+    return column.first->type() == kAsnOctetString ? "DisplayString"
+                                                   : syntaxOf(column, decimalType_);
   }
 
   /// An arc that no object of the mapping stands at.
@@ -300,7 +354,7 @@ class ModuleWriter {
     std::string list;
     // The comma in front: a new object then changes no line of another.
     for (const NamedObject& object : objects) {
-      list += std::string(list.empty() ? "" : ",") + "\n        " + object.name;
+      list += std::string(list.empty() ? "\n        " : "\n      , ") + object.name;
     }
     return '\n' + name + " OBJECT-GROUP\n    OBJECTS {" + list +
            "\n    }\n    STATUS      current\n    DESCRIPTION \"Generated.\"\n" +
@@ -330,8 +384,10 @@ class ModuleWriter {
   const Mapping& mapping_;
   const std::string moduleName_;
   const std::string identity_;
+  const std::string decimalType_;  // of as many decimals as the number behind it says
   NamedMapping named_;
-  std::string leftOut_;  // comments
+  std::map<std::string, std::string> conventions_;  // definitions by name
+  std::string leftOut_;                             // comments
 };
 
 }  // namespace

@@ -153,6 +153,12 @@ void addTables(NamedMapping& named, const Mapping& mapping, const Annotations& a
 
 }  // namespace
 
+Oid NamedObject::node() const {
+  Oid oid = first->oid;
+  oid.resize(oid.size() - (first->table >= 0 ? 2 : 1));  // row and second index, or the instance
+  return oid;
+}
+
 std::string identifierOf(const std::string& text) {
   const auto isAlnum = [](unsigned char c) { return c < 0x80 && std::isalnum(c) != 0; };
   std::string name;

@@ -21,6 +21,9 @@ struct NamedObject {
   std::vector<const ServedObject*> instances;
   bool writable = false;  ///< of a column: any cell
   Annotation annotation;
+
+  /// What the OIDs of all instances begin with.
+  Oid node() const;
 };
 
 struct NamedTable {

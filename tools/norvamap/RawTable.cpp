@@ -28,7 +28,9 @@ using Connection = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
 using Statement = std::unique_ptr<sqlite3_stmt, decltype(&sqlite3_finalize)>;
 
 Connection openForReading(const std::string& path) {
-  if (!std::ifstream(path)) throw InputError(path + ": " + std::strerror(errno));
+  std::ifstream file(path);
+  file.peek();  // a directory can be opened, but not read
+  if (!file.is_open() || file.bad()) throw InputError(path + ": " + std::strerror(errno));
   sqlite3* handle = nullptr;
   const int status = sqlite3_open_v2(path.c_str(), &handle, SQLITE_OPEN_READONLY, nullptr);
   Connection connection(handle, sqlite3_close);

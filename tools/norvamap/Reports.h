@@ -11,6 +11,7 @@
 #include "DeviceObject.h"
 #include "Finding.h"
 #include "Mapping.h"
+#include "NamedMapping.h"
 
 namespace norva::mapping {
 
@@ -18,6 +19,9 @@ namespace norva::mapping {
 
 /// Everything that the database alone tells.
 void checkDataBase(const Mapping& mapping, Findings& findings);
+
+/// The root that the agent takes from the unit's objects, the text of 0x80BA; empty without one.
+std::string rootOf(const std::vector<dasunit::DeviceObject>& objects);
 
 /// What the unit's objects tell beside it. `file` is the object file's name.
 void checkUnit(const Mapping& mapping, const std::vector<dasunit::DeviceObject>& objects,
@@ -53,7 +57,7 @@ std::string exporterModules(const Mapping& mapping, const Annotations& annotatio
 // `norvamap diff`: what changes for managers between two mappings.
 
 struct Change {
-  std::string kind;  ///< added, removed, moved, replaced, type, access, scale, name
+  std::string kind;  ///< added, removed, moved, replaced, type, access, scale, name, metric
   bool breaks;       ///< what a manager did with the old mapping no longer works
   std::string oid;   ///< the old one, where there is one
   std::string name;
@@ -63,6 +67,9 @@ struct Change {
 
 /// By OID; the indexes' own column is left out.
 std::vector<Change> compare(const Mapping& before, const Mapping& after);
+
+/// What other names or units the exporter's metrics have of what stands at the same OIDs.
+std::vector<Change> compareMetrics(const NamedMapping& before, const NamedMapping& after);
 
 std::string asText(const std::vector<Change>& changes);
 std::string asJson(const std::vector<Change>& changes);

@@ -19,7 +19,7 @@ constexpr std::uint16_t kReadOnly = 1;
 constexpr std::size_t kMaxShownName = 255;
 
 bool isText(std::uint16_t type) {
-  return type == kAsnOctetString || type == kAsnOpaque;
+  return (type & 0xFF) == kAsnOctetString || (type & 0xFF) == kAsnOpaque;
 }
 
 /// What a manager can do to the agent by writing one of its own settings; null for other objects.
@@ -97,6 +97,9 @@ std::optional<std::uint16_t> RowCheck::otherBase(int column) const {
 
 void RowCheck::checkType() {
   const char* const name = typeName(type());
+  if (name != nullptr && type() > 0xFF) {
+    warning(format("asnType %s: its low byte counts, %s", text(table_.type).c_str(), name));
+  }
   if (name == nullptr) {
     std::string text = "asnType " + this->text(table_.type) + " is no type of a value";
     const auto meant = otherBase(table_.type);
@@ -109,7 +112,7 @@ void RowCheck::checkType() {
   } else if (!canBeAnswered(type(), method())) {
     error(format("type %s has no value for what method %X makes: %s", name, methodOf(method()),
                  noAnswer(!isScalar())));
-  } else if (type() == kAsnInteger && SnmpObjConvertStrategy::makesText(method())) {
+  } else if ((type() & 0xFF) == kAsnInteger && SnmpObjConvertStrategy::makesText(method())) {
     error(format("method %X makes a text, INTEGER sends its first four bytes as a number",
                  methodOf(method())));
   } else if (isText(type()) && methodOf(method()) == kLastMethod) {

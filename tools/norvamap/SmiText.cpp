@@ -41,7 +41,8 @@ std::vector<std::string> reservedNames(const std::string& moduleName) {
           // of the modules around it
           "norva", "norvaProducts", "norvaDas", "norvaUnit", "norvaEvents", "norvaEventModules",
           "iso", "org", "dod", "internet", "directory", "mgmt", "experimental", "private",
-          "enterprises", "security", "snmpV2", "system", "snmpMIB",
+          "enterprises", "security", "snmpV2", "system", "snmpMIB", "snmpDomains", "snmpProxys",
+          "snmpModules", "zeroDotZero", "transmission", "ccitt", "jointIsoCcitt",
           // types, from which a name must not differ in capitals only
           "integer32", "unsigned32", "ipAddress", "counter32", "counter64", "gauge32", "timeTicks",
           "opaque", "displayString", "physAddress", "macAddress", "truthValue", "testAndIncr",

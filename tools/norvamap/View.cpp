@@ -38,7 +38,7 @@ std::string valueText(const AnswerValue& answer) {
 }  // namespace
 
 const char* typeName(std::uint16_t asnType) {
-  switch (asnType) {
+  switch (asnType & 0xFF) {
     case kAsnInteger:
       return "INTEGER";
     case kAsnOctetString:

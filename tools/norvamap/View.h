@@ -13,7 +13,8 @@
 
 namespace norva::mapping {
 
-/// Name of a type that managers know, such as "Counter32"; null for any other.
+/// Name of a type that managers know, such as "Counter32"; null for any other. Its low byte counts,
+/// as for the agent.
 const char* typeName(std::uint16_t asnType);
 /// The same, or "no type (0x29)".
 std::string describeType(std::uint16_t asnType);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <set>
 #include <sstream>
 
 #include "Text.h"
@@ -37,6 +38,12 @@ YamlFile::YamlFile(const std::string& path) : path_(path) {
 
 void YamlFile::requireMap(const YAML::Node& node) const {
   if (!node.IsMap()) fail(node, "a list of 'key: value' is needed here");
+  std::set<std::string> keys;
+  for (const auto& entry : node) {
+    if (!keys.insert(text(entry.first)).second) {
+      fail(entry.first, "'" + text(entry.first) + "' stands here twice");
+    }
+  }
 }
 
 std::string YamlFile::place(const YAML::Mark& mark) const {

@@ -24,6 +24,7 @@ class YamlFile {
   [[noreturn]] void fail(const YAML::Node& node, const std::string& reason) const {
     fail(node.Mark(), reason);
   }
+  /// A map, in which no key stands twice.
   void requireMap(const YAML::Node& node) const;
 
   /// The node's value.

@@ -12,11 +12,13 @@
 
 #include "Annotations.h"
 #include "Mapping.h"
+#include "Metrics.h"
 #include "ObjectFile.h"
 #include "OneLine.h"
 #include "Reports.h"
 #include "Text.h"
 #include "TraceDecoder.h"
+#include "Version.h"
 
 namespace {
 
@@ -29,10 +31,12 @@ constexpr int kExitInput = 2;
 struct Options {
   std::string root = norva::kFixedRoot;
   std::string database;
+  bool hasRoot = false;
   std::string objects;
   std::string format;
   std::string module = "NORVA-MIB";
   std::string names;
+  std::string newNames;
   std::string access;
   std::string other;  // diff: the new database; decode: the trace
 };
@@ -43,6 +47,7 @@ constexpr char kExamples[] =
     "  norvamap list mapping.db --format csv > objects.csv\n"
     "  norvamap mib mapping.db --names names.yaml > NORVA-MIB.txt\n"
     "  norvamap exporter mapping.db > snmp.yml\n"
+    "  norvamap severities mapping.db --names names.yaml > severities.yml\n"
     "  norvaSnmp -X -d mapping.db -x /var/agentx/master -n unit | norvamap decode mapping.db\n"
     "  norvamap diff old.db new.db\n"
     "Status: 0; 1 with errors (check) or changes that break something (diff); 2 for bad input.";
@@ -52,12 +57,14 @@ void print(const std::string& text) {
 }
 
 int runCheck(const Options& options) {
-  const Mapping mapping(options.database, options.root);
+  std::vector<norva::dasunit::DeviceObject> objects;
+  if (!options.objects.empty()) objects = norva::dasunit::readObjectFile(options.objects);
+  const std::string unitRoot = rootOf(objects);
+  const Mapping mapping(options.database,
+                        options.hasRoot || unitRoot.empty() ? options.root : unitRoot);
   Findings findings;
   checkDataBase(mapping, findings);
-  if (!options.objects.empty()) {
-    checkUnit(mapping, norva::dasunit::readObjectFile(options.objects), options.objects, findings);
-  }
+  if (!options.objects.empty()) checkUnit(mapping, objects, options.objects, findings);
   print(options.format == "json" ? findings.asJson() : findings.asText());
   return findings.hasErrors() ? kExitFindings : 0;
 }
@@ -71,21 +78,32 @@ int runList(const Options& options) {
   return 0;
 }
 
-Annotations annotationsOf(const Options& options, const Mapping& mapping) {
-  return options.names.empty() ? Annotations() : readAnnotations(options.names, mapping);
+Annotations annotationsOf(const std::string& names, const Mapping& mapping) {
+  return names.empty() ? Annotations() : readAnnotations(names, mapping);
+}
+
+NamedMapping named(const Mapping& mapping, const std::string& names) {
+  return NamedMapping::make(mapping, annotationsOf(names, mapping), {});
 }
 
 int runMib(const Options& options) {
   const Mapping mapping(options.database, options.root);
   mapping.requireComplete();
-  print(mibModule(mapping, annotationsOf(options, mapping), options.module));
+  print(mibModule(mapping, annotationsOf(options.names, mapping), options.module));
   return 0;
 }
 
 int runExporter(const Options& options) {
   const Mapping mapping(options.database, options.root);
   mapping.requireComplete();
-  print(exporterModules(mapping, annotationsOf(options, mapping), options.access));
+  print(exporterModules(mapping, annotationsOf(options.names, mapping), options.access));
+  return 0;
+}
+
+int runSeverities(const Options& options) {
+  const Mapping mapping(options.database, options.root);
+  mapping.requireComplete();
+  print(severityRules(named(mapping, options.names)));
   return 0;
 }
 
@@ -94,7 +112,11 @@ int runDiff(const Options& options) {
   const Mapping after(options.other, options.root);
   before.requireComplete();
   after.requireComplete();
-  const std::vector<Change> changes = compare(before, after);
+  std::vector<Change> changes = compare(before, after);
+  const std::string& newNames = options.newNames.empty() ? options.names : options.newNames;
+  for (Change& change : compareMetrics(named(before, options.names), named(after, newNames))) {
+    changes.push_back(std::move(change));
+  }
   print(options.format == "json" ? asJson(changes) : asText(changes));
   const bool breaks = std::any_of(changes.begin(), changes.end(),
                                   [](const Change& change) { return change.breaks; });
@@ -129,6 +151,7 @@ CLI::App* addSubcommand(CLI::App& app, Options& options, const char* name,
   command
       ->add_option("--root", options.root,
                    "Where the unit puts its objects: the text of its object 0x80BA")
+      ->each([&options](const std::string&) { options.hasRoot = true; })
       ->type_name("OID")
       ->capture_default_str();
   return command;
@@ -152,6 +175,7 @@ int main(int argc, char** argv) {
   Options options;
   CLI::App app{"What a mapping database of norvaSnmp means to SNMP managers.", "norvamap"};
   app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("norvamap ") + norva::kVersion);
   app.footer(kExamples);
   int (*run)(const Options&) = nullptr;
   const auto addCommand = [&](const char* name, const char* description,
@@ -175,22 +199,32 @@ int main(int argc, char** argv) {
   addNames(exporter, options);
   exporter->add_option("--access", options.access, "SNMP version and credentials: see norvamap(1)")
       ->type_name("FILE");
+  CLI::App* severities =
+      addCommand("severities", "Write how bad each alarm is, as Prometheus rules", runSeverities);
+  addNames(severities, options);
   CLI::App* decode = addCommand("decode", "Put the agent's trace into words", runDecode);
   decode->add_option("FILE", options.other, "Trace; without it, standard input")->type_name("");
   CLI::App* diff = addCommand("diff", "What changes for managers from DB to NEW", runDiff);
   diff->add_option("NEW", options.other, "The new mapping database")->required()->type_name("");
   addFormat(diff, options, {"text", "json"});
+  addNames(diff, options);
+  diff->add_option("--new-names", options.newNames, "The same for NEW; without it as --names")
+      ->type_name("FILE");
 
   try {
+    const auto isNamed = [argv](const CLI::App* command) { return command->get_name() == argv[1]; };
+    if (argc > 1 && argv[1][0] != '-' && app.get_subcommands(isNamed).empty()) {
+      throw InputError(std::string("no command '") + argv[1] + "', see norvamap --help");
+    }
     app.parse(argc, argv);
     const int status = run(options);
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
       throw InputError(std::string("output: ") + std::strerror(errno));
     return status;
   } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);  // --help
-    std::fprintf(stderr, "norvamap: %s\n", error.what());
-  } catch (const InputError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+    std::fprintf(stderr, "norvamap: %s, see norvamap --help\n", error.what());
+  } catch (const std::exception& error) {  // also of the libraries
     std::fprintf(stderr, "norvamap: %s\n", norva::oneLine(error.what()).c_str());
   }
   return kExitInput;

@@ -217,7 +217,7 @@ class Fleet:
     def scraped(self):
         """How many units have given values and texts."""
         return int(self.value("count(norva:values{job=\"norva\"} and on (instance)"
-                              " norva:values{job=\"norva_config\"} and on (instance) norva_site_name)") or 0)
+                              " norva:values{job=\"norva_config\"} and on (instance) norva_site_name_info)") or 0)
 
     def page_address(self, port=0):
         """Makes Prometheus reachable from outside, at a port of the loopback; the address."""

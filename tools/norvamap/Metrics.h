@@ -1,0 +1,42 @@
+// The mapping as metrics: what Prometheus calls each scalar and column, in which unit, and how its
+// value is brought to that. Functions without state.
+
+#ifndef NORVA_MAPPING_METRICS_H_
+#define NORVA_MAPPING_METRICS_H_
+
+#include <string>
+#include <vector>
+
+#include "NamedMapping.h"
+
+namespace norva::mapping {
+
+enum class MetricKind {
+  kGauge,
+  kCounter,
+  kDecimalText,  ///< a gauge that managers get as a text
+  kText,
+};
+
+struct Metric {
+  const NamedObject* object = nullptr;
+  MetricKind kind = MetricKind::kGauge;
+  std::string unit;  ///< as the name has it, "celsius"; may be empty
+  int exponent = 0;  ///< the metric's value is the managers' times 10 to this power
+  std::string
+      name;  ///< norva_, the object's name, the unit, `_total` for counters, `_info` for texts
+  std::string help;
+};
+
+/// One for each scalar and column, in their order, but for clocks, whose label would change with
+/// every scrape, and Opaque. Names are unique, also without the endings that mean something to
+/// Prometheus: those that were not have their object ids in them, columns table and number.
+/// `named` must outlive the result.
+std::vector<Metric> metricsOf(const NamedMapping& named);
+
+/// `norvamap severities`: Prometheus rules that tell how bad each alarm is.
+std::string severityRules(const NamedMapping& named);
+
+}  // namespace norva::mapping
+
+#endif  // NORVA_MAPPING_METRICS_H_
