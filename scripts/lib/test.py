@@ -83,11 +83,12 @@ class Beside:
         self._process = spawn(*command, stdout=self._output, preexec_fn=lambda: os.nice(nice))
 
     def wait(self):
-        """Its status, its output being printed."""
+        """Its status and output, which is printed."""
         status = self._process.wait()
         self._output.seek(0)
-        print(self._output.read(), end="", flush=True)
-        return status
+        output = self._output.read()
+        print(output, end="", flush=True)
+        return status, output
 
 
 def spawn(*command, **options):
@@ -112,16 +113,16 @@ class Test:
         self._results = Results()
         self._reports = Path(tempfile.mkdtemp())
 
-    def check(self, name, *command):
+    def check(self, name, *command, **options):
         """A command that passes or fails as a whole."""
         self._results.begin(name)
-        failed = run(*command) != 0
+        failed = run(*command, **options) != 0
         return self._results.add(name, not failed, failed)
 
     def ended(self, name, beside):
         """The same for one that runs already."""
         self._results.begin(name)
-        failed = beside.wait() != 0
+        failed = beside.wait()[0] != 0
         return self._results.add(name, not failed, failed)
 
     def build(self, preset):
@@ -177,21 +178,25 @@ class Test:
         if self.cross("powerpc", "unit-32"):
             self.unit_tests("unit-32")
 
-    def packages(self):
-        """What the machine of the trial starts from is made while the packages are built."""
-        root = Beside(SCRIPTS / "trial", "--root")
-        built = self.check("packages", SCRIPTS / "package", "--quick")
+    def build_packages(self, nice=0):
+        """Begins to; what the machine of their trial starts from is made meanwhile."""
+        return (Beside(SCRIPTS / "package", "--quick", nice=nice),
+                Beside(SCRIPTS / "trial", "--root", nice=nice))
+
+    def try_packages(self, packages, root):
+        """Begins to, when they are built."""
+        if not self.ended("packages", packages):
+            return None
         root.wait()
-        if not built:
+        return Beside(SCRIPTS / "trial", "build/packages-quick")
+
+    def packages_tried(self, trial):
+        if not trial:
             return
         name = "packages, installed"
         self._results.begin(name)
-        process = spawn(SCRIPTS / "trial", "build/packages-quick", stdout=subprocess.PIPE, text=True)
-        line = ""
-        for line in process.stdout:
-            print(line, end="", flush=True)
-        status = process.wait()
-        found = re.fullmatch(r"(\d+) passed, (\d+) failed(?:, (\d+) skipped)?\n", line)
+        status, output = trial.wait()
+        found = re.search(r"^(\d+) passed, (\d+) failed(?:, (\d+) skipped)?\n\Z", output, re.M)
         passed, failed, skipped = (int(count or 0) for count in found.groups()) if found else (0, 1, 0)
         self._results.add(name, passed, failed or int(status != 0), skipped)
 
@@ -213,19 +218,22 @@ class Test:
             self.s390x()
             self.ended("clang-tidy", lint)
             prepared.wait()
+        # These leave half of the machine idle.
+        packages = self.build_packages(nice=19)
         if self.build("tsan"):
             self.unit_tests("tsan")
         self.check("data races", SCRIPTS / "check", "races")
         self.check("memory", SCRIPTS / "check", "memory")
         self.check("benchmark", SCRIPTS / "bench", "--quick")
-        # The soak mostly waits: the fuzz targets are built and run meanwhile.
+        # The soak and the trial mostly wait: the fuzz targets are built and run meanwhile, behind them.
+        trial = self.try_packages(*packages)
         soak = Beside(SCRIPTS / "soak", "--minutes", "2", "--seed", "8")
-        self.check("fuzzing", SCRIPTS / "fuzz", "--seconds", "10")
+        self.check("fuzzing", SCRIPTS / "fuzz", "--seconds", "10", preexec_fn=lambda: os.nice(10))
         self.ended("endurance", soak)
         self.build("clang")
         if self.build("asan"):
             self.unit_tests("asan")
-        self.packages()
+        self.packages_tried(trial)
 
     def end_to_end(self):
         self.e2e_tests("end-to-end tests", "tests/e2e", "--ignore=tests/e2e/test_big_endian.py")
@@ -235,7 +243,7 @@ class Test:
         if what is None:
             self.everything()
         elif what == "packages":
-            self.packages()
+            self.packages_tried(self.try_packages(*self.build_packages()))
         elif self.build("dev"):
             if what == "unit":
                 self.unit_tests("dev")
