@@ -64,7 +64,7 @@ class MonitoringTrial:
         senders = "\n".join(
             f"SNMPCONFPATH=/tmp/senders/{sender} python3 /mnt/trap_sender.py {self.number} {EACH} "
             + (f"{_V3} -e {_engine_id(sender)} -Z 1,{self.number}" if sender % 2 else "-v2c -c public")
-            + " 127.0.0.1 || touch /tmp/failed &" for sender in range(SENDERS))
+            + " 127.0.0.1:162 || touch /tmp/failed &" for sender in range(SENDERS))
         self.done(f"systemd-run --quiet --collect --unit=storm sh -c '{senders}\nwait'")
         meanwhile()
         wait_until(lambda: "inactive" in self.shell("systemctl is-active storm"), 300, "the senders' end")
@@ -135,7 +135,7 @@ class MonitoringTrial:
         last = f"alarm_{(self.number - 1) % 10}"
         wait_until(lambda: len(self.alerts(alertname="NorvaAlarmNotified", alarm=last)) == SENDERS, 90,
                    "an alert of each sender")
-        assert re.search(r"^127.1.0.3: New Alarm, Alarm \d, device 8, number \d+: Quay, of 127.0.0.1$",
+        assert re.search(r"^127.1.0.3: New Alarm, Alarm \d, device 8, number \d+: Quay, of 127.0.0.1:162$",
                          self.done("journalctl --quiet --output=cat --unit=norva-trapreader"), re.M)
         directory = "/usr/share/norvasnmp/monitoring"
         assert self.done(f"{directory}/trapreader --clear 127.1.0.3 {last}") == "1 alarms ended\n"

@@ -80,7 +80,7 @@ class FleetUnit:
 
 class Fleet:
     """Use it as a context manager, or call close(). `scrape`: seconds between two scrapes; what the
-    rules wait for is shortened to two of them, so that nobody has to."""
+    rules wait for is shortened to two of them, so that nobody has to. Without it all is as shipped."""
 
     def __init__(self, count, build=None, scrape=3):
         self.hub = World(build)
@@ -142,11 +142,12 @@ class Fleet:
         hub, files = self.hub, self.directory
         shutil.copytree(SOURCE / "monitoring", files,
                         ignore=shutil.ignore_patterns("__pycache__"))
-        self._edit("prometheus.yml", (r"_interval: \w+", f"_interval: {self.seconds}s"),
-                   (r"scrape_timeout: \w+", f"scrape_timeout: {self.seconds}s"))
-        self._edit("rules.yml", (r"for: (30s|[15]m)", f"for: {2 * self.seconds}s"),
-                   (r"interval: \w+", f"interval: {self.seconds}s"))
-        self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
+        if self.seconds:
+            self._edit("prometheus.yml", (r"_interval: \w+", f"_interval: {self.seconds}s"),
+                       (r"scrape_timeout: \w+", f"scrape_timeout: {self.seconds}s"))
+            self._edit("rules.yml", (r"for: (30s|[15]m)", f"for: {2 * self.seconds}s"),
+                       (r"interval: \w+", f"interval: {self.seconds}s"))
+            self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
         users = "\n".join(f"createUser -e {_engine_id(unit.number)} {_USER}" for unit in self.units)
         self._edit("snmptrapd.conf", (r"createUser .*", users))
         (files / "units.yml").write_text(
