@@ -16,7 +16,7 @@ from world import ALARM_OBJECT, ROOT, WorldError, empty_schema, scalar_row, wait
 
 LONG = bool(os.environ.get("NORVA_LONG"))
 COUNT, ENDS = (20_000, 40) if LONG else (3_000, 6)
-PATIENT_MASTER = V2C_SINK + "agentXTimeout 15\nagentXRetries 0\n"
+PATIENT_MASTER = V2C_SINK + "agentXTimeout 90\nagentXRetries 0\n"
 SCALAR, VALUE = f"{ROOT}.1.1.1.1.0", 1007
 DROPPED = re.compile(r"(\d+) notifications were dropped, the oldest")
 
@@ -191,8 +191,8 @@ def answer(world):
 
 
 @pytest.mark.parametrize("settings", [[], ["norvaBacklog 0"],
-                                      ["norvaDeviceTimeout 10", "norvaStrictSet yes", "file"]],
-                         ids=["no settings", "no backlog", "the shipped ones"])
+                                      ["norvaDeviceTimeout 60", "norvaStrictSet yes", "file"]],
+                         ids=["no settings", "no backlog", "with a file"])
 def test_alarms_in_front_of_a_reply(world, settings):
     """The unit posts many alarms before it replies, and gets to its reply."""
     count = 5_000
@@ -238,8 +238,7 @@ assert all(answer.endswith(tlv(2, struct.pack(">H", value))) for answer in answe
 @pytest.mark.parametrize("length", [1300, 3000])
 def test_long_names(world, length):
     """Many requests wait, the unit is slow, alarms come: agent and master go on."""
-    receiver = start(world, "norvaDeviceTimeout 20", name="n" * length,
-                     master=V2C_SINK + "agentXTimeout 90\nagentXRetries 0\n")
+    receiver = start(world, "norvaDeviceTimeout 20", name="n" * length)
     world.ctl("fault", "delay", 20)
     requests = world.spawn("requests", ["/usr/bin/python3", "-c", REQUESTS, "400", str(VALUE)])
     count = 1000
