@@ -33,6 +33,9 @@ const Unit kPrefixedUnits[] = {
 const std::map<std::string, int> kPrefixes = {{"", 0},  {"n", -9}, {"u", -6}, {"m", -3},
                                               {"k", 3}, {"M", 6},  {"G", 9}};
 
+/// What all metrics' names begin with.
+constexpr std::string_view kPrefix = "norva_";
+
 /// Small letters and digits, '_' for all that is between them.
 std::string snake(const std::string& text) {
   std::string name;
@@ -65,7 +68,7 @@ Unit baseUnit(const std::string& unit) {
 
 /// downlinkOutputPower becomes norva_downlink_output_power, managementVLAN norva_management_vlan.
 std::string stemOf(const NamedObject& object) {
-  std::string name = "norva_";
+  std::string name(kPrefix);
   bool wasCapital = true;
   for (const char c : object.name) {
     const bool isCapital = std::isupper(static_cast<unsigned char>(c)) != 0;
@@ -179,7 +182,7 @@ std::string severityRules(const NamedMapping& named) {
   for (const NamedObject& scalar : named.scalars) {
     if (scalar.annotation.severity.empty()) continue;
     // Notifications have the database's name; the metric has another where there is an annotation.
-    for (const std::string& name : {snake(scalar.title), stemOf(scalar).substr(6)}) {
+    for (const std::string& name : {snake(scalar.title), stemOf(scalar).substr(kPrefix.size())}) {
       severities.try_emplace(alarmOf(name), scalar.annotation.severity);
     }
   }
