@@ -7,6 +7,7 @@ errors of the agent at work, every case of the benchmark once, fuzzing, two minu
 tests and answers of the s390x build, the last commit's Debian packages on a Debian of their own.
 """
 
+import atexit
 import os
 import re
 import subprocess
@@ -105,6 +106,21 @@ def run(*command, timeout=None, **options):
         process.kill()
         process.wait()
         return 1
+
+
+def remove_captured(since):
+    """GoogleTest keeps what it captures of an output in /tmp, whatever TMPDIR is: files of unit tests
+    that were killed."""
+    used = set()
+    for descriptor in Path("/proc").glob("[0-9]*/fd/*"):
+        try:
+            used.add(os.readlink(descriptor))
+        except OSError:  # closed meanwhile
+            pass
+    for file in Path("/tmp").glob("gtest_captured_stream.*"):
+        status = file.stat()
+        if str(file) not in used and status.st_uid == os.getuid() and status.st_mtime >= since:
+            file.unlink(missing_ok=True)
 
 
 class Test:
@@ -270,6 +286,7 @@ def main():
     options = parser.parse_args()
     install(*{"unit": ["dev"], "e2e": ["e2e"], "packages": ["package", "trial"],
               "big-endian": ["e2e"]}.get(options.what, ["test"]))
+    atexit.register(remove_captured, time.time() - 1)
     return Test(options).run()
 
 
