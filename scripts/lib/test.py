@@ -118,9 +118,12 @@ def remove_captured(since):
         except OSError:  # closed meanwhile
             pass
     for file in Path("/tmp").glob("gtest_captured_stream.*"):
-        status = file.stat()
-        if str(file) not in used and status.st_uid == os.getuid() and status.st_mtime >= since:
-            file.unlink(missing_ok=True)
+        try:
+            status = file.stat()
+            if str(file) not in used and status.st_uid == os.getuid() and status.st_mtime >= since:
+                file.unlink()
+        except FileNotFoundError:  # another run has removed its own
+            pass
 
 
 class Test:
