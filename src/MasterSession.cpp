@@ -28,7 +28,7 @@ struct State {
   decltype(netsnmp_transport::f_send) send = nullptr;
   AgentXStream received;
   std::uint32_t lastNotification = 0;
-  std::atomic<bool> isOpen = false;
+  std::atomic<bool> isServing = false;
 };
 
 State state;
@@ -77,7 +77,6 @@ int sessionStarted(int, int, void* started, void*) {
     state.send = std::exchange(transport->f_send, watchSent);
   }
   state.received = AgentXStream();
-  state.isOpen = true;
   AgentStatistics::get().masterSessions.add();
   // A program that is started and stays must not keep the connection of an agent that has ended.
   fcntl(transport->sock, F_SETFD, FD_CLOEXEC);
@@ -87,7 +86,7 @@ int sessionStarted(int, int, void* started, void*) {
 
 int sessionStopped(int, int, void*, void*) {
   state.transport = nullptr;
-  state.isOpen = false;
+  state.isServing = false;
   state.notifications->sessionEnded();
   return 0;
 }
@@ -106,8 +105,12 @@ std::uint32_t MasterSession::lastNotification() {
   return std::exchange(state.lastNotification, 0);
 }
 
-bool MasterSession::isOpen() {
-  return state.isOpen;
+bool MasterSession::isServing() {
+  return state.isServing;
+}
+
+void MasterSession::beginTurn() {
+  if (state.transport != nullptr && !state.isServing) state.isServing = true;
 }
 
 void MasterSession::cut() {

@@ -18,8 +18,11 @@ class MasterSession {
   /// init_snmp. Not owned.
   static void follow(NotificationQueue& notifications);
 
-  /// Whether there is a session. Any thread.
-  static bool isOpen();
+  /// Whether there is a session in which all objects are registered. Any thread.
+  static bool isServing();
+  /// To be called before each turn of the request loop: within one the library opens a session and
+  /// registers.
+  static void beginTurn();
 
   /// Packet id under which the library sent the last notification, 0 if it sent none since the last
   /// call.

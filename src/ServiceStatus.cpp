@@ -61,7 +61,7 @@ ServiceStatus::Line ServiceStatus::look() const {
   if (registered.scalars() + registered.cells() == 0) {
     return {"nothing to serve: no object found in the mapping database " + _database, false};
   }
-  if (!MasterSession::isOpen()) return {"no master agent at " + _address, false};
+  if (!MasterSession::isServing()) return {"no master agent at " + _address, false};
   const std::string serving = "serving " + std::to_string(registered.scalars()) + " scalars and " +
                               std::to_string(registered.cells()) + " cells";
   return {isSilent ? "the unit is silent; " + serving : serving, true};

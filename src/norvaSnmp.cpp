@@ -297,6 +297,7 @@ void startWithMaster(const Options& options) {
   for (;;) {
     gate.performWork(kNotificationsPerTurn);
     beginTurn();
+    MasterSession::beginTurn();
     processEvents(!gate.hasWork());
   }
 }

@@ -7,6 +7,7 @@ The first time it makes the root of that machine, in ~/.cache/norva. Where there
 skipped, with the reason.
 """
 
+import os
 import re
 import shutil
 import subprocess
@@ -24,6 +25,7 @@ from world import wait_until
 PACKAGES = ["norvasnmp", "norvasnmp-tools"]
 SERVICES = ["norvasnmp.service", "dasunit.service"]
 NEXT = "99"  # version of the upgrade
+ROUNDS = int(os.environ.get("NORVA_ROUNDS", "3"))  # starts of a service behind the agent's
 EXPOSURE = 5  # most that `systemd-analyze security` may find, in tenths
 AUTH, PRIV = "an auth phrase", "a priv phrase"
 # The administrator's own files.
@@ -144,7 +146,8 @@ class Trial:
         assert answer.startswith("boardTemperature.0 = 78"), answer
         walked = self.manager("snmpwalk", "norvaMIB").splitlines()
         assert len(walked) > 400 and not any("No " in line for line in walked), walked[-3:]
-        assert self.shell("smilint -l 3 NORVA-NOTIFY-MIB") == ""
+        for module in ("NORVA-NOTIFY-MIB", "NORVA-AGENT-MIB"):
+            assert self.shell(f"smilint -l 3 {module}") == ""
 
     def completed(self):
         """What bash completes, by the files that it finds by itself."""
@@ -228,6 +231,45 @@ class Trial:
         self.done("systemctl restart snmpd")
         self.wait_served()
 
+    def status(self, text):
+        """Waits until the service says so."""
+        shown = "systemctl show --property=StatusText --value norvasnmp"
+        wait_until(lambda: self.shell(shown).startswith(text), 30, f"the status '{text}'")
+
+    def told(self):
+        """Who is started behind the service finds managers served; the service says how it is, and
+        holds up nobody who waits for its start."""
+        self.status("serving ")
+        ask = (f"snmpget -v3 -u norva -l authPriv -a SHA-256 -A '{AUTH}' -x AES -X '{PRIV}' -r0 -t20 "
+               "-Oqv 127.0.0.1 .1.3.6.1.4.1.53412.8.2.2.4.1.1.1.6.0 .1.3.6.1.4.1.53412.8.2.2.9.1.0")
+        self.done("cat > /run/systemd/system/asker.service <<END\n[Unit]\nWants=norvasnmp.service\n"
+                  "After=norvasnmp.service\n[Service]\nType=oneshot\n"
+                  f"ExecStart=sh -c \"{ask} | tee /tmp/answer\"\nEND\nsystemctl daemon-reload")
+        for _ in range(ROUNDS):
+            self.done("systemctl stop norvasnmp; systemctl start asker")
+            answer = self.shell("cat /tmp/answer")
+            assert answer and "No Such" not in answer, answer
+        self.unit("fault silent")
+        self.manager("snmpget", "siteName.0")
+        self.status("the unit is silent; serving ")
+        self.unit("fault none")
+        self.wait_served()
+        self.status("serving ")
+        self.done("systemctl stop dasunit norvasnmp")
+        began = time.monotonic()
+        self.done("systemctl start norvasnmp")
+        assert 9 < time.monotonic() - began < 30
+        self.status("waiting for the unit: ")
+        self.done("systemctl start dasunit")
+        self.status("serving ")
+        self.done("systemctl stop snmpd")
+        self.status("no master agent at /run/agentx/master")
+        self.done("cp /etc/hostname /etc/norvasnmp/mapping.db; systemctl restart norvasnmp")
+        self.status("nothing to serve: no object found in the mapping database /etc/norvasnmp/mapping")
+        self.done("cp /usr/share/norvasnmp/sample/mapping.db /etc/norvasnmp/; systemctl start snmpd; "
+                  "systemctl restart norvasnmp")
+        self.wait_served()
+
     def upgraded(self):
         """To a version with other configuration files: what is the administrator's stays."""
         old = self.state("norvasnmp")["MainPID"]
@@ -285,7 +327,7 @@ class Trial:
         assert self.shell("systemctl --failed --quiet") == ""
 
     CHECKS = [installed, units_verified, started, polled_by_name, completed, others_refused,
-              alarm_received, written, journal_quiet, stopped_alone, restarted, upgraded, removed,
+              alarm_received, written, journal_quiet, stopped_alone, restarted, told, upgraded, removed,
               reinstalled, purged, package_tests, left_nothing]
 
 
