@@ -330,6 +330,7 @@ def test_what_goes_wrong(fleet):
     shows(fleet, SILENT, "✕ no values")
     open_page(fleet, f"unit.html?instance={bad.address}")
     waits_for(fleet, "3 RU 3 connected – 1.0 dB")
+    waits_for(fleet, "slowest reply of the unit", selector="#agent")
     assert "Downlink Output Power" not in text(fleet).split("Graphs of")[0]
 
     unit(fleet, SILENT).world.master.signal(signal.SIGKILL)

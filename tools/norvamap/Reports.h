@@ -43,11 +43,11 @@ std::string mibModule(const Mapping& mapping, const Annotations& annotations,
 
 // `norvamap exporter`: modules for snmp_exporter, which turns the mapping into metrics.
 
-/// Four modules: `norva` for numbers that managers cannot write, decimal texts included;
+/// Five modules: `norva` for numbers that managers cannot write, decimal texts included;
 /// `norva_config` for those that they can; `norva_text` for all other texts, as metrics of value 1
 /// with a label of the metric's name, since one text that is not UTF-8 fails a whole scrape and
 /// numbers must not suffer from it; `norva_master` for the master's sysUpTime, which it answers
-/// without the agent.
+/// without the agent; `norva_agent` for the agent's own objects.
 /// `access`: a YAML file with the keys `version` and `auth` for every module, as snmp_exporter has
 /// them; empty for SNMPv2c and the exporter's own community, public. Throws InputError for a file
 /// that cannot be read or has other keys.

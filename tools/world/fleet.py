@@ -61,7 +61,8 @@ class FleetUnit:
         self.number = number
         self.address = f"127.1.{(number - 1) // 250}.{(number - 1) % 250 + 1}"
         self.world = World(build, network=fleet.hub, address=f"{self.address}:161")
-        self.world.settings("norvaDeviceTimeout 5", "norvaStrictSet yes", "norvaTrace no")
+        self.world.settings("norvaDeviceTimeout 5", "norvaStrictSet yes", "norvaTrace no",
+                            "norvaAgentObjects yes")
 
     def start(self, database=None):
         world = self.world
