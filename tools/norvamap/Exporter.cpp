@@ -39,8 +39,9 @@ constexpr FixedScalar kMasterScalars[] = {
 #define NORVA_AGENT_OBJECT(number) "1.3.6.1.4.1.53412.8.2.2.9." #number
 /// As NORVA-AGENT-MIB has them.
 constexpr FixedScalar kAgentScalars[] = {
-    {"norva_agent_uptime_seconds", NORVA_AGENT_OBJECT(2), "gauge", -2,
-     "Time since the agent's start"},
+    // The exporter scales no TimeTicks.
+    {"norva_agent_up_time", NORVA_AGENT_OBJECT(2), "gauge", 0,
+     "Time since the agent's start in 0.01 s"},
     {"norva_agent_scalars", NORVA_AGENT_OBJECT(3), "gauge", 0, "Scalars of the unit served"},
     {"norva_agent_tables", NORVA_AGENT_OBJECT(4), "gauge", 0, "Tables of the unit served"},
     {"norva_agent_cells", NORVA_AGENT_OBJECT(5), "gauge", 0, "Cells of these tables"},
