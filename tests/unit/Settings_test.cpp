@@ -60,7 +60,8 @@ TEST(SettingsTest, ABadValueIsNamedAndChangesNothing) {
     auto lines = good;
     lines.push_back(line);
     const Read read(lines);
-    EXPECT_NE(read.said.find("Error: " + line.substr(0, line.find(' ')) + ": "), std::string::npos)
+    EXPECT_NE(read.said.find("unit.conf: line 5: Error: " + line.substr(0, line.find(' ')) + ": "),
+              std::string::npos)
         << line << " " << read.said;
     EXPECT_EQ(read.settings.deviceTimeout, seconds(7)) << line;
     EXPECT_EQ(read.settings.backlog, 8U) << line;

@@ -173,24 +173,6 @@ TEST_F(SnmpDataBaseTest, ALockedDatabaseIsWaitedForOnceAndTheReasonTold) {
   sqlite3_close(holder);
 }
 
-TEST(CellKeyTest, IsOrderedAsItsText) {
-  const std::string nodes[] = {"", ".1", ".10", ".1001", ".2", ".10.1", ".10.10100", "\xff"};
-  std::vector<std::pair<CellKey, std::string>> cells;
-  for (const std::string& node : nodes) {
-    for (const int row : {0, 1, 16, 255}) {
-      for (const std::uint32_t column : {0U, 9U, 16U, 0x10000000U, 0xFFFFFFFFU}) {
-        cells.push_back({{&node, column, static_cast<std::uint8_t>(row)},
-                         tableKey(node, static_cast<unsigned>(row), column)});
-      }
-    }
-  }
-  for (const auto& [key, text] : cells) {
-    for (const auto& [otherKey, otherText] : cells) {
-      EXPECT_EQ(key < otherKey, text < otherText) << text << ' ' << otherText;
-    }
-  }
-}
-
 TEST_F(SnmpDataBaseTest, ToolsOfTheUnitFindChannelsFlagsAndRows) {
   load(named("'0102'", "'a'") + cellAt("2001", ".1", 1, "2") + cellAt("2002", ".1", 1, "3") +
        cellAt("2003", ".1", 2, "2") + cellAt("2004", ".1", 255, "2") +

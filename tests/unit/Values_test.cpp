@@ -1,9 +1,13 @@
 // The values that pass between the agent library and the device objects.
 
+#include <array>
+
 #include "AgentLibrary.h"
+#include "AgentStatistics.h"
 #include "AnswerValue.h"
 #include "OneLine.h"
 #include "SetValue.h"
+#include "SnmpObjConvertStrategy.h"
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -84,6 +88,21 @@ TEST(SetValueTest, ReadsWhatTheUnitWouldHold) {
   check(ASN_OCTET_STR, nullptr, 0, 0, "", 0);
   check(ASN_IPADDRESS, "\x0A\x01\x02\x03", 4, 0x0A010203, "\x0A\x01\x02\x03", 4);
   check(ASN_IPADDRESS, "\x0A", 1, 0x0A000000, "\x0A", 1);
+}
+
+TEST(ParseOidTextTest, ReadsWhatIsBehindEachDotAs32Bits) {
+  std::array<std::uint32_t, 8> read{};
+  EXPECT_EQ(parseOidText("9.1.3x. \t7.+2.-2.4294967295.4294967296.", read.data()), read.size());
+  EXPECT_EQ(read,
+            (std::array<std::uint32_t, 8>{1, 3, 7, 2, 0xFFFFFFFE, 0xFFFFFFFF, 0xFFFFFFFF, 0}));
+}
+
+TEST(CounterTest, GoesOnBehindItsLargestNumber) {
+  Counter counter(0xFFFFFFFE);
+  counter.add();
+  EXPECT_EQ(counter.value(), 0xFFFFFFFF);
+  counter.add(3);
+  EXPECT_EQ(counter.value(), 2U);
 }
 
 TEST(OneLineTest, LeavesNoControlCharacter) {
