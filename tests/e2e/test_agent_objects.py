@@ -1,7 +1,6 @@
 """What the agent tells of itself: its own objects, and its lines to a service manager."""
 
 import re
-import signal
 import socket
 import time
 
@@ -20,9 +19,9 @@ ROWS = [scalar_row(0x0403, 1, name="Alarm"), scalar_row(0x0101, 2), cell_row(0x0
 OBJECTS = "0x0403 unsigned 1 rw 0\n0x0101 unsigned 2 rw 7\n0x0200 unsigned 1 rw 1\n"
 
 
-def own(world, timeout=10):
+def own(world):
     """The agent's own objects by name."""
-    found = world.get(*[f"{BASE}.{n}.0" for n in range(1, len(NAMES) + 1)], timeout=timeout)
+    found = world.get(*[f"{BASE}.{n}.0" for n in range(1, len(NAMES) + 1)])
     assert "noSuchObject" not in {bound.type for bound in found}
     return {name.removeprefix("norva"): bound.value if bound.type in ("STRING", "INTEGER")
             else int(re.search(r"\d+", bound.value)[0]) for name, bound in zip(NAMES, found)}
@@ -38,14 +37,8 @@ def start(world, *settings):
     return receiver
 
 
-def database(world, rows=ROWS):
-    return world.make_database(*empty_schema(), *rows, base=False)
-
-
-def counted(world):
-    """The unit's own count of what it was asked for."""
-    lines = world.ctl("stats").split("\n")
-    return {name: int(count) for name, count in map(str.split, filter(None, lines))}
+def database(world):
+    return world.make_database(*empty_schema(), *ROWS, base=False)
 
 
 def test_counts(world):
@@ -58,9 +51,9 @@ def test_counts(world):
 
     def agreed():
         """The agent's counts, as soon as they are the unit's own."""
-        now, unit = own(world), counted(world)
+        now, unit = own(world), dict(map(str.split, filter(None, world.ctl("stats").split("\n"))))
         asked = [now[f"Unit{what}"] for what in ("Reads", "Writes", "Failures")]
-        return asked == [unit["gets"], unit["sets"], unit["refused"]] and now
+        return asked == [int(unit[what]) for what in ("gets", "sets", "refused")] and now
 
     now = wait_until(agreed, 30, "the unit's and the agent's counts agree")
     assert re.fullmatch(r"\d+\.\d+\.\d+", now["AgentVersion"])
@@ -89,20 +82,6 @@ def test_counts(world):
     assert after["UnitSinceLastReply"] < silent["UnitSinceLastReply"]
 
 
-def test_counts_of_an_outage_of_the_master(world):
-    receiver = start(world, "norvaBacklog 2")
-    world.master.signal(signal.SIGKILL)
-    world.master.wait()
-    for _ in range(5):
-        world.ctl("alarm", "raise", "0x0403")
-    wait_until(lambda: world.agent_output().count("New Alarm, name") == 5, what="all taken")
-    world.start_master(V2C_SINK)
-    receiver.wait(2)
-    now = wait_until(lambda: own(world), 30)
-    assert now["MasterSessions"] == 2
-    assert (now["NotificationsTaken"], now["NotificationsDropped"]) == (5, 3)
-
-
 def test_entry_in_the_masters_table(world):
     start(world)
     assert BASE in [bound.value for bound in world.walk(OR_ID)]
@@ -124,15 +103,6 @@ def test_not_served(world, setting, root, line):
     assert world.get(f"{root}.1.1.1.2.0")[0].value == 7
     assert world.get(f"{BASE}.1.0")[0].value is None
     assert line is None or line in world.agent_output()
-
-
-def test_served_without_a_mapping(world):
-    world.start_unit(OBJECTS)
-    world.start_master()
-    world.settings("norvaAgentObjects yes")
-    world.start_agent(database=database(world, rows=[]), wait=False)
-    world.wait_served(BASE)
-    assert own(world)["AgentScalars"] == 0
 
 
 class ServiceManager:
@@ -177,9 +147,9 @@ def test_ready_at_once_and_what_is_missing(world):
     service = ServiceManager(world)
     world.start_unit(OBJECTS)
     world.start_master()
+    world.settings("norvaAgentObjects yes")
     environment = {"NOTIFY_SOCKET": str(service.path)}
-    world.start_agent(database=database(world),
-                      env=environment)
+    world.start_agent(database=database(world), env=environment)
     service.wait("READY=1\nSTATUS=serving 2 scalars and 2 cells")
     world.agent.kill()
     garbage = world.directory / "garbage.db"
@@ -187,3 +157,5 @@ def test_ready_at_once_and_what_is_missing(world):
     world.start_agent(database=garbage, env=environment, wait=False)
     service.wait("READY=1\nSTATUS=nothing to serve: no object found in the mapping database "
                  f"{garbage}")
+    world.wait_served(BASE)
+    assert own(world)["AgentScalars"] == 0

@@ -6,14 +6,9 @@ import pytest
 
 from polling import Polling
 from receiver import V2C_SINK, serve_received
-from world import ROOT, parse_varbinds, wait_until
+from world import wait_until
 
 ALARM, HEARTBEAT = 96, 99
-
-
-def start(world, master="", interval=255, switch=0):
-    return serve_received(world, f"set 0x0ffa {interval}", f"set 0x0ffb {switch}",
-                          sinks=V2C_SINK + master, stdout=subprocess.DEVNULL)
 
 
 def check_complete(received, alarms):
@@ -29,7 +24,9 @@ def check_complete(received, alarms):
 @pytest.mark.parametrize("count, heartbeats", [(20_000, False), (10_000, True)],
                          ids=["alarms", "alarms and heartbeats"])
 def test_flood_under_polling(world, count, heartbeats):
-    receiver = start(world, interval=0 if heartbeats else 255, switch=int(heartbeats))
+    receiver = serve_received(world, f"set 0x0ffa {0 if heartbeats else 255}",
+                              f"set 0x0ffb {int(heartbeats)}", sinks=V2C_SINK,
+                              stdout=subprocess.DEVNULL)
     polling = Polling(world)
     answers, memory = [polling.answers()], []
     flood = world.flood(count)
@@ -47,20 +44,3 @@ def test_flood_under_polling(world, count, heartbeats):
     assert all(after > before for before, after in zip(answers[0], answers[-1]))
     assert memory[-1] < memory[0] + 4096  # one lost notification is more than 1 KiB
     assert world.agent.running() and world.master.running()
-
-
-def test_notifications_while_the_device_is_silent(world):
-    """A request that hangs in the device holds up no notification."""
-    hanging = f"{ROOT}.1.1.1.4.0"
-    receiver = start(world, "agentXTimeout 30\n")
-    (answer,) = world.get(hanging)
-    manager = world.hang(hanging, count=1)
-    assert world.flood(60).wait() == 0
-    check_complete(receiver.wait(60), 60)
-    assert manager.running()
-    reply = b"\x12\x17\0\x02\x07\0" + answer.value.encode().ljust(20, b"\0")
-    world.ctl("reply", reply.hex())
-    assert manager.wait() == 0
-    assert parse_varbinds(manager.output()) == [answer]
-    assert world.flood(100).wait() == 0
-    assert [event.sequence for event in receiver.wait(160)] == list(range(1, 161))

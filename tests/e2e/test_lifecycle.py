@@ -118,17 +118,6 @@ def silent_unit(world):
     world.hang(SCALAR)
 
 
-def test_output_leaves_while_the_unit_is_silent(ready):
-    reader = start_piped(ready)
-    os.set_blocking(reader, False)
-    with os.fdopen(reader, "rb") as output:
-        wait_until(lambda: b"_heartBeatInterval is changed" in (output.read() or b""),
-                   what="all that is printed at start")
-        silent_unit(ready)
-        wait_until(lambda: (output.read() or b"").endswith(b"02 07 04 00 00 00 00 00 "), 3,
-                   "trace of the request")
-
-
 @pytest.mark.parametrize("start", [lambda world: os.close(start_piped(world)),
                                    lambda world: world.start_agent(prefix=CLOSED)],
                          ids=["reader goes away", "closed descriptors"])

@@ -213,15 +213,6 @@ def test_against_the_unit(world):
     assert findings(SAMPLE, "--objects", SOURCE / "data/unit.objects") == findings(SAMPLE)
 
 
-def test_list_is_what_a_walk_shows(sample_world):
-    listed = json.loads(norvamap("list", SAMPLE, "--format", "json"))
-    walk = sample_world.walk()
-    assert [line["oid"] for line in listed] == [bound.oid for bound in walk]
-    shown = {"INTEGER": "INTEGER", "STRING": "OCTET STRING"}
-    assert [line["type"] for line in listed] == [shown[bound.type] for bound in walk]
-    assert len(listed) == 615
-
-
 def with_modules(world, directory, *command):
     """Runs a command that knows the modules, with the sample's one in `directory`."""
     return world.run("env", f"MIBDIRS={directory}:{MIBS}", f"MIBS={MODULES}", *command)

@@ -13,6 +13,7 @@ import pytest
 
 from polling import Polling
 from receiver import V2C_SINK, Receiver
+from test_agent_objects import own
 from world import ALARM_OBJECT, ROOT, World, empty_schema, parse_varbinds, scalar_row, wait_until
 
 LONG = bool(os.environ.get("NORVA_LONG"))
@@ -146,7 +147,7 @@ def test_unit_that_takes_seconds(world):
     ids=["default", "50", "0"])
 def test_master_away(world, settings, alarms, kept):
     """The control process is not held up, and what is kept arrives."""
-    receiver = start(world, *settings)
+    receiver = start(world, "norvaAgentObjects yes", *settings)
     world.master.kill()
     begin = time.monotonic()
     assert world.flood(alarms).wait(30) == 0
@@ -162,6 +163,10 @@ def test_master_away(world, settings, alarms, kept):
     dropped = f"{alarms - kept} notifications were dropped, the oldest, while the master took none\n"
     if kept:
         world.wait_output(dropped)
+        counts = own(world)
+        assert counts["MasterSessions"] == 2
+        assert (counts["NotificationsTaken"], counts["NotificationsDropped"]) == (
+            alarms + 1, alarms - kept)
     assert world.agent_output().count(dropped) == (kept > 0)
 
 
@@ -220,15 +225,6 @@ def test_no_trace(world):
         "DataManage::getObjValue  readData error!\n"
         "object 0x0101: no reply of the unit in time\n"
         "SnmpAgentX::read_Var  getObjValue ERROR  oid = 101 !!!!!!!!!!!\n")
-
-
-def test_a_bad_setting_is_named(world):
-    world.start_unit(f"{ALARM_OBJECT} unsigned 1 rw 0\n")
-    world.settings("norvaBacklog -1")
-    world.start_agent(wait=False)
-    world.wait_output("init_snmp end....\n")
-    errors = world.directory / "agent-errors.log"
-    assert errors.read_text().count("demo.conf: line 2: Error: norvaBacklog: ") == 1
 
 
 def without_master(world):
