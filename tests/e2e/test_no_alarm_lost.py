@@ -6,7 +6,6 @@ import os
 import random
 import re
 import signal
-import subprocess
 import time
 
 import pytest

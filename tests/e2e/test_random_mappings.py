@@ -5,8 +5,7 @@ import random
 import subprocess
 
 from test_norvamap import TOOL
-from world import (CELLS, QUIET_HEARTBEAT, SCALARS, cell_row, empty_schema, parse_varbinds,
-                   wait_until)
+from world import QUIET_HEARTBEAT, SCALARS, cell_row, empty_schema, parse_varbinds, wait_until
 
 COUNT = 120
 AT_ONCE = 40

@@ -108,15 +108,6 @@ def test_set_of_one_cell(restored, cell, letter, given, frame, answer):
     assert restored.get(oid_of(*cell))[0].value == answer
 
 
-def test_set_of_a_long_text(restored):
-    """Cut to 64 bytes."""
-    cell = (1, 8, 5)
-    restored.ctl("add", f'{id_of(*cell):#06x} text 64 rw ""')
-    for length in (64, 70):
-        restored.set(oid_of(*cell), "s", f"{length}".ljust(length, "x"))
-        assert restored.get(oid_of(*cell))[0].value == f"{length}".ljust(64, "x")
-
-
 def test_set_of_several_cells(restored):
     """The first value of a table goes into all of the table's cells."""
     cells = [(1, 5, 3), (2, 4, 1), (1, 5, 4), (2, 4, 32)]

@@ -55,24 +55,11 @@ class LibraryGateTest : public testing::Test {
     pollfd poller{wakeFd, POLLIN, 0};
     return poll(&poller, 1, static_cast<int>(limit.count())) == 1;
   }
-  void callBack() const {
-    const int last = external_readfdlen - 1;
-    external_readfdfunc[last](wakeFd, external_readfd_data[last]);
-  }
 
   CountedWork work;
   LibraryGate gate;
   int wakeFd = -1;
 };
-
-TEST_F(LibraryGateTest, WorkWakesTheMainThreadBetweenRequests) {
-  std::jthread([this] { announce(2); }).join();
-  EXPECT_EQ(work.done, 0);
-  ASSERT_TRUE(announced());
-  callBack();
-  EXPECT_FALSE(announced());
-  EXPECT_EQ(work.done, 0) << "the main thread's loop does it";
-}
 
 TEST_F(LibraryGateTest, WorkIsDoneByItsThreadDuringADeviceWaitWhichEndsOnlyAfterIt) {
   work.duration = kGrace;

@@ -72,17 +72,6 @@ TEST_F(NotificationQueueTest, OwesNoMoreThanItsLimitAndTellsOnceThatThereIsWork)
   EXPECT_EQ(sendAll(), "65#65 66#66 ");
 }
 
-TEST_F(NotificationQueueTest, SendsWhatASessionLeftUnacknowledgedAgainInTheNextOne) {
-  pushUpTo(5);
-  EXPECT_EQ(sendAll(), "1#1 2#2 3#3 4#4 5#5 ");
-  for (const int id : {1, 2, 4}) queue.acknowledged(static_cast<std::uint32_t>(id));
-  queue.sessionEnded();
-  pushUpTo(6);
-  EXPECT_FALSE(queue.hasWork());
-  queue.sessionStarted();
-  EXPECT_EQ(sendAll(), "3#3 5#5 6#6 ");
-}
-
 TEST_F(NotificationQueueTest, HoldsItsProducerUpWhileTheMasterAnswers) {
   queue.setCapacity(2);
   pushUpTo(2);

@@ -95,13 +95,5 @@ TEST(OutputOnADiskTest, TheLineAfterAFullDiskTellsAllThatIsMissing) {
                       " bytes of output were dropped, nobody read them\n" + all.substr(100 * 33));
 }
 
-TEST_F(OutputTest, AReaderWhoIsGoneHoldsNothingUp) {
-  close(ends[0]);
-  for (int i = 0; i < 3; ++i) {
-    output->write("lost", "\n");
-    EXPECT_TRUE(output->drain(std::chrono::seconds(10)));
-  }
-}
-
 }  // namespace
 }  // namespace norva::test

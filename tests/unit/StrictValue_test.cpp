@@ -139,13 +139,5 @@ TEST(StrictValueTest, WhatDoesNotReadBackIsRefused) {
   checkText({kUnsigned, 4, kAsnOctetString, 0x3004}, "1.234", kWrongValue);
 }
 
-TEST(StrictValueTest, TypesAreThoseOfTheMapping) {
-  check(kGauge, kAsnInteger, bytesOf(5L), kWrongType);
-  check({kUnsigned, 1}, kAsnGauge32, bytesOf(5L), kWrongType);
-  check({kUnsigned, 1}, kAsnOctetString, hex("35"), kWrongType);
-  check(kText8, kAsnInteger, bytesOf(5L), kWrongType);
-  check({kUnsigned, 4, kAsnObjectId}, kAsnObjectId, bytesOf(1UL), kWrongType);
-}
-
 }  // namespace
 }  // namespace norva::test
