@@ -143,11 +143,8 @@ def test_trace_of_a_get(served):
     ("short field", "s", "12345678", "01 0b 10 01 31 32 33 34 35 36 37 38", "12345678"),
     ("long text", "s", "x" * 64, "01 43 0f 01" + " 78" * 64, "x" * 64),
     ("decimal", "s", "2.30", "01 05 13 01 e5 00", "2.29"),  # cut in single precision
-    ("unsigned 4", "u", 5, "01 07 05 01 05 00 00 00", 5),
     ("unsigned 4", "a", "10.0.0.7", "01 07 05 01 07 00 00 0a", 0x0a000007),
     ("address bytes", "a", "10.2.0.9", "01 07 1c 01 0a 02 00 09", "10.2.0.9"),
-    ("address text", "a", "10.2.0.9", "01 17 1d 01 31 30 2e 32 2e 30 2e 39" + " 00" * 12,
-     "10.2.0.9"),
     ("text", "o", "1.3.6", "01 17 0d 01" + " 00" * 20, ""),
     ("address", "s", "10.2.0.9", "01 07 11 01 32 2e 30 31", "49.48.46.50"),
     ("two letters", "s", "cd", "01 05 24 01 64 63", "dc"),
@@ -163,17 +160,12 @@ def test_set(restored, name, letter, given, frame, answer):
                          after=output)
 
 
-@pytest.mark.parametrize("name, what, tag", [
-    ("text as gauge", "a text", "0x42"),
-    ("made text as counter", "a text", "0x41"),
-    ("number as object identifier", "an integer", "0x06"),
-])
-def test_value_that_its_type_cannot_carry(served, name, what, tag):
+def test_value_that_its_type_cannot_carry(served):
     before = len(served.agent_output())
-    assert served.get(oid_of(name)) == expected([name])
-    served.wait_output(f"object {id_of(name):#06x}: its value, {what}, is none of type {tag}\n"
+    assert served.get(oid_of("text as gauge")) == expected(["text as gauge"])
+    served.wait_output(f"object {id_of('text as gauge'):#06x}: its value, a text, is none of type 0x42\n"
                        "SnmpAgentX::read_Var  getObjValue ERROR  "
-                       f"oid = {id_of(name):X} !!!!!!!!!!!\n", after=before)
+                       f"oid = {id_of('text as gauge'):X} !!!!!!!!!!!\n", after=before)
 
 
 def test_several_scalars_in_one_set(restored):
