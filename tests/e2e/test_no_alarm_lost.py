@@ -131,11 +131,6 @@ def cut(world, path):
     return "put aside as"
 
 
-def removed(world, path):
-    path.unlink()
-    return "0 notifications were taken over"
-
-
 def used_by_another(world, path):
     world.agent.kill()
     world.spawn("other", ["flock", path, "sleep", "60"])
@@ -143,7 +138,7 @@ def used_by_another(world, path):
     return "another agent uses it, notifications are kept in memory only"
 
 
-@pytest.mark.parametrize("fault", [full_disk, noise, cut, removed, used_by_another])
+@pytest.mark.parametrize("fault", [full_disk, noise, cut, used_by_another])
 def test_a_bad_file(world, fault):
     """It is used when it goes bad. Before and after its next start the agent serves; no more is lost
     than without a file."""

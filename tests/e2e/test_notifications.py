@@ -47,11 +47,8 @@ def notification(kind, name, value, device=0, text4="", text5="", text6="", via=
     ("alarm raise 0x0403", ALARM, "Over Temperature Alarm", "New Alarm"),
     ("alarm clear 0x0403", ALARM, "Over Temperature Alarm", "Clear Alarm"),
     ("ru add 0x0408", RU_CHANGE, "RU ", "Add RU"),
-    ("ru remove 0x0408", RU_CHANGE, "RU ", "Remove RU"),
-    ("ru add 0x0408 --ru 0,1,0", RU_CHANGE, "U ", "Add RU"),
     ("ru remove 0x0408 --ru 1,1,1", RU_CHANGE, "", "Remove RU"),
     ("event report 0x0409", GENERAL, "GeneralTrap", "Report GeneralTrap"),
-    ("event lose 0x0409", GENERAL, "GeneralTrap", "Lose GeneralTrap"),
     ("alarm raise 0x0403 --type 4", HEARTBEAT, "Over Temperature Alarm", ""),
 ])
 def test_event(receiver, command, kind, name, value):
