@@ -132,6 +132,9 @@ TEST_F(BacklogFileTest, AFileThatIsNotAsItShouldBeIsPutAsideOnceItWasRead) {
 }
 
 TEST_F(BacklogFileTest, AFileThatIsCutWhileItIsUsedEndsNothing) {
+#ifdef __s390x__
+  GTEST_SKIP() << "qemu tells programs of s390x a wrong address, processors the right one";
+#endif
   open();
   file->keep(message(1));
   ASSERT_EQ(truncate(path.c_str(), 0), 0);

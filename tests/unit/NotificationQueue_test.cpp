@@ -91,7 +91,7 @@ TEST_F(NotificationQueueTest, HoldsItsProducerUpWhileTheMasterAnswers) {
   pushed = 4;
   const auto begin = std::chrono::steady_clock::now();
   pushUpTo(1000);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, kStall);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience);
   queue.acknowledged(2);
   queue.acknowledged(3);
   EXPECT_EQ(printed([this] { EXPECT_EQ(sendAll(), "999#999 1000#1000 "); }),
@@ -233,8 +233,8 @@ TEST_F(NotificationQueueTest, WithoutACapacityDropsWhatCannotBeHandedOver) {
   }
   const auto begin = std::chrono::steady_clock::now();
   pushUpTo(200);
-  EXPECT_GE(std::chrono::steady_clock::now() - begin, kStall);
-  EXPECT_LT(std::chrono::steady_clock::now() - begin, 2 * kStall);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, kStall / 2);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, kPatience);
   queue.acknowledged(packet);
   EXPECT_NE(printed([this] { EXPECT_TRUE(sendAll().starts_with("200#")); }).find(" were dropped"),
             std::string::npos);
