@@ -14,7 +14,13 @@ namespace norva {
 Sqlite3::Sqlite3(const char* path) : _path(path) {}
 
 Sqlite3::~Sqlite3() {
+  forgetMessage();
   close();
+}
+
+void Sqlite3::forgetMessage() {
+  sqlite3_free(_errMsg);
+  _errMsg = nullptr;
 }
 
 int Sqlite3::open() {
@@ -53,7 +59,7 @@ int Sqlite3::getTable(const char* tableName, char*** result, int* rows, int* col
   char sql[256];
   const int length = std::snprintf(sql, sizeof sql, "SELECT * FROM %s", tableName);
   if (length < 0 || static_cast<std::size_t>(length) >= sizeof sql) return -1;
-  _errMsg = nullptr;
+  forgetMessage();
   const SlowReading watch(
       _db, kPatience, [&] { Output::print("still reading %s of %s\n", tableName, _path.c_str()); });
   return sqlite3_get_table(_db, sql, result, rows, columns, &_errMsg) == SQLITE_OK ? 0 : -1;
@@ -64,7 +70,7 @@ void Sqlite3::freeTable(char** result) {
 }
 
 int Sqlite3::query(const char* sql, char*** result, int* rows, int* columns) {
-  _errMsg = nullptr;
+  forgetMessage();
   if (sqlite3_get_table(_db, sql, result, rows, columns, &_errMsg) != SQLITE_OK) {
     Output::print("SQL ERROR  [%s] %s\n", sql, sqlite3_errmsg(_db));
     return -1;
@@ -73,7 +79,7 @@ int Sqlite3::query(const char* sql, char*** result, int* rows, int* columns) {
 }
 
 int Sqlite3::exec(const char* sql) {
-  _errMsg = nullptr;
+  forgetMessage();
   return sqlite3_exec(_db, sql, nullptr, nullptr, &_errMsg) == SQLITE_OK ? 0 : -1;
 }
 

@@ -38,11 +38,12 @@ class Sqlite3 : public DataBaseAdapter {
  private:
   /// Whether to try again, after a pause; called by SQLite for a locked database.
   static int waitForLock(void* adapter, int);
+  void forgetMessage();
 
   const std::string _path;
   sqlite3* _db = nullptr;
   std::optional<std::chrono::steady_clock::time_point> _patienceEnd;  // since first it was locked
-  char* _errMsg = nullptr;  // never released: a failing statement is rare and the text small
+  char* _errMsg = nullptr;  // of the last statement
 };
 
 }  // namespace norva
