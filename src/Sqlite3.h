@@ -43,7 +43,7 @@ class Sqlite3 : public DataBaseAdapter {
   const std::string _path;
   sqlite3* _db = nullptr;
   std::optional<std::chrono::steady_clock::time_point> _patienceEnd;  // since first it was locked
-  char* _errMsg = nullptr;  // of the last statement
+  char* _errMsg = nullptr;                                            // of the last statement
 };
 
 }  // namespace norva
