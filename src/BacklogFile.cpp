@@ -222,8 +222,16 @@ BacklogFile::Opened BacklogFile::open(const std::string& path, std::uint32_t cap
     if (!opened.file) {
       close(fd);
     } else {
+      Header& header = headerOf(opened.file->_map);
       for (Slot slot = capacity; slot-- > 0;) {
-        if (slotOf(opened.file->_map, slot).state == kFree) opened.file->_free.push_back(slot);
+        const SlotData& data = slotOf(opened.file->_map, slot);
+        if (data.state == kFree) {
+          opened.file->_free.push_back(slot);
+        } else if (data.order == header.handOrder) {
+          // The process ended in the middle of `keep`.
+          header.handType = 0;
+          store(header.handOrder, header.handOrder + 1);
+        }
       }
     }
   } else {

@@ -95,13 +95,14 @@ void NotificationQueue::waitForChange(std::unique_lock<std::mutex>& lock,
 void NotificationQueue::append(std::unique_lock<std::mutex>& lock, Entry entry, std::size_t most) {
   AgentStatistics::get().notificationsTaken.add();
   if (held() == 0) madeProgress();
+  // First, so that a full file has a slot for the new one.
+  while (_waiting.size() >= most) dropOldest();
   const bool isKept = !entry.isHeartbeat && entry.slot == BacklogFile::kNoSlot;
   if (_file != nullptr && isKept) {
     entry.slot = _file->keep(entry.notification.message);
     if (entry.sequence != 0) _file->number(entry.slot, entry.sequence);
   }
   _waiting.push_back(std::move(entry));
-  while (_waiting.size() > most) dropOldest();
   const bool before = _sendable;
   update();
   if (before || !_sendable || !_tell) return;

@@ -64,14 +64,14 @@ void TrapAlarm::useFile(BacklogFile::Opened opened) {
   }
 }
 
-void TrapAlarm::takeNoMore() {
+void TrapAlarm::takeNoMore(std::chrono::milliseconds limit) {
   constexpr std::chrono::milliseconds kLook{1};
-  constexpr int kLooks = 20;
+  const auto end = std::chrono::steady_clock::now() + limit;
   _isEnding = true;
   DataManage::getInstance()->endAlarms();
   // Again and again: the first one may come just before the wait that it is to end.
   signal(SIGUSR1, [](int) {});
-  for (int i = 0; i < kLooks && !_takesNoMore; ++i) {
+  while (!_takesNoMore && std::chrono::steady_clock::now() < end) {
     if (_self != pthread_t{}) pthread_kill(_self, SIGUSR1);
     std::this_thread::sleep_for(kLook);
   }

@@ -11,6 +11,7 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -47,8 +48,9 @@ class TrapAlarm : public Thread {
   void useFile(BacklogFile::Opened opened);
 
   /// No event is taken off the alarm queue from now on: what waits there is the next agent's.
-  /// Waits a moment for an event that has just been taken. Any thread, for the end of the process.
-  void takeNoMore();
+  /// Waits, at most for `limit`, until an event that has just been taken is in the queue. Any
+  /// thread, for the end of the process.
+  void takeNoMore(std::chrono::milliseconds limit);
 
   /// Whom a notification comes from. The unit's are kept for a master that is away; the agent's own
   /// heartbeat is given up then.

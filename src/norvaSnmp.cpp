@@ -239,8 +239,11 @@ void installTerminationHandler(TrapAlarm* alarmThread) {
   /// For what was taken off the alarm queue to reach the master.
   constexpr std::chrono::milliseconds kLeaveLimit{500};
   const auto letLeave = [alarmThread, kLeaveLimit] {
-    alarmThread->takeNoMore();
-    NotificationQueue::getInstance().drain(kLeaveLimit);
+    using Clock = std::chrono::steady_clock;
+    const auto end = Clock::now() + kLeaveLimit;
+    alarmThread->takeNoMore(kLeaveLimit);
+    NotificationQueue::getInstance().drain(
+        std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()));
   };
   if (!Termination::prepare(letLeave)) return;  // the default action ends the process just as well
   signal(SIGTERM, Termination::handler);

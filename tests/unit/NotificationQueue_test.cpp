@@ -206,6 +206,27 @@ TEST_F(NotificationQueueTest, AFileHoldsWhatIsNotAcknowledgedAndTheNumbersGoOn) 
   });
 }
 
+TEST_F(NotificationQueueTest, AFullFileHoldsTheNewestInPlaceOfTheOldest) {
+  constexpr auto kSlots = 2 * NotificationQueue::kMaxOwed;
+  const TemporaryDirectory directory;
+  BacklogFile::Opened opened;
+  const auto open = [&] { opened = BacklogFile::open(directory.path + "/backlog", kSlots); };
+  printed(open);
+  queue.setCapacity(NotificationQueue::kMaxOwed);
+  queue.useFile(opened.file.get(), 0);
+  queue.sessionStarted();
+  for (std::size_t number = 1; number <= kSlots + 1; ++number) {
+    Notification notification = named(static_cast<int>(number));
+    notification.message.setText(TrapMessage::kText4, notification.name);
+    queue.push(notification);
+    if (number <= NotificationQueue::kMaxOwed) sendAll();
+  }
+  opened.file.reset();
+  printed(open);
+  ASSERT_EQ(opened.kept.size(), kSlots);
+  EXPECT_EQ(opened.kept.back().message.text(TrapMessage::kText4), std::to_string(kSlots + 1));
+}
+
 TEST_F(NotificationQueueTest, AHeartbeatWaitsForItsTurnAndIsGivenUpWithTheSession) {
   auto first = beat();
   ASSERT_TRUE(waitForWork());
