@@ -84,8 +84,7 @@ class DataManage {
   bool isSilentSince(unsigned timeouts, std::uint16_t oid) const;
 
   /// Waits for one message of the alarm queue; as ComPortAdapter::readAlarm, with `hand` if that is
-  /// given. Takes no lock: the
-  /// alarm thread never waits behind a device request.
+  /// given. Takes no lock: the alarm thread never waits behind a device request.
   int readAlarm(std::uint8_t* buffer, std::size_t length, std::uint8_t* hand = nullptr);
   /// As ComPortAdapter::endAlarms.
   void endAlarms();

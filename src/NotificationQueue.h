@@ -93,7 +93,7 @@ class NotificationQueue {
   std::size_t size();
 
   /// Waits, at most for `limit`, until all has left and was acknowledged, or there is no session
-  /// for it to leave in. Heartbeats are given up from now on. Any thread.
+  /// for it to leave in. Heartbeats are taken no more. Any thread.
   void drain(std::chrono::milliseconds limit);
 
   // For the library's holder.
