@@ -122,7 +122,7 @@ WriteResult DataManage::write(std::uint16_t oid, const ObjValue& record) {
   alignas(long) std::uint8_t reply[ComPortAdapter::kTypeSize + kSetReplyLimit];
   if (const int error = awaitReply(kCommandSetReply, oid, reply, kSetReplyLimit); error != 0) {
     afterFailedRead(oid, error, exchange);
-    return error == ETIMEDOUT ? WriteResult::kUnanswered : WriteResult::kRefused;
+    return WriteResult::kUnanswered;
   }
   exchange.replied();
   if (reply[kFrameCommand] != kCommandSetReply) return WriteResult::kRefused;

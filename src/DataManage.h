@@ -39,8 +39,9 @@ enum AgentObject : std::uint16_t {
   kObjHeartBeatSwitch = 0x0FFB,      ///< first byte: 0 off
 };
 
-/// What became of a write. One that was not answered may have been carried out; one that the unit
-/// was not asked for was not.
+/// What became of a write. That the unit refused it is known from its reply alone: after every
+/// other end of the exchange, one without a reply or with one that cannot be received, it counts as
+/// not answered and may have been carried out. One that the unit was not asked for was not.
 enum class WriteResult { kDone, kRefused, kUnanswered, kNotAsked };
 
 class DataManage {
