@@ -94,7 +94,8 @@ def finish(work, patience=2):
     sys.stdout.reconfigure(line_buffering=True)
     # What loses its parent becomes a child of this process, and so is found.
     ctypes.CDLL(None).prctl(_PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0)
-    temporary = os.environ["TMPDIR"] = tempfile.mkdtemp(prefix="norva-")
+    # Also of this process, which has looked the directory up by then.
+    temporary = tempfile.tempdir = os.environ["TMPDIR"] = tempfile.mkdtemp(prefix="norva-")
     try:
         status = work()
     except (Failure, AssertionError, subprocess.TimeoutExpired) as failure:

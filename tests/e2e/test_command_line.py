@@ -1,6 +1,9 @@
-"""Options, validation and exit statuses, with the exact texts."""
+"""Options, validation and exit statuses, with the exact texts; how the project's scripts end."""
 
+import os
 import re
+import signal
+import subprocess
 
 import pytest
 
@@ -73,3 +76,39 @@ def test_empty_name(world):
     world.start_master()
     world.start_agent(["-X", "-d", world.database, "-x", world.socket, "-n", ""])
     assert world.agent.running()
+
+
+# A script that starts a process which loses its parent, and leaves a file.
+SCRIPT = """
+import subprocess, sys, tempfile, time
+sys.path.insert(0, "scripts/lib")
+import project
+def work():
+    subprocess.run(["sh", "-c", "setsid sleep 60 &"])
+    tempfile.mkstemp()
+    print("at work")
+    {}
+project.finish(work)
+"""
+RESULTS = """project.finish = lambda *_, **__: None; import test; results = test.Results()
+    for name, *counts in ("first", 3, 1, 2), ("second", 4): results.begin(name); results.add(name, *counts)
+    return results.end()"""
+
+
+@pytest.mark.parametrize("rest, number, status, said", [
+    ("return 0", 0, 0, ""),
+    ("raise project.Failure('why')", 0, 1, "why\nfailed\n"),
+    (RESULTS, 0, 1, "== first\n   0 s\n== second\n   0 s\n== slowest\n   second 0 s, first 0 s\n"
+                    "FAILED: first\n7 passed, 1 failed, 2 skipped\n"),
+    *[("time.sleep(60)", number, 130, "") for number in (signal.SIGINT, signal.SIGTERM)],
+], ids=["done", "failed", "tests failed", "SIGINT", "SIGTERM"])
+def test_end_of_a_script(tmp_path, rest, number, status, said):
+    """With its status; whatever it has started ends with it, and its files are gone."""
+    script = subprocess.Popen(["/usr/bin/python3", "-B", "-c", SCRIPT.format(rest)], cwd=SOURCE,
+                              env={**os.environ, "TMPDIR": str(tmp_path)}, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    assert script.stdout.readline() == "at work\n"
+    script.send_signal(number)
+    assert script.communicate(timeout=30)[0] == said  # what it has started holds its output
+    assert script.returncode == status
+    assert list(tmp_path.iterdir()) == []
