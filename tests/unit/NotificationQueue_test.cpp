@@ -3,7 +3,7 @@
 #include <future>
 #include <thread>
 
-#include "AgentXStream.h"
+#include "AgentStatistics.h"
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -67,12 +67,16 @@ TEST_F(NotificationQueueTest, OwesNoMoreThanItsLimitAndTellsOnceThatThereIsWork)
   queue.acknowledged(999);
   EXPECT_EQ(sendAll(), "");
   queue.acknowledged(7);
+  const auto& dropped = AgentStatistics::get().notificationsDropped;
+  const unsigned before = dropped.value();
   EXPECT_EQ(printed([this] { queue.acknowledged(1, 268); }),
             "the master refused notification 1: error 268\n");
+  EXPECT_EQ(dropped.value(), before + 1);
   EXPECT_EQ(sendAll(), "65#65 66#66 ");
 }
 
 TEST_F(NotificationQueueTest, HoldsItsProducerUpWhileTheMasterAnswers) {
+  EXPECT_EQ(NotificationQueue::Times().stall, std::chrono::seconds(3)) << "as managers are told";
   queue.setCapacity(2);
   pushUpTo(2);
   auto third = pushInBackground(3);
@@ -158,10 +162,11 @@ TEST_F(NotificationQueueTest, AFileHoldsWhatIsNotAcknowledgedAndTheNumbersGoOn) 
   const TemporaryDirectory directory;
   const std::string path = directory.path + "/backlog";
   BacklogFile::Opened opened;
+  constexpr auto kSlots = 2 + NotificationQueue::kMaxOwed;
   const auto live = [&](const std::function<void(NotificationQueue&)>& life) {
     opened.file.reset();
-    printed([&] { opened = BacklogFile::open(path, 2 + NotificationQueue::kMaxOwed); });
-    NotificationQueue other;
+    printed([&] { opened = BacklogFile::open(path, kSlots); });
+    NotificationQueue other{{.stall = kGrace}};
     other.setCapacity(2);
     other.useFile(opened.file.get(), opened.lastSequence);
     for (const auto& kept : opened.kept) {
@@ -169,7 +174,7 @@ TEST_F(NotificationQueueTest, AFileHoldsWhatIsNotAcknowledgedAndTheNumbersGoOn) 
     }
     life(other);
   };
-  const auto post = [](NotificationQueue& other, const char* name) {
+  const auto post = [](NotificationQueue& other, const std::string& name) {
     Notification notification{{}, name, {}};
     notification.message.setText(TrapMessage::kText4, name);
     other.push(notification);
@@ -203,28 +208,20 @@ TEST_F(NotificationQueueTest, AFileHoldsWhatIsNotAcknowledgedAndTheNumbersGoOn) 
       EXPECT_EQ(send(other), "c#3 e#5 #6 ") << "beyond the capacity";
       other.sessionEnded();
     }
+    for (const auto& kept : opened.kept) other.forget(kept);
   });
-}
-
-TEST_F(NotificationQueueTest, AFullFileHoldsTheNewestInPlaceOfTheOldest) {
-  constexpr auto kSlots = 2 * NotificationQueue::kMaxOwed;
-  const TemporaryDirectory directory;
-  BacklogFile::Opened opened;
-  const auto open = [&] { opened = BacklogFile::open(directory.path + "/backlog", kSlots); };
-  printed(open);
-  queue.setCapacity(NotificationQueue::kMaxOwed);
-  queue.useFile(opened.file.get(), 0);
-  queue.sessionStarted();
-  for (std::size_t number = 1; number <= kSlots + 1; ++number) {
-    Notification notification = named(static_cast<int>(number));
-    notification.message.setText(TrapMessage::kText4, notification.name);
-    queue.push(notification);
-    if (number <= NotificationQueue::kMaxOwed) sendAll();
-  }
-  opened.file.reset();
-  printed(open);
-  ASSERT_EQ(opened.kept.size(), kSlots);
-  EXPECT_EQ(opened.kept.back().message.text(TrapMessage::kText4), std::to_string(kSlots + 1));
+  live([&](NotificationQueue& other) {
+    EXPECT_EQ(other.size(), 0U) << "what nobody wants";
+    other.sessionStarted();
+    for (std::size_t number = 1; number <= kSlots + 1; ++number) {
+      post(other, std::to_string(number));
+      if (number <= kSlots - 2) send(other);
+    }
+  });
+  live([&](NotificationQueue& other) {
+    EXPECT_EQ(other.size(), kSlots) << "a full file";
+    EXPECT_EQ(opened.kept.back().message.text(TrapMessage::kText4), std::to_string(kSlots + 1));
+  });
 }
 
 TEST_F(NotificationQueueTest, AHeartbeatWaitsForItsTurnAndIsGivenUpWithTheSession) {
@@ -259,35 +256,6 @@ TEST_F(NotificationQueueTest, WithoutACapacityDropsWhatCannotBeHandedOver) {
   queue.acknowledged(packet);
   EXPECT_NE(printed([this] { EXPECT_TRUE(sendAll().starts_with("200#")); }).find(" were dropped"),
             std::string::npos);
-}
-
-TEST(AgentXStreamTest, FindsResponsesInPiecesOfAnySize) {
-  const Bytes stream = [] {
-    Bytes bytes;
-    const auto add = [&bytes](const std::string& text) {
-      const Bytes more = hex(text);
-      bytes.insert(bytes.end(), more.begin(), more.end());
-    };
-    add("01 05 10 00 00 00 00 01 00 00 00 02 00 00 00 63 00 00 00 04 12 34 56 78");  // a Get
-    add("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 00 00 00 00");
-    add("01 0d 10 00 00 00 00 01 00 00 00 02 00 00 00 08 00 00 00 00");  // no payload
-    add("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 08 00 00 00 00");  // a Response, no answer
-    add("01 12 00 00 01 00 00 00 02 00 00 00 09 00 00 00 0c 00 00 00 01 00 00 00 01 01 00 00"
-        " 01 02 03 04");
-    return bytes;
-  }();
-  for (std::size_t piece = 1; piece <= stream.size(); ++piece) {
-    AgentXStream received;
-    std::string seen;
-    for (std::size_t at = 0; at < stream.size(); at += piece) {
-      received.feed(
-          stream.data() + at, std::min(piece, stream.size() - at), [&seen](const AgentXPdu& pdu) {
-            if (pdu.type() != kAgentXResponse) return;
-            seen += std::to_string(pdu.packetId()) + ":" + std::to_string(pdu.error()) + " ";
-          });
-    }
-    EXPECT_EQ(seen, "7:0 9:257 ") << piece;
-  }
 }
 
 }  // namespace
