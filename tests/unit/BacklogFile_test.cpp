@@ -59,6 +59,8 @@ TEST_F(BacklogFileTest, KeepsWhatIsNotDroppedInOrderWithItsNumbers) {
   EXPECT_EQ(open(), "");
   EXPECT_EQ(text, "0 notifications were taken over from " + path + "\n");
   EXPECT_FALSE(std::filesystem::exists(path + ".aside") || std::filesystem::exists(path + ".new"));
+  using std::filesystem::perms;
+  EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
   const auto first = file->keep(message(1));
   const auto second = file->keep(message(2));
   file->number(first, 7);
@@ -122,13 +124,19 @@ TEST_F(BacklogFileTest, AFileThatIsNotAsItShouldBeIsPutAsideOnceItWasRead) {
     file->keep(message(3));
     file.reset();
     damage();
-    const std::uint32_t capacity = std::string(what) == "another capacity" ? 5 : 4;
+    const std::uint32_t capacity = std::string(what) == "another capacity" ? 100'064 : 4;
     EXPECT_EQ(open(capacity), held);
     EXPECT_TRUE(saysAsideAndServes());
     EXPECT_EQ(last, lastSequence);
     EXPECT_EQ(open(capacity), held) << "they are in the new one";
+    EXPECT_EQ(last, lastSequence);
     EXPECT_EQ(text.find("aside"), std::string::npos);
   }
+  std::filesystem::create_directory(path + ".new");  // where the new one cannot be made
+  EXPECT_EQ(open(), "1#5 2#6 3#0 ");
+  EXPECT_EQ(file, nullptr);
+  std::filesystem::remove(path + ".new");
+  EXPECT_EQ(open(), "") << "nothing is taken over twice";
 }
 
 TEST_F(BacklogFileTest, AFileThatIsCutWhileItIsUsedEndsNothing) {

@@ -74,6 +74,8 @@ TEST_F(LibraryGateTest, WorkIsDoneByItsThreadDuringADeviceWaitWhichEndsOnlyAfter
   EXPECT_EQ(work.done, 3);
   announcer.join();
   EXPECT_FALSE(announced());
+  gate.announceEnd(true);
+  EXPECT_TRUE(announced()) << "the main thread's";
 }
 
 TEST_F(LibraryGateTest, WorkThatWaitedBeforeADeviceWaitIsDoneAtItsBegin) {

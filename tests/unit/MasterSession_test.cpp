@@ -39,6 +39,7 @@ TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
   EXPECT_FALSE(queue->hasWork()) << "no session of the library's";
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, session);
   EXPECT_EQ(session->retries, 0);
+  EXPECT_EQ(session->timeout, 6'000'000) << "what a silent master may take";
   EXPECT_EQ(fcntl(transport->sock, F_GETFD), FD_CLOEXEC);
   ASSERT_NE(queue->take(), nullptr);
 
@@ -48,13 +49,15 @@ TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
   queue->sent(MasterSession::lastNotification());
   EXPECT_EQ(MasterSession::lastNotification(), 0U);
 
-  const auto receive = [&](const std::string& error) {
-    fromMaster = hex("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 " +
-                     error + " 00 00");
+  const auto receive = [&](const std::string& bytes) {
+    fromMaster = hex(bytes);
     std::uint8_t buffer[64];
     transport->f_recv(transport, buffer, sizeof buffer, nullptr, &size);
   };
-  receive("01 01");  // the master knows no such session
+  const std::string response =
+      "01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 ";
+  receive(response + "01 01 00 00");  // the master knows no such session
+  receive(response);                  // and ends it in the middle of a PDU
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, session);
   EXPECT_FALSE(queue->hasWork());
   snmp_close(session);
@@ -64,7 +67,7 @@ TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
   ASSERT_NE(queue->take(), nullptr) << "it was not acknowledged";
   transport->f_send(transport, notify.data(), static_cast<int>(notify.size()), nullptr, &size);
   queue->sent(MasterSession::lastNotification());
-  receive("00 00");
+  receive("01 12 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 00 00 00 00 00 00 00");
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, session);
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_START, session);
   EXPECT_FALSE(queue->hasWork());

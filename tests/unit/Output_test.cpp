@@ -64,9 +64,12 @@ TEST_F(OutputTest, AReaderWhoStopsLosesWholeLinesAndIsToldHowManyBytes) {
 }
 
 TEST_F(OutputTest, ATextLargerThanTheBufferIsNotLost) {
+  EXPECT_LE(Output::kDelay, std::chrono::milliseconds(100)) << "as readers are told";
   const std::string text(4 * Output::kCapacity, 'x');
   output->write(text, "\n");
   EXPECT_EQ(readUntil("\n").size(), text.size() + 1);
+  const std::string line(600, 'x');
+  EXPECT_EQ(printed([&] { Output::print("%s\n", line.c_str()); }), line + "\n");
 }
 
 TEST(OutputOnADiskTest, TheLineAfterAFullDiskTellsAllThatIsMissing) {

@@ -56,7 +56,7 @@ TEST(SettingsTest, ABadValueIsNamedAndChangesNothing) {
   for (const std::string line :
        {"norvaDeviceTimeout 3601", "norvaDeviceTimeout soon", "norvaDeviceTimeout 5 s",
         "norvaDeviceTimeout -1", "norvaBacklog 100001", "norvaBacklog 99999999999",
-        "norvaTrace Yes", "norvaStrictSet 1"}) {
+        "norvaTrace Yes", "norvaStrictSet 1", "norvaBacklogFile backlog", "norvaAgentObjects on"}) {
     auto lines = good;
     lines.push_back(line);
     const Read read(lines);
@@ -65,7 +65,8 @@ TEST(SettingsTest, ABadValueIsNamedAndChangesNothing) {
         << line << " " << read.said;
     EXPECT_EQ(read.settings.deviceTimeout, seconds(7)) << line;
     EXPECT_EQ(read.settings.backlog, 8U) << line;
-    EXPECT_FALSE(read.settings.strictSet || read.settings.trace) << line;
+    EXPECT_FALSE(read.settings.strictSet || read.settings.trace || read.settings.agentObjects);
+    EXPECT_EQ(read.settings.backlogFile, "") << line;
   }
 }
 
