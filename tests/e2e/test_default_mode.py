@@ -34,6 +34,7 @@ class Unit(DefaultWorld):
         self.agent.signal(signal.SIGTERM)
         assert self.agent.wait() == -signal.SIGKILL
         assert "get SIGNUM!\n" in self.agent_output()
+        assert self.commands()[-1] == "killall -9 norvaSnmp"
         assert self.masters() == [master] and self.master_answers()
         return master
 
@@ -100,12 +101,14 @@ def test_agent_ends_and_its_master_stays(unit):
     def end_master():
         unit.inside("kill $(pgrep -x --runstates D,R,S snmpd)")
         wait_until(lambda: unit.masters() == [], what="end of the master on SIGTERM")
-    for between, made in [(lambda: unit.inside("rmdir /etc/snmp"), ["mkdir /etc/snmp"]),
-                          (unit.place_agent_configuration, []), (end_master, [])]:
+        unit.path(LOG).write_text(FINDING)  # an old log costs one restart
+    for between, commands in [
+            (lambda: unit.inside("rmdir /etc/snmp"), ["mkdir /etc/snmp", KILL]),
+            (unit.place_agent_configuration, [KILL]), (end_master, [KILL, KILL, f"rm {LOG}", "sync"])]:
         left = unit.terminate()
         between()
         unit.launch()
-        assert unit.commands() == [*made, KILL]
+        assert unit.commands() == commands
         assert len(unit.masters()) == 1 and left not in unit.masters()
     assert unit.path("/etc/snmp/snmpAgentX.conf").exists()
 
@@ -158,6 +161,7 @@ def test_size_of_the_log(unit):
         more.write("\n")
     unit.wait_restarted(before)
     assert log.stat().st_size < 1000
+    assert '"heartbeat"' not in unit.receiver.output()  # due after 5 minutes
 
 
 def test_no_program_inherits_the_log(unit):

@@ -3,6 +3,7 @@
 import os
 import re
 import signal
+import subprocess
 import time
 from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
@@ -43,51 +44,18 @@ def ready(world):
     return world
 
 
-def test_started_before_the_others(world):
-    """The agent waits for its first reply, and says so, and then for the master."""
-    world.start_agent(wait=False)
-    world.wait_output("_pComPortAdapter->open() end....\n02 07 ba 80 00 00 00 00 ", timeout=3)
-    world.start_unit()
-    world.wait_output("init_snmp end....\n")
-    world.start_master()
-    world.wait_served()
-    assert_right(world)
-
-
-def ask(world):
-    world.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-r0", "-t30", world.address, SCALAR])
-
-
-def stopped_unit(world):
-    """The request waits in the queue."""
-    world.unit.signal(signal.SIGSTOP)
-    ask(world)
-    wait_until(lambda: re.search(r"^ +16392 +\d+ +\d+ +\d+ +1 ",
-                                 world.run("cat", "/proc/sysvipc/msg").stdout, re.M),
-               what="a request in the queue")
-
-
-def slow_unit(world):
-    """The unit has taken the request."""
-    world.ctl("stats", "reset")
-    world.ctl("fault", "delay", 3000, "--count", 1)
-    ask(world)
-    wait_until(lambda: "faults 0\n" not in world.ctl("stats"), what="a request to the unit")
-
-
-@pytest.mark.parametrize("state, settings", [
-    (stopped_unit, []), (slow_unit, ["norvaDeviceTimeout 10"])])
-def test_what_an_earlier_agent_left(ready, state, settings):
-    """Its request is not answered in place of the first one of the next agent."""
-    ready.settings(*settings)
+def test_what_an_earlier_agent_left(ready):
+    """The reply to its request, which the unit has taken, is no answer to the first one of the next
+    agent."""
+    ready.settings("norvaDeviceTimeout 10")
     ready.start_agent()
     wait_started(ready)
-    state(ready)
+    ready.ctl("stats", "reset")
+    ready.ctl("fault", "delay", 3000, "--count", 1)
+    ready.spawn("manager", ["snmpget", "-v2c", "-c", "public", "-r0", "-t30", ready.address, SCALAR])
+    wait_until(lambda: "faults 0\n" not in ready.ctl("stats"), what="a request to the unit")
     ready.agent.kill()
-    ready.start_agent(wait=False)
-    ready.wait_output("02 07 ba 80 00 00 00 00 ")
-    ready.unit.signal(signal.SIGCONT)
-    ready.wait_served()
+    ready.start_agent()
     assert_right(ready)
 
 
@@ -118,12 +86,14 @@ def silent_unit(world):
     world.hang(SCALAR)
 
 
-@pytest.mark.parametrize("start", [lambda world: os.close(start_piped(world)),
-                                   lambda world: world.start_agent(prefix=CLOSED)],
+@pytest.mark.parametrize("start, nulls", [(lambda world: os.close(start_piped(world)), 1),
+                                          (lambda world: world.start_agent(prefix=CLOSED), 3)],
                          ids=["reader goes away", "closed descriptors"])
-def test_output_that_nobody_reads(ready, start):
-    """No standard descriptor becomes the library's own either: many requests are served."""
+def test_output_that_nobody_reads(ready, start, nulls):
+    """No standard descriptor becomes another one: many requests are served."""
     start(ready)
+    assert [os.readlink(f"/proc/{ready.agent.pid()}/fd/{number}")
+            for number in range(3)].count("/dev/null") == nulls
     for _ in range(5):
         assert len(ready.bulkwalk()) > 50
     assert_right(ready)
@@ -178,7 +148,14 @@ def unread_output(world):
     assert_right(world)
 
 
-@pytest.mark.parametrize("state", [idle, silent_unit, polled, flooded, unread_output])
+def stopped_master(world):
+    """Alarms wait for it."""
+    world.master.signal(signal.SIGSTOP)
+    world.flood(300).wait(30)
+
+
+@pytest.mark.parametrize("state", [idle, silent_unit, polled, flooded, unread_output,
+                                   stopped_master])
 def test_sigterm(state):
     """The process is gone within 5 s, every time, and the master is none the worse for it."""
     def end_agents(number):
@@ -198,6 +175,7 @@ def test_sigterm(state):
                     assert "get SIGNUM!\n" in world.agent_output()
                     assert not (world.directory / "persistent/(null).conf").exists()
                 world.ctl("fault", "none")
+                world.master.signal(signal.SIGCONT)
                 wait_until(lambda: not world.master.running() or world.master_answers(), 30,
                            "snmpd's answer")
                 assert world.master.running()
@@ -217,14 +195,17 @@ def agent_process(world, prefix):
 @pytest.mark.parametrize("prefix, status", [
     (["env", "PATH=/nonexistent"], -signal.SIGKILL),
     (["env", "PATH={bin}"], -signal.SIGKILL),
+    (["env", "LD_PRELOAD={bin}/hang.so"], -signal.SIGKILL),
     (FIRST_PROCESS, 128 + signal.SIGKILL),
     (["env", "PATH=/nonexistent", "/usr/bin/unshare", *FIRST_PROCESS[1:]], 128 + signal.SIGKILL),
-], ids=["no killall", "a killall that hangs", "first process", "first process, no killall"])
-@pytest.mark.parametrize("state", [idle, polled, silent_unit])
+], ids=["no killall", "a killall that hangs", "a library that hangs", "first process", "first process, no killall"])
+@pytest.mark.parametrize("state", [polled, silent_unit])
 def test_sigterm_without_the_help_of_others(ready, tmp_path, state, prefix, status):
-    """Neither killall nor the death by a signal is to be had. The objects go at once."""
+    """Of killall, the death by a signal and the library's shutdown. The objects go at once."""
     (tmp_path / "killall").write_text("#!/bin/sh\nexec /usr/bin/sleep 60\n")
     (tmp_path / "killall").chmod(0o755)
+    subprocess.run(["cc", "-shared", "-o", tmp_path / "hang.so", "-xc", "-"], check=True, text=True,
+                   input="int pause(); void snmp_shutdown(const char *name) { for (;;) pause(); }")
     ready.start_agent(prefix=[word.format(bin=tmp_path) for word in prefix])
     agent = agent_process(ready, prefix)
     # As the first process it has a handler from the beginning. What it answers behind this line it
@@ -239,8 +220,8 @@ def test_sigterm_without_the_help_of_others(ready, tmp_path, state, prefix, stat
 
 
 def test_sigterm_before_the_unit_has_answered(world):
-    """The first process of a container has no default action."""
+    """Which the agent tells. The first process of a container has no default action."""
     world.start_agent(prefix=FIRST_PROCESS, wait=False)
-    world.wait_output("_pComPortAdapter->open() end....\n")
+    world.wait_output("_pComPortAdapter->open() end....\n02 07 ba 80 00 00 00 00 ", timeout=3)
     os.kill(agent_process(world, FIRST_PROCESS), signal.SIGTERM)
     assert world.agent.wait(5) == 128 + signal.SIGTERM

@@ -3,18 +3,16 @@
 Some take their time only with NORVA_LONG in the environment."""
 
 import os
-import re
 import signal
 import subprocess
 import time
-from concurrent.futures import ThreadPoolExecutor
 
 import pytest
 
 from polling import Polling
 from receiver import V2C_SINK, Receiver
 from test_agent_objects import own
-from world import ALARM_OBJECT, ROOT, World, empty_schema, parse_varbinds, scalar_row, wait_until
+from world import ALARM_OBJECT, ROOT, empty_schema, parse_varbinds, scalar_row, wait_until
 
 LONG = bool(os.environ.get("NORVA_LONG"))
 # What the shipped configuration of the master gives the agent.
@@ -24,8 +22,8 @@ SCALARS = {f"{ROOT}.1.1.1.{n}.0": 1000 * n + 7 for n in range(1, 11)}
 FIRST, *OTHERS = SCALARS
 
 
-def start(world, *settings, master=V2C_SINK, ping=1, **agent):
-    """Ten scalars and one for alarms, each with a value of its own."""
+def start(world, *settings, master=V2C_SINK, ping=1, name="Alarm", **agent):
+    """Ten scalars, each with a value of its own, and one of this name for alarms."""
     world.start_unit(f'{ALARM_OBJECT} unsigned 1 rw 0\n' + "".join(
         f"{0x0100 + n:#06x} unsigned 4 rw {value}\n"
         for n, value in enumerate(SCALARS.values(), 1)))
@@ -33,8 +31,9 @@ def start(world, *settings, master=V2C_SINK, ping=1, **agent):
     world.start_master(master)
     world.settings(*settings, ping=ping)
     rows = [scalar_row(0x0100 + n, n) for n in range(1, 11)]
-    world.start_agent(database=world.make_database(
-        *empty_schema(), *rows, scalar_row(0x0403, 99, name="Alarm"), base=False), **agent)
+    world.database = world.make_database(
+        *empty_schema(), *rows, scalar_row(0x0403, 99, name=name), base=False)
+    world.start_agent(**agent)
     return receiver
 
 
@@ -60,8 +59,8 @@ def poll(world):
                    OTHERS[-1], wrong)
 
 
-def test_control_process_killed_in_the_middle_of_a_request(world):
-    receiver = start(world, f"norvaDeviceTimeout {TIMEOUT}")
+def test_control_process_killed_in_the_middle_of_a_request_and_silent(world):
+    receiver = start(world, f"norvaDeviceTimeout {TIMEOUT}", master=PATIENT_MASTER)
     polling = poll(world)
     for number in range(1, 21):
         world.hang(*SCALARS)
@@ -71,61 +70,56 @@ def test_control_process_killed_in_the_middle_of_a_request(world):
         world.ctl("alarm", "raise", ALARM_OBJECT)
         receiver.wait(number)
     assert_right(world)
-    assert min(polling.stop()) > 0
-    assert sequences(receiver) == list(range(1, 21))
-    assert re.search(r"called, failed: errno: Connection timed out, error code:110\n"
-                     r"DataManage::getObjValue  readData error!\n"
-                     r"object 0x010\w: no reply of the unit in time\n", world.agent_output())
-
-
-def test_silent_unit_under_polling(world):
-    receiver = start(world, "norvaDeviceTimeout 3", master=PATIENT_MASTER)
-    polling = poll(world)
     world.ctl("fault", "silent")
-    time.sleep(10)
+    time.sleep(5)
     assert world.flood(1000).wait(30) == 0
-    time.sleep(50 if LONG else 5)
+    time.sleep(50 if LONG else 3)
     world.ctl("fault", "none")
     wait_until(lambda: is_right(world), 5, "a right answer")
     assert_right(world)
-    receiver.wait(1000)
-    assert [int(event.text4) for event in receiver.received()] == list(range(1, 1001))
-    assert sequences(receiver) == list(range(1, 1001))
-    polling.stop()
+    receiver.wait(1020)
+    assert sequences(receiver) == list(range(1, 1021))
+    assert [int(event.text4) for event in receiver.received()[20:]] == list(range(1, 1001))
+    assert min(polling.stop()) > 0
 
 
-def test_late_reply_is_no_answer(world):
-    """One request's time runs out, its reply comes in the next one's wait."""
+def test_late_acknowledgement_is_no_answer(world):
+    """A write's time runs out, its acknowledgement comes while a read waits."""
     start(world, f"norvaDeviceTimeout {TIMEOUT}", master=PATIENT_MASTER)
-    second = OTHERS[0]
-    world.ctl("fault", "delay", 1500, "--count", 1)
-    assert world.get(FIRST)[0].value is None
-    assert world.get(second)[0].value == SCALARS[second]
-    # The same with the acknowledgement of a write.
     world.ctl("fault", "delay", 1500, "--count", 1, "--on", "set")
     world.set(FIRST, "i", SCALARS[FIRST])
-    assert world.get(second)[0].value == SCALARS[second]
-    assert_right(world)
+    assert is_right(world, OTHERS[0])
 
 
 def test_silent_unit_costs_a_request_its_time_once(world):
     """Ten objects of a unit that says nothing are answered in the time of one, and the session
-    stays."""
-    start(world, "norvaDeviceTimeout 3", master=PATIENT_MASTER)
+    stays. Without the trace nothing is printed for what succeeds; failures are."""
+    receiver = start(world, "norvaTrace no", "norvaDeviceTimeout 3", master=PATIENT_MASTER)
+    world.wait_output("Init _heartBeatInterval is 255 \n")
+    assert_right(world)
+    time.sleep(0.2)
     before = len(world.agent_output())
+    assert_right(world)
+    world.set(FIRST, "i", SCALARS[FIRST])
+    world.ctl("alarm", "raise", ALARM_OBJECT)
+    receiver.wait(1)
     world.ctl("fault", "silent")
     asked = time.monotonic()
     assert [bound.type for bound in world.get(*SCALARS)] == ["noSuchInstance"] * 10
     assert 3 <= time.monotonic() - asked < 4
-    wait_until(lambda: world.agent_output()[before:].count("not asked for, the unit is silent\n")
-               == 9, what="nine lines")
+    failed = "SnmpAgentX::read_Var  getObjValue ERROR  oid = {:X} !!!!!!!!!!!\n"
+    lines = ("called, failed: errno: Connection timed out, error code:110\n"
+             "DataManage::getObjValue  readData error!\n"
+             "object 0x0101: no reply of the unit in time\n" + failed.format(0x101) + "".join(
+                 f"object {oid:#06x}: not asked for, the unit is silent\n" + failed.format(oid)
+                 for oid in range(0x102, 0x10b)))
+    wait_until(lambda: world.agent_output()[before:] == lines, what="these lines")
     world.ctl("fault", "none")
     assert_right(world)
 
 
 @pytest.mark.parametrize("settings, alarms, kept", [
-    ([], 5000, 1000), (["norvaBacklog 50"], 200, 50), (["norvaBacklog 0"], 200, 0)],
-    ids=["default", "50", "0"])
+    ([], 5000, 1000), (["norvaBacklog 0"], 200, 0)], ids=["default", "0"])
 def test_master_away(world, settings, alarms, kept):
     """The control process is not held up, and what is kept arrives."""
     receiver = start(world, "norvaAgentObjects yes", *settings)
@@ -171,7 +165,7 @@ def test_master_killed_in_a_flood(world):
     assert len(back) <= restarts
 
 
-@pytest.mark.parametrize("ping", [1, 15, 300])
+@pytest.mark.parametrize("ping", [1, 15, 300] if LONG else [1, 300])
 def test_master_stopped(world, ping):
     receiver = start(world, ping=ping)
     last = 0
@@ -185,38 +179,3 @@ def test_master_stopped(world, ping):
         assert set(sequences(receiver)) == set(range(1, last + 1))
     if ping == 300:  # one session: nothing twice, although the library would repeat it
         assert sequences(receiver) == list(range(1, last + 1))
-
-
-def test_no_trace(world):
-    """Nothing is printed for what succeeds; failures are."""
-    receiver = start(world, "norvaTrace no", "norvaDeviceTimeout 1", master=PATIENT_MASTER)
-    world.wait_output("Init _heartBeatInterval is 255 \n")
-    assert_right(world)
-    time.sleep(0.2)
-    before = len(world.agent_output())
-    assert_right(world)
-    world.set(FIRST, "i", SCALARS[FIRST])
-    world.ctl("alarm", "raise", ALARM_OBJECT)
-    receiver.wait(1)
-    world.ctl("fault", "silent", "--count", 1)
-    world.get(FIRST)
-    world.wait_output("object 0x0101: no reply of the unit in time\n", after=before)
-    assert world.agent_output()[before:] == (
-        "called, failed: errno: Connection timed out, error code:110\n"
-        "DataManage::getObjValue  readData error!\n"
-        "object 0x0101: no reply of the unit in time\n"
-        "SnmpAgentX::read_Var  getObjValue ERROR  oid = 101 !!!!!!!!!!!\n")
-
-
-def test_sigterm_while_the_master_is_stopped():
-    def end(number):
-        with World() as world:
-            start(world, "norvaDeviceTimeout 5")
-            world.master.signal(signal.SIGSTOP)
-            world.flood(300).wait(30)
-            time.sleep(0.3 * number)
-            world.agent.signal(signal.SIGTERM)
-            assert world.agent.wait(5) == -signal.SIGKILL
-
-    with ThreadPoolExecutor(4) as pool:
-        list(pool.map(end, range(4)))
