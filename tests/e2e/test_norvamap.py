@@ -1,5 +1,6 @@
 """norvamap: what it says of a mapping is what managers then see of the agent."""
 
+import csv
 import json
 import os
 import re
@@ -86,9 +87,9 @@ PLANTED = [
     (scalar(0x0305, 4, "1"), "warning", "exponent 1 without effect: it scales what is written, and the"
      " object is read-only", {"1.1.4.5.0": -200}),
     (scalar(0x0304, 4, "4"), "warning", "access 4 means nothing: 1 is read-only, 2 read-write; served"
-     " read-only", {}),
+     " read-only"),
     (scalar(0x0406, 3, "102"), "warning", "asnType 102: its low byte counts, INTEGER", {"1.1.5.6.0": 0}),
-    (scalar(0x0407, 11, ""), "warning", "name is empty: notifications do not tell the object", {}),
+    (scalar(0x0407, 11, ""), "warning", "name is empty: notifications do not tell the object"),
     (f"UPDATE main.{CELLS} SET c0 = '0303' WHERE c0 = '1040'", "error", "the object is a scalar too,"
      " whose covMethod 1004 is applied here: / 10^1 as text",
      {"10.1.1.4.1.0": int.from_bytes(b"58.7", "big"), "10.1.1.4.2.0": -3}),
@@ -98,9 +99,24 @@ PLANTED = [
      {"10.1.1.3.40.0": None}),
     (cell_row(0x0301, 20, 2, access=1), "error", "column 20 is not served: row 1 of the table has 8"
      " cells, so its columns end at 9", {"10.1.1.20.2.0": None}),
-    (f"DELETE FROM main.{CELLS} WHERE c0 = '20C4'", "error", "table .10.2: column 8, row 5 is not"
-     " mapped: a walk leaves the table there, the 27 cells behind it answer to GET only",
-     {"10.2.1.8.5.0": None, "10.2.1.8.6.0": -39375}),
+    (f"DELETE FROM main.{CELLS} WHERE c0 IN ('20C4', '20C6')", "error", "table .10.2: column 8, row 5"
+     " is not mapped (and 1 more): a walk leaves the table there, the 26 cells behind it answer to GET"
+     " only", {"10.2.1.8.5.0": None, "10.2.1.8.6.0": -39375}),
+    (cell_row(0x0301, 1, 2), "error", "column 1 is not served: column 1 is the row's number, columns of"
+     " the mapping begin at 2", {"10.1.1.1.2.0": 2}),
+    (f"UPDATE main.{CELLS} SET c3 = '66' WHERE c0 = '1061'", "warning", "the type differs from row 4 of"
+     " the same column: a MIB module can state one only", {"10.1.1.5.2.0": "5"}),
+    (scalar(0x0527, 9, "B"), "error", "method B leaves a number, OCTET STRING sends its bytes up to the"
+     " first zero: nothing", {"1.2.3.7.0": ""}),
+    (scalar(0x0513, 9, "1000"), "warning", "exponent 1 without effect: it scales numbers, the type is a text's"),
+    (scalar(0x0707, 9, "100B"), "warning", "exponent 1 without effect: method B does not scale"),
+    (scalar(0x0402, 11, "x" * 256), "warning", "name of 256 bytes: managers' tools take 255 of a notification's text"),
+    (scalar(0x0403, 11, "Tür"), "warning", "name is not printable ASCII: managers' tools show"
+     " notifications with it in hexadecimal"),
+    (scalar(0x0405, 11, None), "warning", "name is NULL: the name of the row before is repeated"),
+    (scalar(0x0FFA, 4, "2"), "warning", "managers can write a setting of the agent: whoever writes 0 to"
+     " it makes heartbeats leave without a pause"),
+    (scalar(0x0502, 10, "x"), "warning", "selectFlag 'x' is no hexadecimal number, read as 0; no manager sees it"),
 ]
 
 
@@ -113,12 +129,11 @@ def test_planted_errors(world):
                    for line in json.loads(norvamap("list", database, "--format", "json"))}
     assert conversions[f"{ROOT}.10.1.1.4.1.0"] == "/ 10^1 as text"
     world.serve(database=database)
-    for planted in PLANTED:
-        check_answers(world, planted[3])
+    for _, _, _, *answers in PLANTED:
+        check_answers(world, *answers or [{}])
     assert len(world.walk(f"{ROOT}.10.2.1.8")) == 4
-    assert norvamap("check", database, status=1).splitlines()[0] == (
-        f"{database}: {SCALARS} row 24 (object 0x0302): error: suffix4 '4294967298' does not fit 32"
-        " bits, read as 2")
+    assert (f"{database}: {SCALARS} row 24 (object 0x0302): error: suffix4 '4294967298' does not fit 32"
+            " bits, read as 2") in norvamap("check", database, status=1).splitlines()
 
 
 # Each: the rows, what check says, what GETs answer.
@@ -145,10 +160,10 @@ STRUCTURES = {
         {"table .1.1.2.30.5 stands inside table .1: GET and walk disagree about 2 OIDs there"},
         {"1.1.2.30.0": 29, "1.1.2.31.0": 30, "1.1.2.30.5.1.2.1.0": 32}),
     "numbers that are too large": (
-        [scalar_row(0x0101, 1 << 31), scalar_row(0x0102, 2), *column(0x1000, ".2147483648", 2)],
+        [scalar_row(0x0101, 1 << 31), scalar_row(0x0102, 2), scalar_row(0x0103, (1 << 31) - 1), *column(0x1000, ".2147483648", 2)],
         {"a number of its OID is above 2147483647: not served",
          "table .2147483648: not served: a number of its node is above 2147483647"},
-        {"1.1.1.2.0": 2}),
+        {"1.1.1.2.0": 2, "1.1.1.2147483647.0": 3}),
     "a malformed node and a long one": (
         [*column(0x1000, "5", 2), *column(0x1020, "." + ".".join(["1"] * 22), 2)],
         {"table 5: its node is not of the form .10.1: it stands at .1.3.6.1.4.1.53412.8.2.2.45",
@@ -168,6 +183,8 @@ STRUCTURE_OBJECTS = "".join(f"0x{0x0100 + n:04x} unsigned 2 ro {n}\n" for n in r
 def test_structure(world, rows, said, answers):
     database = world.make_database(*empty_schema(), *rows, base=False)
     assert {text for _, _, text in findings(database)} == said
+    is_apart = not re.search(" stands (inside|at) ", " ".join(said))
+    norvamap("mib", database, status=0 if is_apart else 2)
     world.serve(objects=STRUCTURE_OBJECTS, database=database, wait=False)
     world.wait_output("init_snmp end....")
     check_answers(world, answers)
@@ -191,6 +208,7 @@ UNIT = [
     ('text 20 ro "10.0.1.7"', {"type": 0x40, "access": 1, "method": 1},
      "the unit's object is a text of 20 bytes: method 1 makes an address of the first four bytes",
      "49.48.46.48"),
+    ("unsigned 2 rw 7", {"access": 1}, "read-only, but writable in the unit", 7),
     (None, {"access": 1}, "the unit has no such object: GET answers noSuchInstance", None),
 ]
 
@@ -203,10 +221,10 @@ def test_against_the_unit(world):
     world.objects.write_text(objects)
     assert findings(database, "--objects", world.objects, "--root", ROOT)[0] == (
         None, "error", f"everything stands below {ROOT}.7, not below {ROOT}")
+    world.serve(objects=objects, database=database)
     found = findings(database, "--objects", world.objects)
     assert [text for _, _, text in found] == [
         *(text for _, _, text, _ in UNIT), "mapped by no row: no manager sees it"]
-    world.serve(objects=objects, database=database)
     for number, (*_, value) in enumerate(UNIT, 1):
         answer = world.get(f"{ROOT}.7.1.1.1.{number}.0")[0]
         assert (answer.value if answer.type != "Gauge32" else int(answer.value)) == value, answer
@@ -309,7 +327,7 @@ def lint(directory, module="NORVA-MIB"):
 
 ODD_NAMES = ["RF  Power (dBm)", "2G Power", "Größe", "Site", "Site", "site", "x" * 200, "x" * 200,
              "Current", "INTEGER", "Mac Address", "---", "ru table", 'say "no"', "Enterprises", "", "a",
-             "DASUnit 3", "fan_speed", "ccitt", "Snmp Modules", "Link Count", "Link Count Value"]
+             "DASUnit 3", "fan_speed", "ccitt", "Snmp Modules", "Link Count", "Link Count Value", "y" * 200]
 
 
 # Each table has four objects beside its columns.
@@ -323,8 +341,10 @@ ODD_NAMES = ["RF  Power (dBm)", "2G Power", "Größe", "Site", "Site", "site", "
     ([scalar_row(0x0100 + number, number + 1, name=name.replace("'", "''"))
      for number, name in enumerate(ODD_NAMES)]
     + column(0x1000, ".20", 2) + column(0x1020, ".20", 3)
-    + [f"UPDATE {CELLS} SET c8 = 'RU ' || c9 || ' Row'",
-       f"UPDATE {SCALARS} SET c5 = '65535' WHERE c0 = '0100'"],
+    + [scalar_row(0x0200, 0, name="No object of a module"),
+       f"UPDATE {CELLS} SET c8 = 'RU ' || c9 || iif(c0 = '1021', ' Row', ' Row State')",
+       f"UPDATE {SCALARS} SET c5 = '65535' WHERE c0 = '0100'",
+       f"UPDATE {SCALARS} SET c3 = '44' WHERE c0 IN ('0101', '0102')"],
      len(ODD_NAMES) + 6),
 ], ids=["empty", "large", "odd names"])
 def test_module_is_clean(tmp_path, rows, count):
@@ -333,26 +353,22 @@ def test_module_is_clean(tmp_path, rows, count):
         text = norvamap("mib", database)
         assert norvamap("mib", database) == text
         (tmp_path / "NORVA-MIB").write_text(text)
-        assert lint(tmp_path) == ""
+        # A compiler warns of Opaque wherever it stands.
+        assert re.sub(r".* Opaque .*\n", "", lint(tmp_path), count=1) == ""
         objects = set(re.findall(r"^(\w+) OBJECT-TYPE", text, re.M))
         assert len({name.lower() for name in objects}) == text.count(" OBJECT-TYPE\n") == count
         metrics = re.findall(r"name: norva_(\w+)$", norvamap("exporter", database), re.M)
         assert len(set(metrics)) == len(metrics) >= count - 4 * 2
         if count == len(ODD_NAMES) + 6:
             listed = norvamap("list", database).splitlines()
-            assert len({line.rindex("INTEGER") for line in listed[1:]}) == 1
+            assert len({re.search(" r[ow] ", line).start() for line in listed[1:]}) == 1
+            fields = csv.reader(norvamap("list", database, "--format", "csv").splitlines())
+            assert set(ODD_NAMES) < {name for _, name, *_ in fields}
+            assert f"-- Not expressible: {ROOT}.1.1.1.0.0\n" in text
             assert {"link_count_0115", "link_count_value_0116"} <= set(metrics)
             # who shares a name has his object id behind it
             assert {"site0103", "site0104", "site0105", "rfPowerDBm", "n2GPower", "grE", "dasunit3",
-                    "fanSpeed"} <= objects
-
-
-def test_opaque_is_said_once(world, tmp_path):
-    """A compiler warns wherever it stands."""
-    rows = [scalar_row(0x0100 + number, number, type=0x44, name=f"Bytes {number}") for number in (1, 2)]
-    database = world.make_database(*empty_schema(), *rows, base=False)
-    (tmp_path / "NORVA-MIB").write_text(norvamap("mib", database))
-    assert len(lint(tmp_path).splitlines()) == 1
+                    "fanSpeed", "ruRow", "ruRowState"} <= objects
 
 
 def test_module_of_the_sample(world, module_directory):
@@ -386,12 +402,39 @@ def test_module_of_the_sample(world, module_directory):
     ("scalars:\n  0x0504: {scale: -1}\n", "2: a scale is for objects of type INTEGER or Gauge32"),
     ("scalars:\n  0x0401: {severity: bad}\n",
      "2: severity 'bad': critical, major, minor or warning, of a scalar"),
+    ("scalars:\n  0x0502: {scale: 10}\n", "2: scale 10: -9 to 9"),
+    ("tables:\n  .10.1:\n    columns:\n      4: {severity: major}\n",
+     "4: severity 'major': critical, major, minor or warning, of a scalar"),
+    ("tables:\n  .10.1:\n    columns:\n      4: {}\n      04: {}\n", "5: column 4 stands here twice"),
+    ("scalars:\n  0x0504: {values: {0: a}}\n", "2: values are for objects of type INTEGER"),
     ("scalars: [\n", "2: end of sequence flow not found"),
 ])
 def test_annotations_are_checked(tmp_path, text, said):
     names = tmp_path / "names.yaml"
     names.write_text(text)
     assert norvamap("mib", SAMPLE, "--names", names, status=2) == f"norvamap: {names}:{said}\n"
+
+
+def test_exporter(world):
+    """In base units where it can scale, no module without objects, and the agent's own objects."""
+    names = world.directory / "names.yaml"
+    names.write_text("scalars: {0x0101: {unit: uV}, 0x0102: {unit: kB}}")
+    text = norvamap("exporter", world.make_database(
+        *empty_schema(), scalar_row(0x0101, 1, access=1, name="Noise"),
+        scalar_row(0x0102, 2, access=1, type=0x41, name="Sent"), scalar_row(0x0103, 3, type=0x44),
+        scalar_row(0x0104, 4, type=0x40, name="Tür"), base=False), "--names", names)
+    metrics = re.findall(r"- name: (\w+)\n +oid: \S+\.(\d+)\n +type: (\w+)\n +help: (.*)\n"
+                         r"(?: +regex_extracts:\n.*\n.*\n +value: (.*)\n)?", text)
+    assert metrics[:3] == [("norva_noise_volts", "1", "DisplayString", "Noise in V", "${1}e-6"),
+                           ("norva_sent_kb_total", "2", "counter", "Sent in kB", ""),
+                           ("norva_t_r_info", "4", "InetAddressIPv4", "T??r", "")]
+    assert re.findall(r"^\w+", text, re.M) == ["norva", "norva_text", "norva_master", "norva_agent"]
+    assert text.count("value: ${1}e-3\n") == 2
+    own = re.findall(r"^(\w+) OBJECT-TYPE(?:.*\n)+?    ::= { norvaAgentMIB (\d+) }",
+                     (SOURCE / "mibs/NORVA-AGENT-MIB.txt").read_text(), re.M)
+    for (metric, number, *_), (name, own_number) in zip(metrics[4:], own[1:], strict=True):
+        words = re.sub("([A-Z])", r"_\1", name).lower().split("_")
+        assert set(words) <= set(metric.split("_")) and number == own_number
 
 
 def test_severities():
@@ -404,6 +447,7 @@ def test_severities():
     (["list", "/tmp"], "/tmp: Is a directory"),
     (["mib", SAMPLE, "--names", "/tmp"], "/tmp: Is a directory"),
     (["exporter", SAMPLE, "--access", "/tmp"], "/tmp: Is a directory"),
+    (["exporter", SAMPLE, "--access", NAMES], f"{NAMES}:3: unknown key 'scalars': version or auth"),
     (["list", SAMPLE, "--root", ".1.2147483648"], "root '.1.2147483648' has a number above 2147483647:"
      f" the agent uses {ROOT} in its place"),
 ])
@@ -416,6 +460,7 @@ def test_diff(world):
         *LOOSE, scalar(0x0502, 4, "1"), scalar(0x0504, 9, "2004"), scalar(0x0309, 3, "42"),
         scalar(0x0306, 8, "60"), scalar(0x0301, 11, "Board Heat"), scalar_row(0x0999, 50, name="New"),
         f"DELETE FROM main.{SCALARS} WHERE c0 = '0307'", scalar(0x0308, 0, "0998"),
+        scalar(0x0401, 4, "2"), f"UPDATE main.{CELLS} SET c8 = 'RU ' || c9 || ' Sign' WHERE c2 = '8'",
         f"DELETE FROM main.{CELLS} WHERE c5 = '.10.2' AND c2 = '8'", base=False)
     old = world.make_database(*LOOSE, base=False)
     changes = {(change["oid"].removeprefix(ROOT + "."), change["change"], change["breaks"]):
@@ -423,6 +468,9 @@ def test_diff(world):
                for change in json.loads(norvamap("diff", old, new, "--format", "json", status=1))}
     assert changes == {
         ("1.2.1.2.0", "access", True): ("read-write -> read-only", 1),
+        ("1.1.5.1.0", "access", False): ("read-only -> read-write", 1),
+        ("10.1.1.8.1.0", "name", False): ("of the cells", 32),
+        ("10.1.1.8.1.0", "metric", True): ("norva_ru_label_info -> norva_ru_sign_info", 32),
         ("1.2.1.4.0", "scale", True): ("/ 10^1 as text -> / 10^2 as text", 1),
         ("1.1.4.9.0", "type", True): ("INTEGER -> Gauge32", 1),
         ("1.1.4.6.0", "moved", True): (f"to {ROOT}.1.1.4.60.0", 1),
@@ -436,6 +484,11 @@ def test_diff(world):
     assert "10.2.1.8.1.0 \"cell\"" not in norvamap("diff", new, old, status=1)
     added = world.make_database(scalar_row(0x0999, 50, name="New"), base=old)
     assert norvamap("diff", old, added) == f'{ROOT}.1.1.1.50.0 "New": added: object 0x0999\n'
+    names = world.directory / "names.yaml"
+    names.write_text(NAMES.read_text().replace("scale: -3", "scale: -2"))
+    assert norvamap("diff", old, old, "--names", NAMES, "--new-names", names, status=1) == (
+        f'{ROOT}.10.2.1.8.1.0 "Channel Power" and 31 more of its column: metric: '
+        "norva_channel_power_decibel_milliwatts: values x 10^1 (breaks)\n")
 
 
 def test_nothing_is_written(world):
@@ -461,6 +514,7 @@ def test_output():
     csv = subprocess.run([TOOL, "list", SAMPLE, "--format", "csv"], capture_output=True,
                          check=True).stdout
     assert csv.count(b"\r\n") == csv.count(b"\n") > 500
+    assert json.loads(norvamap("list", SAMPLE, "--format", "json"))[-1]["row"] == 32
     shown = subprocess.run(["script", "-qec", f"echo 12 04 10 01 02 05 fe | {TOOL} decode {SAMPLE}",
                             "/dev/null"], capture_output=True, text=True, check=True).stdout
     assert re.search("\033\\[36mgot  0x0502 .*\033\\[0m", shown)
