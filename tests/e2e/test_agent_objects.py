@@ -1,17 +1,18 @@
 """What the agent tells of itself: its own objects, and its lines to a service manager."""
 
 import re
-import socket
 import time
 
 import pytest
 
+from conftest import refused
 from receiver import V2C_SINK, Receiver
 from world import ROOT, SOURCE, cell_row, empty_schema, scalar_row, wait_until
 
 BASE = ROOT.rpartition(".")[0] + ".9"
 MODULE = SOURCE / "mibs/NORVA-AGENT-MIB.txt"
-NAMES = re.findall(r"^(norva\w+) OBJECT-TYPE", MODULE.read_text(), re.M)
+MEMBERS = re.findall(r"^norva(\w+) OBJECT-TYPE\s+SYNTAX\s+(\w+)", MODULE.read_text(), re.M)
+SHOWN = {"DisplayString": "STRING", "TimeTicks": "Timeticks"}
 OR_ID = ".1.3.6.1.2.1.1.9.1.2"
 FIRST = f"{ROOT}.1.1.1.1.0"
 ROWS = [scalar_row(0x0403, 1, name="Alarm"), scalar_row(0x0101, 2), cell_row(0x0200),
@@ -21,10 +22,10 @@ OBJECTS = "0x0403 unsigned 1 rw 0\n0x0101 unsigned 2 rw 7\n0x0200 unsigned 1 rw 
 
 def own(world):
     """The agent's own objects by name."""
-    found = world.get(*[f"{BASE}.{n}.0" for n in range(1, len(NAMES) + 1)])
-    assert "noSuchObject" not in {bound.type for bound in found}
-    return {name.removeprefix("norva"): bound.value if bound.type in ("STRING", "INTEGER")
-            else int(re.search(r"\d+", bound.value)[0]) for name, bound in zip(NAMES, found)}
+    found = world.get(*[f"{BASE}.{n}.0" for n in range(1, len(MEMBERS) + 1)])
+    assert [bound.type for bound in found] == [SHOWN.get(syntax, syntax) for _, syntax in MEMBERS]
+    return {name: bound.value if bound.type == "STRING" else int(re.search(r"\d+", bound.value)[0])
+            for (name, _), bound in zip(MEMBERS, found)}
 
 
 def start(world, *settings):
@@ -80,58 +81,58 @@ def test_counts(world):
     assert (after["UnitFailures"], after["UnitTimeouts"]) == (now["UnitFailures"] + 2, 1)
     assert 300 <= after["UnitSlowestReply"] < 3000
     assert after["UnitSinceLastReply"] < silent["UnitSinceLastReply"]
+    assert refused(world, f"{BASE}.3.0", "u", 5).reason == "notWritable"
 
-
-def test_entry_in_the_masters_table(world):
-    start(world)
+    # Its entry in the master's table.
     assert BASE in [bound.value for bound in world.walk(OR_ID)]
     world.agent.kill()
     wait_until(lambda: BASE not in [bound.value for bound in world.walk(OR_ID)], what="it is gone")
 
 
-@pytest.mark.parametrize("setting, root, line", [
-    ("norvaAgentObjects no", ROOT, None),
-    # The unit's tree lies over them.
-    ("norvaAgentObjects yes", BASE, "the agent's own objects are not served"),
-])
-def test_not_served(world, setting, root, line):
-    world.start_unit(OBJECTS + f'0x80ba text 40 ro "{root}"\n')
+def test_not_served(world):
+    """The unit's tree lies over them."""
+    world.start_unit(OBJECTS + f'0x80ba text 40 ro "{BASE}"\n')
     world.start_master()
-    world.settings(setting)
+    world.settings("norvaAgentObjects yes")
     world.start_agent(database=database(world), wait=False)
-    world.wait_served(root)
-    assert world.get(f"{root}.1.1.1.2.0")[0].value == 7
-    assert world.get(f"{BASE}.1.0")[0].value is None
-    assert line is None or line in world.agent_output()
+    world.wait_served(BASE)
+    assert world.get(f"{BASE}.1.1.1.2.0", f"{BASE}.1.0") == [
+        (f"{BASE}.1.1.1.2.0", "INTEGER", 7), (f"{BASE}.1.0", "noSuchObject", None)]
+    assert "the agent's own objects are not served" in world.agent_output()
+
+
+LISTENER = """import socket, sys
+listener = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+listener.bind(sys.argv[1].replace("@", chr(0)))
+while True: print(listener.recv(4096).decode().replace(chr(10), "|"), flush=True)"""
 
 
 class ServiceManager:
-    """What the agent tells, in a socket as systemd has it."""
+    """What the agent tells, in a socket as systemd has it: a file, or an abstract name."""
 
-    def __init__(self, world):
-        self.path = world.directory / "notify"
-        self._socket = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
-        self._socket.bind(str(self.path))
-        self._socket.settimeout(90)
-        self.told = []
+    def __init__(self, world, name):
+        self.environment = {"NOTIFY_SOCKET": str(name)}
+        self._listener = world.spawn("service", ["/usr/bin/python3", "-c", LISTENER, name])
 
     def wait(self, message):
-        while not self.told or self.told[-1] != message:
-            self.told.append(self._socket.recv(4096).decode())
-        return self.told
+        def told():
+            lines = self._listener.output().splitlines()
+            return lines[-1:] == [message] and lines
+        return wait_until(told, 90, message)
 
 
 def test_lines_to_the_service_manager(world):
-    service = ServiceManager(world)
+    service = ServiceManager(world, world.directory / "notify")
     world.settings("norvaDeviceTimeout 1")
     began = time.monotonic()
-    world.start_agent(database=database(world), env={"NOTIFY_SOCKET": str(service.path)}, wait=False)
-    service.wait("READY=1\nSTATUS=waiting for the unit: its control process does not answer")
+    world.start_agent(database=database(world), env=service.environment, wait=False)
+    service.wait("READY=1|STATUS=waiting for the unit: its control process does not answer")
     assert 9 < time.monotonic() - began
     world.start_unit(OBJECTS)
     service.wait(f"STATUS=no master agent at {world.socket}")
     world.start_master()
     service.wait("STATUS=serving 2 scalars and 2 cells")
+    assert world.get(f"{BASE}.1.0")[0].type == "noSuchObject"  # only where the configuration asks
     world.hang(FIRST)
     service.wait("STATUS=the unit is silent; serving 2 scalars and 2 cells")
     world.ctl("fault", "none")
@@ -144,18 +145,16 @@ def test_lines_to_the_service_manager(world):
 
 
 def test_ready_at_once_and_what_is_missing(world):
-    service = ServiceManager(world)
+    service = ServiceManager(world, "@norva")
     world.start_unit(OBJECTS)
     world.start_master()
     world.settings("norvaAgentObjects yes")
-    environment = {"NOTIFY_SOCKET": str(service.path)}
-    world.start_agent(database=database(world), env=environment)
-    service.wait("READY=1\nSTATUS=serving 2 scalars and 2 cells")
+    world.start_agent(database=database(world), env=service.environment)
+    service.wait("READY=1|STATUS=serving 2 scalars and 2 cells")
     world.agent.kill()
     garbage = world.directory / "garbage.db"
     garbage.write_text("no database")
-    world.start_agent(database=garbage, env=environment, wait=False)
-    service.wait("READY=1\nSTATUS=nothing to serve: no object found in the mapping database "
-                 f"{garbage}")
+    world.start_agent(database=garbage, env=service.environment, wait=False)
+    service.wait(f"READY=1|STATUS=nothing to serve: no object found in the mapping database {garbage}")
     world.wait_served(BASE)
     assert own(world)["AgentScalars"] == 0

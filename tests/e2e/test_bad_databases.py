@@ -15,7 +15,6 @@ DATABASES = {
     # The second table is asked for without opening the file once more.
     "missing": (None, "ERROR: open file {path} failed! \ninitSnmpObjOid subsite 0 db open error\n"
                 + NO_CELLS, []),
-    "empty": ("", NO_SCALARS + NO_CELLS, []),
     "no database": ("This is not a database. " * 100, NO_SCALARS + NO_CELLS, []),
     "no scalar table": ([f"DROP TABLE {SCALARS}"], NO_SCALARS, []),
     "no cell table": ([f"DROP TABLE {CELLS}"], NO_CELLS, [1, 2, 3]),
@@ -24,11 +23,9 @@ DATABASES = {
                     f"{SCALARS} has 2 columns, 13 are needed\n", []),
     "NULL": ([f"UPDATE {SCALARS} SET c3 = NULL WHERE c0 = '0102'"],
              f"{SCALARS} row 2: column 3 is NULL, row not used\n", [1, 3]),
-    "same suffix": ([f"UPDATE {SCALARS} SET c8 = '1' WHERE c0 = '0102'"],
-                    "scalar object 0x0102 is not served: object 0x0101 has the same OID\n", [1, 3]),
-    "large suffix": ([f"UPDATE {SCALARS} SET c8 = '2147483648' WHERE c0 = '0102'"],
-                     "scalar object 0x0102 is not served: a sub-identifier is above 2147483647\n",
-                     [1, 3]),
+    "suffixes": ([f"UPDATE {SCALARS} SET c8 = '1' WHERE c0 = '0102'", scalar_row(0x0104, 1 << 31)],
+                 "scalar object 0x0102 is not served: object 0x0101 has the same OID\n"
+                 "scalar object 0x0104 is not served: a sub-identifier is above 2147483647\n", [1, 3]),
     "300 scalars": ([scalar_row(0x0100 + number, number) for number in range(4, 301)],
                     "45 scalars are not served: no more than 255 can be registered\n",
                     range(1, 256)),

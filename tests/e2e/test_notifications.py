@@ -56,11 +56,11 @@ def notification(kind, name, value, device=0, text4="", text5="", text6="", via=
     ("alarm raise 0x0403 --type 4", HEARTBEAT, "Over Temperature Alarm", ""),
 ])
 def test_event(receiver, command, kind, name, value):
-    texts = {"text4": "four", "text5": "five", "text6": "six"}
+    texts = {"text4": "4" * 64, "text5": "five", "text6": "six"}
     options = [word for text, content in texts.items() for word in (f"--{text}", content)]
     before = len(receiver.world.agent_output())
     assert post(receiver, *command.split(), "--device-id", 200, *options) == [
-        notification(kind, name, value, 200, **texts)]
+        notification(kind, name, value, 200, **{**texts, "text4": "4" * 64 + "six"})]
     wait_printed(receiver.world, "receivebuf len is 213 \n"
                  + (f"val is {value}, name is {name} \n" if kind == ALARM else "")
                  + f"TrapAlarm::sendTrap trapmsg.deviceId=200\nstring is {name} \n"
@@ -152,8 +152,8 @@ def test_heartbeat_without_a_pause(world):
 def test_heartbeat_without_queues(world):
     """The system has none left to give: both threads pause behind each failure."""
     start(world, V2C_SINK, f"set {INTERVAL} 0")
-    world.unit.kill()
     world.run("sh", "-c", "echo 0 >/proc/sys/kernel/msgmni && ipcrm --all=msg")
+    assert world.unit.wait() == 1
     world.wait_output("called, failed: errno: Invalid argument, error code:22\n")
     before = len(world.agent_output())
     time.sleep(2)

@@ -97,8 +97,6 @@ def test_get_beside_the_cells(served, suffix, type, value):
     ((1, 5, 3), "i", 7, "01 05 62 10 46 00", 70),
     ((1, 8, 3), "s", "Roof", "01 17 c2 10 52 6f 6f 66" + " 00" * 16, "Roof"),
     ((1, 9, 32), "s", "7abc", "01 04 ff 10 63", 0x63),  # the first four bytes as an integer
-    ((2, 3, 1), "i", 300, "01 04 20 20 2c", 44),
-    ((2, 6, 1), "i", -3, "01 04 80 20 fd", -3),
     ((2, 7, 1), "s", "1.5", "01 05 a0 20 0f 00", "1.50"),
 ])
 def test_set_of_one_cell(restored, cell, letter, given, frame, answer):
