@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <thread>
-#include <utility>
 
 #include "TestSupport.h"
 
@@ -11,31 +10,8 @@ namespace {
 
 constexpr char kTakenOff[] = "reply too large to receive, taken off the queue\n";
 
-/// Plays the control process: answers the first request with `reply`, further ones with an empty
-/// one so that nobody waits for ever. The bytes of a reply's type are those of an acknowledgement:
-/// taken for payload, they would show.
-class Device {
- public:
-  explicit Device(const Bytes& reply) : _thread([this, reply] { serve(reply); }) {}
-  ~Device() {
-    _requests.post({}, kEnd);
-    _thread.join();
-  }
-
- private:
-  static constexpr long kEnd = 1;
-
-  void serve(Bytes reply) const {
-    long type = 0;
-    std::memset(&type, 0x11, sizeof type);
-    while (_requests.take(0)->type != kEnd) {
-      Queue(kReplyQueueKey).post(std::exchange(reply, {}), type);
-    }
-  }
-
-  const Queue _requests{kRequestQueueKey};
-  std::thread _thread;
-};
+/// The bytes of a reply's type are those of an acknowledgement: taken for payload, they would show.
+constexpr long kReplyType = 0x11111111;
 
 class DataManageTest : public QueueTest {
  protected:
@@ -58,7 +34,10 @@ TEST_F(DataManageTest, SetObjValueSendsTheFrameAndJudgesTheReply) {
   const auto check = [this](std::uint8_t objLen, const Bytes& reply, int result,
                             const std::string& output) {
     replies.post(hex("11"));  // stale
-    const Device device(reply);
+    const std::jthread device([&] {
+      requests.take(0);
+      replies.post(reply, kReplyType);
+    });
     ObjValue record;
     record.setObjLen(objLen);
     record.setInteger32(0x01020304);
@@ -75,16 +54,6 @@ TEST_F(DataManageTest, SetObjValueSendsTheFrameAndJudgesTheReply) {
       6, hex("11"), 0,
       "cmd is 1, objLen is 6 \n\nDataManage::setObjValue error obj type!01 06 02 01 01 02 03 11 ");
   check(7, Bytes(4097, 0x11), 255, sent + kTooLong + kTakenOff);
-}
-
-TEST_F(DataManageTest, SetObjValueMarksTheHeartbeatObjectsEvenIfRefused) {
-  for (const int oid : {0x0FF9, 0x0FFA, 0x0FFB}) {
-    DataManage::heartBeatIntervalChanged = DataManage::heartBeatSwFlagChanged = false;
-    const Device device(hex("00"));
-    printed([&] { manage->setObjValue(static_cast<std::uint16_t>(oid), ObjValue()); });
-    EXPECT_EQ(DataManage::heartBeatIntervalChanged, oid == 0x0FFA) << oid;
-    EXPECT_EQ(DataManage::heartBeatSwFlagChanged, oid == 0x0FFB) << oid;
-  }
 }
 
 TEST_F(DataManageTest, AReadOfStartUpIsRepeatedThreeTimesWhereTheQueuesAreMadeAnew) {

@@ -106,6 +106,7 @@ TEST(StrictValueTest, TextsAndAddresses) {
   const std::string address("\x0A\x01\x02\x03", 4);
   checkText(kText8, "12345678", kNoError, hex("31 32 33 34 35 36 37 38"));
   checkText(kText8, "", kNoError);
+  checkText({kText, 8, kAsnOpaque}, "ab", kNoError, hex("61 62"));
   checkText(kText64, std::string(64, 'x'), kNoError, Bytes(64, 'x'));
   checkText(kText4, "west", kNoError, hex("74 73 65 77"));  // the frame turns it around
   checkText(kText2, "sw", kNoError, hex("77 73"));

@@ -59,8 +59,11 @@ TEST(ObjectFileTest, Parses) {
   for (const auto& c : cases) EXPECT_EQ(parsed(c.text), c.expected);
 }
 
-TEST(ObjectStoreTest, RefusesToSetAReadOnlyObject) {
+TEST(ObjectStoreTest, RefusesToSetAReadOnlyObjectAndClearsAText) {
   ObjectStore store;
+  store.add(parseObjectLine("3 text 4 rw \"long\""));
+  store.set(3, "a");
+  EXPECT_EQ(store.get(3).format(), "0x0003 text 4 rw \"a\"");
   store.add(parseObjectLine("1-2 signed 2 ro -2"));
   store.add(parseObjectLine("2 signed 2 rw -2"));
   EXPECT_EQ(store.answer(Bytes{0x01, 5, 0x01, 0x00, 7, 0})[0], kCommandRefused);
