@@ -43,6 +43,7 @@ def database(world):
 
 
 def test_counts(world):
+    began = time.monotonic()
     receiver = start(world, "norvaDeviceTimeout 3")
     world.get(FIRST, f"{ROOT}.1.1.1.2.0")
     world.set(f"{ROOT}.1.1.1.2.0", "i", 9)
@@ -63,7 +64,7 @@ def test_counts(world):
     assert [now[f"Notifications{what}"] for what in (
         "Taken", "Sent", "Acknowledged", "Repeated", "Dropped", "Waiting")] == [3, 3, 3, 0, 0, 0]
     assert now["OutputBytesDropped"] == 0
-    assert 0 < now["AgentUpTime"] < 100 * 120
+    assert 0 < now["AgentUpTime"] <= 100 * (time.monotonic() - began)
 
     # A silent unit, and one that lies.
     world.hang(FIRST).wait()

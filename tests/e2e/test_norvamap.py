@@ -183,8 +183,10 @@ STRUCTURE_OBJECTS = "".join(f"0x{0x0100 + n:04x} unsigned 2 ro {n}\n" for n in r
 def test_structure(world, rows, said, answers):
     database = world.make_database(*empty_schema(), *rows, base=False)
     assert {text for _, _, text in findings(database)} == said
-    is_apart = not re.search(" stands (inside|at) ", " ".join(said))
-    norvamap("mib", database, status=0 if is_apart else 2)
+    norvamap("mib", database, status=2 if re.search(" stands (inside|at) ", str(said)) else 0)
+    inside = {line["oid"][1:] for line in json.loads(norvamap("list", database, "--format", "json"))
+              if line.get("remark", "").startswith("inside")}
+    assert not inside & set(norvamap("exporter", database).split())
     world.serve(objects=STRUCTURE_OBJECTS, database=database, wait=False)
     world.wait_output("init_snmp end....")
     check_answers(world, answers)
@@ -378,6 +380,9 @@ def test_module_of_the_sample(world, module_directory):
     changed = world.make_database(*LOOSE, base=False)
     before = norvamap("mib", changed).splitlines()
     assert "OTHER-MIB DEFINITIONS ::= BEGIN" in norvamap("mib", changed, "--module", "OTHER-MIB")
+    text = " ".join(" ".join(before).split())
+    assert text.count("A SET takes digits and a point.") == 5
+    assert "A SET is multiplied by 10^3, a GET is not divided: what was written as 1 reads as 1000." in text
     new = scalar_row(0x0999, 50, name="New Object")
     last = f"UPDATE {SCALARS} SET c6 = '2', c7 = '3', c8 = '99' WHERE c0 = '0999'"
     for rows in ([new], [new, last]):
@@ -446,7 +451,8 @@ def test_severities():
     (["frob", SAMPLE], "no command 'frob', see norvamap --help"),
     (["list", "/tmp"], "/tmp: Is a directory"),
     (["mib", SAMPLE, "--names", "/tmp"], "/tmp: Is a directory"),
-    (["exporter", SAMPLE, "--access", "/tmp"], "/tmp: Is a directory"),
+    (["mib", SAMPLE, "--module", "NORVA-"],
+     "module name 'NORVA-': a capital, then letters, digits and single hyphens"),
     (["exporter", SAMPLE, "--access", NAMES], f"{NAMES}:3: unknown key 'scalars': version or auth"),
     (["list", SAMPLE, "--root", ".1.2147483648"], "root '.1.2147483648' has a number above 2147483647:"
      f" the agent uses {ROOT} in its place"),
@@ -536,7 +542,8 @@ def test_bad_database(world, sql, said):
         assert norvamap(command, path, status=2) == f"norvamap: {path}: {said}\n"
     assert path.exists() == bool(sql) and (not sql or path.read_bytes() == before)
     if sql:
-        assert (None, "error") in [(row, severity) for row, severity, _ in findings(path)]
+        missing = re.split(": | has ", said)[1]
+        assert (None, "error", f"{missing}: no scalar is served") in findings(path)
 
 
 def test_mappings_that_take_long(world):

@@ -83,7 +83,6 @@ def test_walk_of_both_tables(served, tool):
 @pytest.mark.parametrize("suffix, type, value", [
     ("2.3.5", "STRING", "RU 3"),  # the second index takes what the request carries
     ("2.3", "noSuchInstance", None),
-    ("2.33.0", "noSuchInstance", None),
     ("2.257.0", "noSuchInstance", None),
     ("10.1.0", "noSuchObject", None),
 ])

@@ -1,6 +1,7 @@
 #include "StrictValue.h"
 
 #include "AsnType.h"
+#include "ByteOrder.h"
 #include "TestSupport.h"
 
 namespace norva::test {
@@ -62,10 +63,8 @@ TEST(StrictValueTest, NumbersHaveTheWidthAndTheSignOfTheField) {
                       {{kSigned, 2}, -0x8000, 0x7FFF}};
   for (const auto& [object, low, high] : limits) {
     for (const long end : {low, high}) {
-      Bytes bytes = hex("00 00 00 00");
-      for (int i = 0; i < object.width; ++i)
-        bytes[static_cast<std::size_t>(i)] =
-            static_cast<std::uint8_t>(end >> 8 * (object.width - 1 - i));
+      Bytes bytes(4);
+      storeBe32(bytes.data(), static_cast<std::uint32_t>(end) << (32 - 8 * object.width));
       checkNumber(object, end, kNoError, bytes);
     }
     checkNumber(object, low - 1, kWrongValue);

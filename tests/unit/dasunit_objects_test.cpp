@@ -63,13 +63,12 @@ TEST(ObjectStoreTest, RefusesToSetAReadOnlyObjectAndClearsAText) {
   ObjectStore store;
   store.add(parseObjectLine("3 text 4 rw \"long\""));
   store.set(3, "a");
-  EXPECT_EQ(store.get(3).format(), "0x0003 text 4 rw \"a\"");
   store.add(parseObjectLine("1-2 signed 2 ro -2"));
   store.add(parseObjectLine("2 signed 2 rw -2"));
   EXPECT_EQ(store.answer(Bytes{0x01, 5, 0x01, 0x00, 7, 0})[0], kCommandRefused);
   EXPECT_EQ(store.answer(Bytes{0x01, 5, 0x02, 0x00, 7, 0})[0], 0x11);
-  EXPECT_EQ(store.get(1).format() + store.get(2).format(),
-            "0x0001 signed 2 ro -20x0002 signed 2 rw 7");
+  EXPECT_EQ(store.get(1).format() + store.get(2).format() + store.get(3).format(),
+            "0x0001 signed 2 ro -20x0002 signed 2 rw 70x0003 text 4 rw \"a\"");
 }
 
 }  // namespace
