@@ -50,7 +50,7 @@ def look(fleet, pictures):
             fleet.units[-1].world.master.kill()
             time.sleep(130)
             tab.open(address)
-            tab.picture(f"{pictures}/fleet-{len(fleet.units)}.png", 1600, 900)
+            tab.picture(f"{pictures}/fleet-{len(fleet.units)}.png", 1920, 1080)
     return taken
 
 
