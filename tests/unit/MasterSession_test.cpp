@@ -54,10 +54,9 @@ TEST(MasterSessionTest, FollowsTheSessionAndWhatTheMasterAcknowledges) {
     std::uint8_t buffer[64];
     transport->f_recv(transport, buffer, sizeof buffer, nullptr, &size);
   };
-  const std::string response =
-      "01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 ";
-  receive(response + "01 01 00 00");  // the master knows no such session
-  receive(response);                  // and ends it in the middle of a PDU
+  // The master knows no such session, and ends it in the middle of a PDU.
+  receive("01 12 10 00 00 00 00 01 00 00 00 02 00 00 00 07 00 00 00 08 00 00 00 01 01 01 00 00");
+  receive("01");
   snmp_call_callbacks(SNMP_CALLBACK_APPLICATION, SNMPD_CALLBACK_INDEX_STOP, session);
   EXPECT_FALSE(queue->hasWork());
   snmp_close(session);
