@@ -12,6 +12,7 @@ MAX_UNITS = 5000
 MAX_ALARMS = 1000  # of one unit, ended ones included
 MAX_BYTES = 32 << 20  # of all alarms together, as `_size` counts them
 RECENT = 64  # so many notifications may wait for the master's acknowledgement and be sent again
+MISSING = 256  # so many may be late, as informs are when the receiver is back, in any order
 RESTART_S = 900  # the same number 1 again, later than this: a new start that begins as the last did
 
 
@@ -22,7 +23,7 @@ def new_state():
 
 def _new_unit():
     # `recent`: number -> digest; `one`: when number 1 came; `again`: 1 to this have just come again,
-    # which may be a new start; `missing`: numbers of the last gaps that may come late; `alarms`:
+    # which may be a new start; `missing`: numbers that may come late; `alarms`:
     # "label/device" -> its last change, start and sequence number included; `size`: theirs.
     return {"start": 0, "last": 0, "recent": {}, "one": 0, "again": 0, "missing": [], "time": 0,
             "heartbeat": 0, "gap": 0, "lost": 0, "repeated": 0, "counts": {}, "alarms": {}, "size": 0}
@@ -79,7 +80,7 @@ def _note_gap(unit, first, number, now):
             unit["gap_before"] = unit["gap"]
         unit["lost"] += number - first
         unit["gap"] = now
-        unit["missing"] = (unit["missing"] + list(range(max(first, number - RECENT), number)))[-RECENT:]
+        unit["missing"] = (unit["missing"] + list(range(max(first, number - MISSING), number)))[-MISSING:]
 
 
 def _size(label, alarm):

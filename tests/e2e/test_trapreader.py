@@ -8,6 +8,7 @@ import socket
 import subprocess
 import sys
 import urllib.request
+from pathlib import Path
 
 import pytest
 
@@ -41,13 +42,13 @@ def parse(*args, **options):
 
 @pytest.mark.parametrize("octets, text", [
     (b'a\nb\t"c"\\ <script>&', 'a\nb\t"c"\\ <script>&'), ("Grüße \u0085".encode(), "Grüße \u0085"),
-    (b"K\xf6ln \x9b", "Köln \x9b"), (b"x" * 300, "x" * 255), (b"a\0", "a\u2400"),
+    (b"K\xf6ln \x9b", "Köln \x9b"), (b"x" * 1500, "x" * 255), (b"a\0", "a\u2400"),
     (f"\n1000\tUDP: [192.0.2.8]:1\t{BASE}.7 9".encode(), f"\n1000\tUDP: [192.0.2.8]:1\t{BASE}.7 9")])
 def test_texts(octets, text):
     """Whole, bounded, and no other field or line."""
     event = parse(5, text=octets, name=octets)
     assert (event.unit, event.kind, event.device, event.sequence) == (UNIT, "alarm", "8", 5)
-    assert event.name == event.texts[0] == text
+    assert event.name == event.texts[0] == text and len(trapline.alarm_label(text)) <= 128
     said = trapline.sentence(event)
     assert not any(ord(character) < 32 or 127 <= ord(character) < 160 for character in said)
 
@@ -63,34 +64,40 @@ def test_bad_lines(text):
 def test_other_lines():
     for text in ("", "NET-SNMP version 5.9.3", line(1, kind=95), line(1)[30:], line(1).replace("[", "")):
         assert trapline.parse(text) is None
-    assert parse(1, unit="2001:db8::1").unit == "2001:db8::1"
+    assert trapline.parse(line(1, unit="2001:db8::1").replace("UDP", "UDP/IPv6")).unit == "2001:db8::1"
+    events = [parse(1, kind=kind, device=-kind) for kind in (96, 97, 98, 99)]
+    assert [f"{event.kind} {event.device}" for event in events] == [
+        "alarm -96", "remote_unit -97", "general -98", "heartbeat -99"]
+    assert trapline.alarm_label("PA-Failure (2) Alarm") == "pa_failure_2"
 
 
-# Each: numbers and values in the order of arrival; whether the alarm is raised at the end; numbers
-# lost, repeated, new starts.
+# Each: numbers and values in the order of arrival; since which one the alarm is raised at the end, 0
+# for not; numbers lost, repeated, new starts. They come in the second of their number, or as said.
+NEW, CLEAR = "New Alarm", "Clear Alarm"
 ORDERS = {
-    "as sent": ([(1, "New Alarm"), (2, "Clear Alarm")], False, (0, 0, 0)),
-    "sent again": ([(1, "New Alarm"), (2, "Clear Alarm"), (1, "New Alarm")], False, (0, 1, 0)),
-    "two lost": ([(1, "New Alarm"), (4, "Clear Alarm")], False, (2, 0, 0)),
-    "overtaken": ([(1, "New Alarm"), (3, "New Alarm"), (2, "Clear Alarm")], True, (0, 0, 0)),
-    "new start": ([(7, "New Alarm"), (1, "Clear Alarm")], False, (0, 0, 1)),
-    "new start, its first two lost": ([(7, "New Alarm"), (3, "New Alarm")], True, (2, 0, 1)),
-    "new start, beginning as the last": ([(1, "New Alarm"), (2, "Clear Alarm"), (1, "New Alarm"),
-                                          (2, "New Alarm"), (1, "New Alarm")], True, (0, 2, 1)),
-    "numbers that go on, hours later": ([(8, "New Alarm"), (9, "Clear Alarm"), (8, "New Alarm", 9000),
-                                         (9, "Clear Alarm", 9000), (10, "New Alarm", 9000)],
-                                        True, (0, 2, 0)),
-    "the same 1, hours later": ([(1, "New Alarm"), (2, "Clear Alarm"), (1, "New Alarm", 9000)],
-                                True, (0, 0, 1)),
+    "as sent": ([(1, NEW), (2, CLEAR)], 0, (0, 0, 0)),
+    "sent again": ([(1, NEW), (2, CLEAR), (1, NEW, 900)], 0, (0, 1, 0)),
+    "all sent again": ([(number, NEW) for number in range(1, 61)] * 2, 1, (0, 60, 0)),
+    "two lost, raised anew": ([(1, NEW), (4, CLEAR), (5, NEW)], 5, (2, 0, 0)),
+    "late, in any order": ([(number, NEW) for number in (1, *range(200, 1, -1))], 1, (0, 0, 0)),
+    "overtaken": ([(1, NEW), (3, NEW), (2, CLEAR)], 1, (0, 0, 0)),
+    "new start": ([(7, NEW), (1, CLEAR)], 0, (0, 0, 1)),
+    "new start by another 1, after a gap and before one that closes": (
+        [(1, NEW), (3, NEW), (1, CLEAR), (3, NEW), (2, NEW)], 3, (1, 0, 1)),
+    "new start, its first two lost": ([(7, NEW), (3, NEW)], 7, (2, 0, 1)),
+    "new start, beginning as the last": ([(1, NEW), (2, CLEAR), (1, NEW), (2, NEW), (1, NEW)], 2, (0, 2, 1)),
+    "numbers that go on, hours later": ([(8, NEW), (9, CLEAR), (8, NEW, 9000), (9, CLEAR, 9000),
+                                         (10, NEW, 9000)], 9000, (0, 2, 0)),
+    "the same 1, hours later": ([(1, NEW), (2, CLEAR), (1, NEW, 9000)], 9000, (0, 0, 1)),
 }
 
 
-@pytest.mark.parametrize("events, is_raised, counts", ORDERS.values(), ids=ORDERS)
-def test_numbers(events, is_raised, counts):
+@pytest.mark.parametrize("events, since, counts", ORDERS.values(), ids=ORDERS)
+def test_numbers(events, since, counts):
     state = trapstate.new_state()
     for number, value, *when in events:
-        trapstate.fold(state, parse(number, value, when=when[0] if when else 1000 + number))
-    assert bool(trapstate.raised(state)) == is_raised
+        trapstate.fold(state, parse(number, value, when=when[0] if when else number))
+    assert [alarm["since"] for _, _, alarm in trapstate.raised(state)] == [since] * bool(since)
     unit = state["units"][UNIT]
     assert (unit["lost"], unit["repeated"], unit["start"]) == counts
     assert bool(unit["gap"]) == bool(counts[0])
@@ -108,21 +115,24 @@ def test_bounds(monkeypatch):
     for number in range(1, 6):
         trapstate.fold(state, parse(number, name=f"a{number}", unit="192.0.2.1"))
     trapstate.fold(state, parse(1, name="b1"))
-    trapstate.fold(state, parse(2, "Clear Alarm", name="b1"))
-    for number in range(3, 24):
+    trapstate.fold(state, parse(2, "Clear Alarm", name="b2"))
+    for number, first, forgotten in [*((number, 1, 0) for number in range(3, 22)), (22, 3, 1), (23, 4, 2)]:
         trapstate.fold(state, parse(number, name=f"b{number}"))
-    assert alarms(UNIT) == [f"b{number}" for number in range(4, 24)] and state["forgotten"] == 1
+        assert alarms(UNIT)[0] == f"b{first}" and state["forgotten"] == forgotten
+    assert len(alarms(UNIT)) == 20
     for number in range(24, 200):
         trapstate.fold(state, parse(number, name=f"b{number}", text="x" * 2000))
     assert len(alarms("192.0.2.1")) == 5 and alarms(UNIT)[-1] == "b199" and len(alarms(UNIT)) == 20
     monkeypatch.setattr(trapstate, "MAX_BYTES", 5000)
-    trapstate.fold(state, parse(200, name="b200"))
+    for number in range(200, 203):
+        trapstate.fold(state, parse(number, name="b200"))
     assert len(alarms("192.0.2.1")) == 5 and state["size"] <= 5000
-    assert state["size"] == sum(unit["size"] for unit in state["units"].values())
+    assert len(state["units"][UNIT]["recent"]) == trapstate.RECENT
     assert not trapstate.fold(state, parse(1, unit="192.0.2.9")) and state["ignored"] == 1
     assert trapstate.clear(state, "192.0.2.1", "a1", "7") == 0
     assert trapstate.clear(state, "192.0.2.1", "a1", "8") == 1
     assert trapstate.forget(state, "192.0.2.1") == 4 and len(state["units"]) == 1
+    assert state["size"] == sum(trapstate._size(*alarm) for alarm in state["units"][UNIT]["alarms"].items())
 
 
 class Reading:
@@ -131,19 +141,21 @@ class Reading:
         with socket.create_server(("127.0.0.1", 0)) as free:
             self.listen = f"127.0.0.1:{free.getsockname()[1]}"
         self.output = open(directory / "output", "w+b")
-        self.start()
+        self.fifo = ["--pipe", directory / "fifo"]
 
-    def start(self):
-        self.process = subprocess.Popen([*self.command(), "--pipe", self.directory / "fifo"],
-                                        stdout=self.output, stderr=self.output)
+    def start(self, *source):
+        self.process = subprocess.Popen([*self.command(), *source], stdout=self.output, stderr=self.output)
         wait_until(lambda: self.metric("round_timestamp_seconds"), 90, "the page")
-        self.pipe = open(self.directory / "fifo", "r+b", buffering=0)
+
+    def end(self, signum):
+        self.process.send_signal(signum)
+        return self.process.wait(90)
 
     def command(self):
         return [READER, "--directory", self.directory, "--listen", self.listen]
 
     def send(self, *lines):
-        self.pipe.write("".join(one + "\n" for one in lines).encode())
+        self.fifo[1].write_text("".join(one + "\n" for one in lines))
 
     def page(self):
         try:
@@ -164,46 +176,88 @@ class Reading:
 def reading(tmp_path):
     made = Reading(tmp_path)
     yield made
-    made.process.kill()
-    made.process.wait()
+    made.end(signal.SIGKILL)
     print((tmp_path / "output").read_text())
 
 
 def test_reader(reading):
     """What came is on the page, survives a kill once it is saved, and is ended by hand."""
+    reading.start(*reading.fifo)
     nasty = b'a\n# HELP x"\\ <script>K\xf6ln'
     reading.send("NET-SNMP version 5.9.3", line("bad"), "x" * 3000000,
                  *(line(number, name=f"Alarm {number}", text=nasty) for number in range(1, 501)))
     wait_until(lambda: reading.metric("notifications_total") == 500, 90, "all of them")
     assert reading.metric("malformed_total") == 1
+    assert reading.metric("heartbeat_timestamp_seconds") is None  # never
     assert r'name="Alarm 7",texts="a\n# HELP x\"\\ <script>Köln"} 1000.0' in reading.page()
     wait_until(lambda: len(json.loads((reading.directory / "state.json").read_text())["units"]) == 1,
                90, "the state saved")
-    reading.send(line(501, name="Alarm 501"))
-    wait_until(lambda: reading.metric("notifications_total") == 501, 90, "one more")
-    reading.process.send_signal(signal.SIGTERM)  # saves
-    assert reading.process.wait(90) == 0
-    reading.start()
+    reading.send(line(501, name="Alarm 501"), line(501, name="Alarm 501"), line(502, kind=99))
+    wait_until(lambda: reading.metric("heartbeat_timestamp_seconds") == 1000, 90, "one more")
+    idle = reading.metric("round_timestamp_seconds")
+    wait_until(lambda: reading.metric("round_timestamp_seconds") > idle, 90, "a sign of life")
+    assert reading.end(signal.SIGTERM) == 0  # saves
+    reading.start(*reading.fifo)
     assert reading.metric("notifications_total") == 501
     assert reading.order("--clear", UNIT, "7").stdout == "0 alarms ended\n"
     assert reading.order("--clear", UNIT, "alarm_7").stdout == "1 alarms ended\n"
-    reading.process.kill()
-    reading.process.wait()
-    reading.start()
+    reading.end(signal.SIGKILL)
+    reading.start(*reading.fifo)
     assert 'alarm="alarm_8"' in reading.page() and 'alarm="alarm_7"' not in reading.page()
-    assert subprocess.run([*reading.command(), "--pipe", reading.directory / "fifo"], timeout=90,
-                          capture_output=True, check=False).returncode == 1  # one only
+    assert reading.order(*reading.fifo).returncode == 1  # one only
     assert reading.order("--forget", UNIT).stdout == "500 alarms ended\n"
     assert "192.0.2.7" not in reading.page()
     said = (reading.directory / "output").read_text()
     assert f"{UNIT}: New Alarm, Alarm 7, device 8, number 7: a?# HELP x" in said
+    assert said.count(": New Alarm, ") == 501  # neither repeated ones nor heartbeats
 
 
-def test_damaged_state(reading):
-    reading.process.kill()
-    reading.process.wait()
-    (reading.directory / "state.json").write_text('{"units": ')
+# A journal of the lines in the file beside it. What it began with, cursor or second, is a line's number.
+JOURNALCTL = """#!/bin/sh
+for begin; do :; done
+case $begin in
+  --cursor=c[0-9] | --since=@[0-9]) exec /usr/bin/tail -n "+${begin##*[c@]}" -f --pid=$PPID "$0.lines" ;;
+  *) exit 1 ;;
+esac
+"""
+
+
+def test_journal(reading, monkeypatch):
+    """Each notification once, also where cursor or state is damaged, or journalctl ends."""
+    journalctl, state = reading.directory / "journalctl", reading.directory / "state.json"
+    journalctl.write_text(JOURNALCTL)
+    journalctl.chmod(0o755)
+    monkeypatch.setenv("PATH", str(reading.directory))
+
+    def log(number, message=None):
+        entry = {"MESSAGE": message or line(number, when=number), "__CURSOR": f"c{number}"}
+        with open(f"{journalctl}.lines", "a", encoding="utf-8") as file:
+            print(json.dumps(entry), file=file)
+
+    def reads(last, repeated=0):
+        wait_until(lambda: reading.metric("sequence") == last, 90, f"notification {last}")
+        assert reading.metric("notifications_total") == last - 1
+        assert reading.metric("repeated_total") == repeated
+
+    def end_journalctl():
+        pid = reading.process.pid
+        os.kill(int(Path(f"/proc/{pid}/task/{pid}/children").read_text()), signal.SIGTERM)
+    log(1, [0xFF, 0x28])  # no text
+    log(2)
+    state.write_text('{"units": ')
     reading.start()
-    reading.send(line(1))
-    wait_until(lambda: reading.metric("notifications_total") == 1, 90, "the first one")
-    assert [path for path in os.listdir(reading.directory) if path.startswith("state.json.")]
+    reads(2)
+    assert any(name.startswith("state.json.") for name in os.listdir(reading.directory))
+    for number, cursor, repeated in ((3, "c2", 0), (4, "another journal's", 1)):
+        reading.end(signal.SIGTERM)
+        state.write_text(state.read_text().replace(f'"c{number - 1}"', f'"{cursor}"'))
+        log(number)
+        reading.start()
+        reads(number, repeated)
+    end_journalctl()
+    log(5)
+    reads(5, 1)
+    journalctl.unlink()
+    end_journalctl()
+    assert reading.process.wait(90) == 1
+    assert (reading.directory / "output").read_text().endswith("journalctl: No such file or directory\n")
