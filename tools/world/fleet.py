@@ -150,7 +150,7 @@ class Fleet:
                        (r"interval: \w+", f"interval: {self.seconds}s"))
             self._edit("alertmanager.yml", (r"group_wait: \w+", "group_wait: 1s"))
         users = "\n".join(f"createUser -e {_engine_id(unit.number)} {_USER}" for unit in self.units)
-        self._edit("snmptrapd.conf", (r"createUser .*", users))
+        self._edit("snmptrapd.conf", (r"createUser -e .*", users))
         (files / "units.yml").write_text(
             json.dumps([{"targets": [unit.address for unit in self.units]}]))
         (files / "snmp.yml").write_text(hub.inside(
