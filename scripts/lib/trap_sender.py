@@ -1,5 +1,6 @@
 """Sends alarms as a unit does, as fast as net-snmp's library can: trap_sender.py FIRST COUNT and
-snmptrap's options, to the receiver at the end. The numbers run from FIRST; the last is raised."""
+snmptrap's options, to the receiver at the end. The numbers run from FIRST; the last is raised, and
+longer than a field that journalctl shows without --all."""
 
 import ctypes
 import sys
@@ -35,7 +36,7 @@ def main():
         values = [(".1.3.6.1.2.1.1.3.0", b"t", str(number)), (".1.3.6.1.6.3.1.1.4.1.0", b"o", f"{BASE}.96"),
                   (f"{BASE}.1", b"s", f"Alarm {number % 10}"),
                   (f"{BASE}.2", b"s", "New Alarm" if last or number % 2 else "Clear Alarm"),
-                  (f"{BASE}.3", b"i", "8"), (f"{BASE}.4", b"s", "Quay"), (f"{BASE}.5", b"s", ""),
+                  (f"{BASE}.3", b"i", "8"), (f"{BASE}.4", b"s", "Quay"), (f"{BASE}.5", b"s", "x" * 1300 * last),
                   (f"{BASE}.6", b"s", f"of {sys.argv[-1]}"), (f"{BASE}.7", b"i", str(number))]
         for name, kind, value in values:
             numbers, length = oid(name)

@@ -56,23 +56,25 @@ class MonitoringTrial:
         answer = self.shell("curl -s http://127.0.0.1:9093/api/v2/alerts")
         return [alert for alert in json.loads(answer or "[]") if labels.items() <= alert["labels"].items()]
 
+    def send(self, count, senders=range(SENDERS)):
+        """A script that sends the next alarms of each sender, half of them by SNMPv3, and waits."""
+        self.number += count
+        first = self.number - count
+        return "\n".join(
+            f"SNMPCONFPATH=/tmp/senders/{sender} python3 /mnt/trap_sender.py {first} {count} "
+            + (f"{_V3} -e {_engine_id(sender)} -Z 1,{first}" if sender % 2 else "-v2c -c public")
+            + " 127.0.0.1:162 || touch /tmp/failed &" for sender in senders) + "\nwait\n"
+
     def storm(self, meanwhile=lambda: None):
-        """Every sender's alarms, half of them by SNMPv3. How many are counted, how many are known
-        to be lost, and how long it took to the last of them."""
+        """Every sender's alarms: how many are counted, how many are known to be lost."""
         before = [self.metrics("notifications_total"), self.metrics("lost")]
         began = time.monotonic()
-        senders = "\n".join(
-            f"SNMPCONFPATH=/tmp/senders/{sender} python3 /mnt/trap_sender.py {self.number} {EACH} "
-            + (f"{_V3} -e {_engine_id(sender)} -Z 1,{self.number}" if sender % 2 else "-v2c -c public")
-            + " 127.0.0.1:162 || touch /tmp/failed &" for sender in range(SENDERS))
-        self.done(f"systemd-run --quiet --collect --unit=storm sh -c '{senders}\nwait'")
+        self.done(f"systemd-run --quiet --collect --unit=storm sh -c '{self.send(EACH)}'")
         meanwhile()
         wait_until(lambda: "inactive" in self.shell("systemctl is-active storm"), 300, "the senders' end")
         sent = time.monotonic() - began
-        self.number += EACH
         # A number that is missing shows with the next one.
-        self.done("sleep 1\n" + senders.replace(f" {self.number - EACH} {EACH} ", f" {self.number} 1 ") + "\nwait")
-        self.number += 1
+        self.done("sleep 1\n" + self.send(1))
 
         def result():
             return [now - then for now, then in
@@ -135,7 +137,7 @@ class MonitoringTrial:
         last = f"alarm_{(self.number - 1) % 10}"
         wait_until(lambda: len(self.alerts(alertname="NorvaAlarmNotified", alarm=last)) == SENDERS, 90,
                    "an alert of each sender")
-        assert re.search(r"^127.1.0.3: New Alarm, Alarm \d, device 8, number \d+: Quay, of 127.0.0.1:162$",
+        assert re.search(r"^127.1.0.3: New Alarm, Alarm \d, device 8, number \d+: Quay, x{255}, of 127.0.0.1:162$",
                          self.done("journalctl --quiet --output=cat --unit=norva-trapreader"), re.M)
         directory = "/usr/share/norvasnmp/monitoring"
         assert self.done(f"{directory}/trapreader --clear 127.1.0.3 {last}") == "1 alarms ended\n"
@@ -143,4 +145,23 @@ class MonitoringTrial:
         wait_until(lambda: len(self.alerts(alertname="NorvaAlarmNotified", alarm=last)) == SENDERS - 2, 90,
                    "their ends")
 
-    CHECKS = [set_up, nobody_listens, reader_confined, storm_counted, storm_survived, alarms_shown]
+    def gap_told(self):
+        """Five are sent while nobody listens."""
+        lost = self.metrics("lost")
+        self.done("systemctl stop snmptrapd.socket snmptrapd\n" + self.send(5, [2])
+                  + "systemctl start snmptrapd.socket snmptrapd\n" + self.send(1, [2]))
+        wait_until(lambda: self.metrics("lost") == lost + 5, 90, "five that did not come")
+        wait_until(lambda: self.alerts(alertname="NorvaNotificationGap", instance="127.1.0.3"), 120,
+                   "the gap's alert")
+
+    def place_lost(self):
+        """What comes while the reader is stopped is read, although its place in the journal is damaged."""
+        before = self.metrics("notifications_total")
+        state = "/var/lib/norva-trapreader/state.json"
+        self.done(f"systemctl stop norva-trapreader\n{self.send(1, [2])}cp {state} /tmp\n"
+                  f"sed 's/\"cursor\": \"/&x/' /tmp/state.json > {state}\n! cmp -s {state} /tmp/state.json\n"
+                  "systemctl start norva-trapreader")
+        wait_until(lambda: self.metrics("notifications_total") == before + 1, 90, "one more")
+
+    CHECKS = [set_up, nobody_listens, reader_confined, storm_counted, storm_survived, alarms_shown, gap_told,
+              place_lost]
