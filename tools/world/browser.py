@@ -70,6 +70,15 @@ class Tab:
         return self._call("Runtime.evaluate", expression=expression, returnByValue=True)[
             "result"].get("value")
 
+    def text(self, selector="body"):
+        """What is to be read in an element of the page."""
+        return " ".join((self.evaluate(f"document.querySelector({json.dumps(selector)})?.innerText") or "").split())
+
+    def waits_for(self, *words, selector="body"):
+        """Until they are to be read."""
+        wait_until(lambda: all(word in self.text(selector) for word in words), 90,
+                   f"{words} on the page, in {selector}")
+
     def picture(self, path, width, height):
         """What is shown, as a PNG file of that size."""
         self._call("Emulation.setDeviceMetricsOverride", width=width, height=height,
