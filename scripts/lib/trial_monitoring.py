@@ -122,13 +122,16 @@ class MonitoringTrial:
         assert self.storm() == (SENDERS * (EACH + 1), 0)
 
     def storm_survived(self):
-        """snmptrapd, the reader and Prometheus are killed meanwhile, twice each."""
+        """snmptrapd, the reader and Prometheus are killed meanwhile, twice each: what snmptrapd has
+        written is counted, once."""
         def kill():
             for program in 2 * ("snmptrapd", "norva-trapreader", "prometheus"):
                 time.sleep(0.3)
                 self.done(f"systemctl kill --signal=KILL {program}")
         counted, lost = self.storm(kill)
         assert counted + lost == SENDERS * (EACH + 1)
+        written = self.done("journalctl --quiet --all --output=cat _SYSTEMD_UNIT=snmptrapd.service | grep -cF .0.96")
+        assert int(written) == self.metrics("notifications_total"), written
         if lost:
             wait_until(lambda: self.alerts(alertname="NorvaNotificationGap"), 120, "the gap's alert")
 
