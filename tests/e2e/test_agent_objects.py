@@ -83,8 +83,6 @@ def test_counts(world):
     assert 300 <= after["UnitSlowestReply"] < 3000
     assert after["UnitSinceLastReply"] < silent["UnitSinceLastReply"]
     assert refused(world, f"{BASE}.3.0", "u", 5).reason == "notWritable"
-
-    # Its entry in the master's table.
     assert BASE in [bound.value for bound in world.walk(OR_ID)]
     world.agent.kill()
     wait_until(lambda: BASE not in [bound.value for bound in world.walk(OR_ID)], what="it is gone")
@@ -135,6 +133,8 @@ def test_lines_to_the_service_manager(world):
     service.wait("STATUS=serving 2 scalars and 2 cells")
     assert world.get(f"{BASE}.1.0")[0].type == "noSuchObject"  # only where the configuration asks
     world.hang(FIRST)
+    world.spawn("polling", ["timeout", "20", "sh", "-c", "while :; do snmpget -v2c -c public -r0 -t5 "
+                            f"{world.address} {FIRST}; done"])
     service.wait("STATUS=the unit is silent; serving 2 scalars and 2 cells")
     world.ctl("fault", "none")
     world.get(FIRST)

@@ -21,8 +21,6 @@ DATABASES = {
     "few columns": ([f"DROP TABLE {SCALARS}", f"CREATE TABLE {SCALARS} (a, b)",
                      f"INSERT INTO {SCALARS} VALUES ('101', '0')"],
                     f"{SCALARS} has 2 columns, 13 are needed\n", []),
-    "NULL": ([f"UPDATE {SCALARS} SET c3 = NULL WHERE c0 = '0102'"],
-             f"{SCALARS} row 2: column 3 is NULL, row not used\n", [1, 3]),
     "suffixes": ([f"UPDATE {SCALARS} SET c8 = '1' WHERE c0 = '0102'", scalar_row(0x0104, 1 << 31)],
                  "scalar object 0x0102 is not served: object 0x0101 has the same OID\n"
                  "scalar object 0x0104 is not served: a sub-identifier is above 2147483647\n", [1, 3]),

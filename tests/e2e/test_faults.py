@@ -31,8 +31,6 @@ def assert_all_right(world):
 
 
 @pytest.mark.parametrize("oid, fault, answer, printed", [
-    (NUMBER, "delay 300", RIGHT[NUMBER], ""),
-    (NUMBER, "double", RIGHT[NUMBER], ""),
     (NUMBER, f"wrong-id {NEIGHBOUR_ID}", RIGHT[NUMBER], ""),
     (NUMBER, "wrong-command 0x11", ABSENT,
      "ERR: DatabaseFacade::select:  error!  cmd=11  oid=0x0101\n"),

@@ -1,6 +1,7 @@
 """Scalars as a manager sees them, and what reaches the unit."""
 
 import re
+import struct
 import time
 from collections import namedtuple
 
@@ -59,8 +60,7 @@ SCALARS = {
     "read-only": Case("unsigned 2 ro 99", {"access": 1}, value=99),
     "read-only in the unit": Case("unsigned 2 ro 98", value=98),
     "two letters": Case('text 2 rw "ab"', TEXT, "STRING", "ab"),
-    "address made of bytes": Case(r'text 4 rw "\x0a\x01\x02\x03"', {"type": 0x40, "method": 1},
-                                  "IpAddress", "10.1.2.3"),
+    "address of bytes": Case(r'text 4 rw "\x0a\x01\x02\x03"', {"type": 0x40, "method": 1}, "IpAddress", "10.1.2.3"),
 }
 ANSWERED = [name for name, case in SCALARS.items() if case.type != "noSuchInstance"]
 FIRST_ID = 0x0101
@@ -111,14 +111,18 @@ def test_decoded_trace(served):
 
 
 def test_clock(world):
-    """The agent's local time, whatever the unit's object holds."""
-    world.serve([scalar_row(0x0101, 1, type=4, method=3)], "0x0101 unsigned 4 rw 7\n",
-                env={"TZ": "TST-5:30"})
-    begin = int(time.time())
-    [bound] = world.get(f"{ROOT}.1.1.1.1.0")
-    seconds = range(begin + 19800, int(time.time()) + 19801)  # 5 h 30 min ahead of UTC
-    assert bound.value in [f"{now.tm_hour}:{now.tm_min}:{now.tm_sec} {now.tm_mon}/{now.tm_mday}/"
-                           f"{now.tm_year}" for now in map(time.gmtime, seconds)]
+    """The agent's local time, whatever the unit's object holds. A new time zone counts at once."""
+    for ahead in (19800, -3600):  # seconds
+        zone = world.directory / f"zone{ahead}"
+        zone.write_bytes(struct.pack(">4s16x7lxx4s", b"TZif", 0, 0, 0, 0, 1, 4, ahead, b"TST"))
+        world.inside(f"mount --bind {zone} /etc/localtime")
+        if world.agent is None:
+            world.serve([scalar_row(0x0101, 1, type=4, method=3)], "0x0101 unsigned 4 rw 7\n",
+                        prefix=("env", "-u", "TZ"))
+        begin = int(time.time()) + ahead
+        [bound] = world.get(f"{ROOT}.1.1.1.1.0")
+        assert bound.value in [time.strftime("%-H:%-M:%-S %-m/%-d/%Y", time.gmtime(second))
+                               for second in range(begin, int(time.time()) + ahead + 1)]
 
 
 def test_only_instance_zero_exists(served):

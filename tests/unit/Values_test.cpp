@@ -31,7 +31,6 @@ TEST(AnswerValueTest, AnswersEveryTypeOrNothing) {
     EXPECT_EQ(Bytes(answer.data(), answer.data() + answer.size()), *expected);
   };
   const std::string zeros("\x0A\0\0\x07", 4);
-  check(ASN_INTEGER, "\xFF\xFF\xFF\xFE", kNumber, bytesOf(Integer{-2}));
   check(ASN_INTEGER, "ABCDE", kMade, bytesOf(Integer{0x41424344}));
   check(ASN_OPAQUE, std::string(50, 'z'), kField20, Bytes(50, 'z'));
   // Another type with the low byte of INTEGER is a number's type like the others.
@@ -41,7 +40,6 @@ TEST(AnswerValueTest, AnswersEveryTypeOrNothing) {
     check(type, "12.50", kMade, {});
     check(type, "1234", kField4, {});
   }
-  check(ASN_COUNTER64, "\xFF\xFF\xFF\xFE", kNumber, bytesOf(counter64{0, 0xFFFFFFFE}));
   check(ASN_COUNTER64, "1.00", kMade, {});
   check(ASN_IPADDRESS, zeros, kShortNumber, {});
   check(ASN_IPADDRESS, "ABCD", kField20, hex("41 42 43 44"));
