@@ -486,6 +486,9 @@ def test_diff(world):
         ("10.2.1.8.1.0", "removed", True): ("cells", 32)}
     assert norvamap("diff", old, old) == ""
     assert "10.2.1.8.1.0 \"cell\"" not in norvamap("diff", new, old, status=1)
+    moved = world.make_database(f"UPDATE {CELLS} SET c5 = '.10.3' WHERE c5 = '.10.2'", base=old)
+    assert f'{ROOT}.10.2.1.8.1.0 "Channel 1 Power" and 31 more of its column: moved: to column 8 of .10.3' in (
+        norvamap("diff", old, moved, status=1))
     added = world.make_database(scalar_row(0x0999, 50, name="New"), base=old)
     assert norvamap("diff", old, added) == f'{ROOT}.1.1.1.50.0 "New": added: object 0x0999\n'
     names = world.directory / "names.yaml"
