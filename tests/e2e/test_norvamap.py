@@ -10,6 +10,7 @@ import subprocess
 import time
 
 import pytest
+import yaml
 
 from receiver import BASE
 from world import CELLS, ROOT, SCALARS, SOURCE, World, cell_row, empty_schema, scalar_row
@@ -325,9 +326,33 @@ def lint(directory, module="NORVA-MIB"):
                           check=False).stderr
 
 
+def zabbix(database, *args, name="norvaSnmp unit"):
+    """Of a template that an import would take: items by key, rules, priorities by trigger, UUIDs."""
+    text = norvamap("zabbix", database, *args)
+    export = yaml.safe_load(text)["zabbix_export"]
+    template = export["templates"][0]
+    rules = template.get("discovery_rules", [])
+    items = {item["key"]: item for part in (template, *rules) for item in
+             part.get("items", []) + part.get("item_prototypes", [])}
+    triggers = export["triggers"] + [trigger for item in items.values() for trigger in item.get("triggers", [])]
+    listed = norvamap("list", database, "--format", "csv")
+    assert all(re.fullmatch(r"norva\.\w+" + r"\[{#ROW}\]" * item["snmp_oid"].endswith("}"), key) and
+               f"\n.{item['snmp_oid']},".replace("{#SNMPINDEX}", "1.0") in listed
+               for key, item in items.items() if "snmp_oid" in item)
+    assert {item["valuemap"]["name"] for item in items.values() if "valuemap" in item} == {
+        values["name"] for values in template["valuemaps"]}
+    assert set(re.findall(rf"\(/{name}/(\w[\w.]*(?:\[[^]]*\])?)", text)) <= set(items)
+    assert {(cause["name"], cause["expression"]) for trigger in triggers for cause in trigger.get(
+        "dependencies", [])} <= {(trigger["name"], trigger["expression"]) for trigger in triggers}
+    uuids = set(re.findall('uuid: "([0-9a-f]{12}4[0-9a-f]{3}[89ab][0-9a-f]{15})"\n', text))
+    assert len(uuids) == text.count("uuid:") and text.count("key:") == len(items) + len(rules)
+    return items, rules, {trigger["name"]: trigger["priority"] for trigger in triggers}, uuids
+
+
 ODD_NAMES = ["RF  Power (dBm)", "2G Power", "Größe", "Site", "Site", "site", "x" * 200, "x" * 200,
              "Current", "INTEGER", "Mac Address", "---", "ru table", 'say "no"', "Enterprises", "", "a",
-             "DASUnit 3", "fan_speed", "ccitt", "Snmp Modules", "Link Count", "Link Count Value", "y" * 200]
+             "DASUnit 3", "fan_speed", "ccitt", "Snmp Modules", "Link Count", "Link Count Value", "y" * 200,
+             "{$M} {#ROW}: $1 ä"]
 
 
 # Each table has four objects beside its columns.
@@ -357,6 +382,9 @@ def test_module_is_clean(tmp_path, rows, count):
         assert re.sub(r".* Opaque .*\n", "", lint(tmp_path), count=1) == ""
         objects = set(re.findall(r"^(\w+) OBJECT-TYPE", text, re.M))
         assert len({name.lower() for name in objects}) == text.count(" OBJECT-TYPE\n") == count
+        items, *_, uuids = zabbix(database)
+        others = zabbix(database, "--template", "Other", name="Other")[-1]
+        assert len(items) >= count - 4 * 2 and len(uuids & others) == 1  # the group
         metrics = re.findall(r"name: norva_(\w+)$", norvamap("exporter", database), re.M)
         assert len(set(metrics)) == len(metrics) >= count - 4 * 2
         if count == len(ODD_NAMES) + 6:
@@ -369,6 +397,8 @@ def test_module_is_clean(tmp_path, rows, count):
             # who shares a name has his object id behind it
             assert {"site0103", "site0104", "site0105", "rfPowerDBm", "n2GPower", "grE", "dasunit3",
                     "fanSpeed", "ruRow", "ruRowState"} <= objects
+            assert {"Site (0x0103)", "($M) (#ROW): $ 1 ä", 'say "no"'} <= {
+                item["name"] for item in items.values()}
 
 
 def test_module_of_the_sample(world, module_directory):
@@ -440,9 +470,23 @@ def test_exporter(world):
         assert set(words) <= set(metric.split("_")) and number == own_number
 
 
-def test_severities():
-    assert norvamap("severities", SAMPLE, "--names", NAMES) == (
-        SOURCE / "monitoring/severities.yml").read_text()
+def test_severities_and_units(world):
+    assert norvamap("severities", SAMPLE, "--names", NAMES) == (SOURCE / "monitoring/severities.yml").read_text()
+    items, rules, priorities, _ = zabbix(SAMPLE, "--names", NAMES)
+    assert len(priorities) == 7 + 3 and priorities.items() >= {
+        "PA Failure Alarm": "DISASTER", "VSWR Alarm": "HIGH", "Door Open Alarm": "AVERAGE"}.items()
+    assert rules[1]["snmp_oid"] == f"discovery[{{#ROW}},{ROOT[1:]}.10.2.1.1,{{#NAME}},{ROOT[1:]}.10.2.1.2]"
+    for key, *shown in (("lowTemperatureThreshold", "FLOAT", "!°C", "SETTINGS", "0.1", "1h"),
+                        ("siteName", "CHAR", None, "TEXTS", "try { ret", "1d"), ("doorState", "FLOAT", None, "STATES"),
+                        ("downlinkStartFrequency", "FLOAT", "Hz", "VALUES", "1000000"),
+                        ("humidity", "FLOAT", "%", "VALUES")):
+        assert shown == [(item := items["norva." + key])["value_type"], item.get("units"), item["delay"][8:-1],
+                         *(step["parameters"][0][:9] for step in item.get("preprocessing", []))]
+    other, rules, *_ = zabbix(world.make_database(
+        *LOOSE, scalar(0x0301, 11, "Heat"),
+        f"DELETE FROM main.{CELLS} WHERE c5 = '.10.2' AND c9 NOT IN ('1', '3')", base=False))
+    assert other["norva.heat"]["uuid"] == items["norva.boardTemperature"]["uuid"]  # another name alone
+    assert rules[1]["filter"]["conditions"][0]["value"] == "^(1|3)$" and "filter" not in rules[0]
 
 
 @pytest.mark.parametrize("args, said", [
@@ -452,6 +496,7 @@ def test_severities():
     (["mib", SAMPLE, "--module", "NORVA-"],
      "module name 'NORVA-': a capital, then letters, digits and single hyphens"),
     (["exporter", SAMPLE, "--access", NAMES], f"{NAMES}:3: unknown key 'scalars': version or auth"),
+    (["zabbix", SAMPLE, "--template", "a/b"], "template 'a/b': up to 128 letters, digits, spaces and . _ -"),
     (["list", SAMPLE, "--root", ".1.2147483648"], "root '.1.2147483648' has a number above 2147483647:"
      f" the agent uses {ROOT} in its place"),
 ])
@@ -539,7 +584,7 @@ def test_output():
 def test_bad_database(world, sql, said):
     path = world.make_database(*sql, base=False) if sql else world.directory / "nowhere.db"
     before = path.read_bytes() if sql else None
-    for command in ("list", "mib", "exporter"):
+    for command in ("list", "mib", "exporter", "zabbix"):
         assert norvamap(command, path, status=2) == f"norvamap: {path}: {said}\n"
     assert path.exists() == bool(sql) and (not sql or path.read_bytes() == before)
     if sql:

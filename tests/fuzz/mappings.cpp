@@ -82,7 +82,8 @@ void report(Choice choice, const Mapping& mapping) {
                       : choice == kJson ? mapping::ListFormat::kJson
                                         : mapping::ListFormat::kTable;
   MUST(!(choice == kMib        ? mapping::mibModule(mapping, {}, "FUZZ-MIB")
-         : choice == kExporter ? mapping::exporterModules(mapping, {}, {})
+         : choice == kExporter ? mapping::exporterModules(mapping, {}, {}) +
+                                     mapping::zabbixTemplate(mapping, {}, "unit")
                                : mapping::list(mapping, format))
             .empty());
 }

@@ -14,15 +14,6 @@ namespace {
 /// that take up to 30 ms an object.
 constexpr int kMaxRepetitions = 25;
 
-/// Which objects a module asks for.
-enum class Share { kMeasured, kConfigured, kTexts };
-
-/// What managers may write changes when somebody does, what they may not changes by itself.
-Share shareOf(const Metric& metric) {
-  if (metric.kind == MetricKind::kText) return Share::kTexts;
-  return metric.object->first->writable ? Share::kConfigured : Share::kMeasured;
-}
-
 struct FixedScalar {
   const char* name;
   const char* oid;

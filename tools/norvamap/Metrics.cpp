@@ -18,6 +18,7 @@ struct Unit {
   std::string name;  ///< of names.yaml, or the base unit's for people
   std::string suffix;
   int exponent;  ///< one of it is so many base units, as a power of ten
+  bool takesPrefix = false;
 };
 
 /// Those that Prometheus has names for. Any other one keeps its own.
@@ -60,7 +61,7 @@ Unit baseUnit(const std::string& unit) {
   }
   for (const auto& [prefix, exponent] : kPrefixes) {
     for (const Unit& known : kPrefixedUnits) {
-      if (unit == prefix + known.name) return {known.name, known.suffix, exponent};
+      if (unit == prefix + known.name) return {known.name, known.suffix, exponent, true};
     }
   }
   return {unit, snake(unit), 0};
@@ -136,6 +137,8 @@ std::optional<Metric> unnamed(const NamedObject& object) {
   const bool canScale = metric.kind == MetricKind::kDecimalText || isScalable(type);
   if (!canScale && unit.exponent != 0) unit = {annotation.unit, snake(annotation.unit), 0};
   metric.unit = unit.suffix;
+  metric.baseUnit = unit.name;
+  metric.takesPrefix = unit.takesPrefix;
   metric.exponent = annotation.scale + unit.exponent;
   metric.help = helpOf(object, unit.name);
   return metric;
@@ -147,13 +150,26 @@ std::string idOf(const NamedObject& object) {
                          : format("_t%dc%u", first.table + 1, first.column);
 }
 
+constexpr std::string_view kAlarmEnding = "_alarm";
+
 /// As the rules and the reader of notifications name an alarm.
 std::string alarmOf(const std::string& name) {
-  constexpr std::string_view kEnding = "_alarm";
-  return name.ends_with(kEnding) ? name.substr(0, name.size() - kEnding.size()) : name;
+  return name.ends_with(kAlarmEnding) ? name.substr(0, name.size() - kAlarmEnding.size()) : name;
 }
 
 }  // namespace
+
+Share shareOf(const Metric& metric) {
+  if (metric.kind == MetricKind::kText) return Share::kTexts;
+  return metric.object->first->writable ? Share::kConfigured : Share::kMeasured;
+}
+
+std::string severityOf(const Metric& metric) {
+  const bool isNamed = shareOf(metric) == Share::kMeasured && metric.name.ends_with(kAlarmEnding);
+  if (metric.kind == MetricKind::kText) return "";
+  const std::string& annotated = metric.object->annotation.severity;
+  return annotated.empty() && isNamed ? "major" : annotated;
+}
 
 std::vector<Metric> metricsOf(const NamedMapping& named) {
   std::vector<Metric> metrics;

@@ -21,12 +21,24 @@ enum class MetricKind {
 struct Metric {
   const NamedObject* object = nullptr;
   MetricKind kind = MetricKind::kGauge;
-  std::string unit;  ///< as the name has it, "celsius"; may be empty
-  int exponent = 0;  ///< the metric's value is the managers' times 10 to this power
+  std::string unit;          ///< as the name has it, "celsius"; may be empty
+  std::string baseUnit;      ///< the same for people: "degrees Celsius"
+  bool takesPrefix = false;  ///< of the base unit: there are mV and MHz
+  int exponent = 0;          ///< the metric's value is the managers' times 10 to this power
   std::string
       name;  ///< norva_, the object's name, the unit, `_total` for counters, `_info` for texts
   std::string help;
 };
+
+/// Which are asked for together.
+enum class Share { kMeasured, kConfigured, kTexts };
+
+/// What managers may write changes when somebody does, what they may not changes by itself.
+Share shareOf(const Metric& metric);
+
+/// How bad it is when the object is not 0, as monitoring/rules.yml has it: as annotated, else major
+/// for a measured one whose name ends in `_alarm`; empty for what is no alarm.
+std::string severityOf(const Metric& metric);
 
 /// One for each scalar and column, in their order, but for clocks, whose label would change with
 /// every scrape, and Opaque. Names are unique, also without the endings that mean something to

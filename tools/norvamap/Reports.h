@@ -54,6 +54,15 @@ std::string mibModule(const Mapping& mapping, const Annotations& annotations,
 std::string exporterModules(const Mapping& mapping, const Annotations& annotations,
                             const std::string& access);
 
+// `norvamap zabbix`: a template for Zabbix 6.0.
+
+/// Items for what has metrics, in the same units, but for ratios, which are in per cent; discovery
+/// of the tables' rows; triggers for alarms and for a unit without answers or values. The same
+/// object of a template of the same name always has the same UUID. Throws InputError for a name
+/// that Zabbix does not take.
+std::string zabbixTemplate(const Mapping& mapping, const Annotations& annotations,
+                           const std::string& name);
+
 // `norvamap diff`: what changes for managers between two mappings.
 
 struct Change {

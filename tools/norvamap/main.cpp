@@ -35,6 +35,7 @@ struct Options {
   std::string objects;
   std::string format;
   std::string module = "NORVA-MIB";
+  std::string templateName = "norvaSnmp unit";
   std::string names;
   std::string newNames;
   std::string access;
@@ -48,6 +49,7 @@ constexpr char kExamples[] =
     "  norvamap mib mapping.db --names names.yaml > NORVA-MIB.txt\n"
     "  norvamap exporter mapping.db > snmp.yml\n"
     "  norvamap severities mapping.db --names names.yaml > severities.yml\n"
+    "  norvamap zabbix mapping.db --names names.yaml > zabbix.yaml\n"
     "  norvaSnmp -X -d mapping.db -x /var/agentx/master -n unit | norvamap decode mapping.db\n"
     "  norvamap diff old.db new.db\n"
     "Status: 0; 1 with errors (check) or changes that break something (diff); 2 for bad input.";
@@ -104,6 +106,13 @@ int runSeverities(const Options& options) {
   const Mapping mapping(options.database, options.root);
   mapping.requireComplete();
   print(severityRules(named(mapping, options.names)));
+  return 0;
+}
+
+int runZabbix(const Options& options) {
+  const Mapping mapping(options.database, options.root);
+  mapping.requireComplete();
+  print(zabbixTemplate(mapping, annotationsOf(options.names, mapping), options.templateName));
   return 0;
 }
 
@@ -169,6 +178,10 @@ void addNames(CLI::App* command, Options& options) {
       ->type_name("FILE");
 }
 
+void addName(CLI::App* command, const char* option, std::string& name, const char* description) {
+  command->add_option(option, name, description)->type_name("NAME")->capture_default_str();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -191,9 +204,7 @@ int main(int argc, char** argv) {
   CLI::App* list = addCommand("list", "List every object as managers see it", runList);
   addFormat(list, options, {"table", "csv", "json"});
   CLI::App* mib = addCommand("mib", "Write the mapping as an SMIv2 module", runMib);
-  mib->add_option("--module", options.module, "Name of the module")
-      ->type_name("NAME")
-      ->capture_default_str();
+  addName(mib, "--module", options.module, "Name of the module");
   addNames(mib, options);
   CLI::App* exporter = addCommand("exporter", "Write modules for snmp_exporter", runExporter);
   addNames(exporter, options);
@@ -202,6 +213,9 @@ int main(int argc, char** argv) {
   CLI::App* severities =
       addCommand("severities", "Write how bad each alarm is, as Prometheus rules", runSeverities);
   addNames(severities, options);
+  CLI::App* zabbix = addCommand("zabbix", "Write a template for Zabbix", runZabbix);
+  addNames(zabbix, options);
+  addName(zabbix, "--template", options.templateName, "Name of the template");
   CLI::App* decode = addCommand("decode", "Put the agent's trace into words", runDecode);
   decode->add_option("FILE", options.other, "Trace; without it, standard input")->type_name("");
   CLI::App* diff = addCommand("diff", "What changes for managers from DB to NEW", runDiff);
