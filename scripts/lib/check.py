@@ -1,5 +1,6 @@
 """Looks for data races and memory errors in the agent at work, and at what takes minutes: a real
-snmpd, real managers, the simulated unit, all in private namespaces. Builds what it needs.
+snmpd, real managers, the simulated unit, all in private namespaces. `zabbix`: whether a real Zabbix
+takes norvamap's template, and shows the unit. Builds what it needs.
 
 Nothing is suppressed: any report fails the check. ThreadSanitizer sees our code only, Valgrind the
 agent library too. Helgrind rather than DRD, which knows neither the locks of stdio nor std::atomic.
@@ -14,6 +15,7 @@ from pathlib import Path
 
 from project import SOURCE, Failure, build, command_line, finish, install
 
+import check_zabbix
 from polling import Polling
 from receiver import V2C_SINK, Receiver
 from world import ROOT, SnmpError, World, wait_until
@@ -200,13 +202,17 @@ def slow(scale):
             raise Failure("not a minute")
 
 
+def zabbix(_):
+    check_zabbix.check(build("dev"))
+
+
 def main():
     parser = command_line(__doc__)
-    parser.add_argument("what", choices=["races", "memory", "slow"])
+    parser.add_argument("what", choices=["races", "memory", "slow", "zabbix"])
     parser.add_argument("--scale", type=int, default=1, help="as many times the work, default 1")
     options = parser.parse_args()
-    install("check")
-    {"races": races, "memory": memory, "slow": slow}[options.what](options.scale)
+    install("check", *(["zabbix"] if options.what == "zabbix" else []))
+    {"races": races, "memory": memory, "slow": slow, "zabbix": zabbix}[options.what](options.scale)
     print("passed")
 
 
