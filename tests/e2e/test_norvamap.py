@@ -482,10 +482,11 @@ def test_severities_and_units(world):
                         ("humidity", "FLOAT", "%", "VALUES")):
         assert shown == [(item := items["norva." + key])["value_type"], item.get("units"), item["delay"][8:-1],
                          *(step["parameters"][0][:9] for step in item.get("preprocessing", []))]
-    other, rules, *_ = zabbix(world.make_database(
+    other, rules, priorities, _ = zabbix(world.make_database(
         *LOOSE, scalar(0x0301, 11, "Heat"),
         f"DELETE FROM main.{CELLS} WHERE c5 = '.10.2' AND c9 NOT IN ('1', '3')", base=False))
     assert other["norva.heat"]["uuid"] == items["norva.boardTemperature"]["uuid"]  # another name alone
+    assert priorities["PA Failure Alarm"] == "HIGH"  # no severity is given
     assert rules[1]["filter"]["conditions"][0]["value"] == "^(1|3)$" and "filter" not in rules[0]
 
 
