@@ -133,7 +133,7 @@ def test_lines_to_the_service_manager(world):
     service.wait("STATUS=serving 2 scalars and 2 cells")
     assert world.get(f"{BASE}.1.0")[0].type == "noSuchObject"  # only where the configuration asks
     world.hang(FIRST)
-    world.spawn("polling", ["timeout", "20", "sh", "-c", "while :; do snmpget -v2c -c public -r0 -t5 "
+    world.spawn("polling", ["timeout", "120", "sh", "-c", "while :; do snmpget -v2c -c public -r0 -t5 "
                             f"{world.address} {FIRST}; done"])
     service.wait("STATUS=the unit is silent; serving 2 scalars and 2 cells")
     world.ctl("fault", "none")
