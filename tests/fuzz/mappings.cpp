@@ -49,20 +49,15 @@ void checkCatalogue() {
       MUST(catalogue.findObjInfo(cell.objId, info) == 0);
     }
   }
-  std::vector<std::uint16_t> flagged;
-  catalogue.listFlaggedObjects(flagged);
 }
 
 /// What the first byte of the input chooses: what the agent itself does, or a command of norvamap.
-/// With its fourth bit the text is JSON, where there is a choice.
-enum Choice { kCheck, kTable, kMib, kExporter, kDiff, kCatalogue, kCsv, kJson, kChoices };
-constexpr unsigned kJsonBit = 8;
+enum Choice { kCheck, kList, kMib, kExporter, kDiff, kCatalogue, kChoices };
 
-void checkFindings(const Mapping& mapping, bool asJson) {
+void checkFindings(const Mapping& mapping) {
   mapping::Findings findings;
   mapping::checkDataBase(mapping, findings);
-  const std::string text = asJson ? findings.asJson() : findings.asText();
-  MUST(asJson ? !text.empty() : text.empty() == findings.all().empty());
+  MUST(!findings.asJson().empty() && findings.asText().empty() == findings.all().empty());
 }
 
 /// What decoding makes of a trace that comes in pieces of `size` bytes.
@@ -77,24 +72,37 @@ std::string decoded(const Mapping& mapping, const std::string& trace, std::size_
 }
 
 void report(Choice choice, const Mapping& mapping) {
+  using mapping::ListFormat;
   mapping.requireComplete();
-  const auto format = choice == kCsv    ? mapping::ListFormat::kCsv
-                      : choice == kJson ? mapping::ListFormat::kJson
-                                        : mapping::ListFormat::kTable;
-  MUST(!(choice == kMib        ? mapping::mibModule(mapping, {}, "FUZZ-MIB")
-         : choice == kExporter ? mapping::exporterModules(mapping, {}, {}) +
-                                     mapping::zabbixTemplate(mapping, {}, "unit")
-                               : mapping::list(mapping, format))
-            .empty());
+  if (choice == kMib) MUST(!mapping::mibModule(mapping, {}, "FUZZ-MIB").empty());
+  if (choice == kExporter) MUST(!mapping::exporterModules(mapping, {}, {}).empty());
+  if (choice == kExporter) MUST(!mapping::zabbixTemplate(mapping, {}, "unit").empty());
+  if (choice != kList) return;
+  for (const auto format : {ListFormat::kTable, ListFormat::kCsv, ListFormat::kJson})
+    MUST(!mapping::list(mapping, format).empty());
 }
 
-void checkDiff(const Mapping& mapping, const Mapping& other, bool asJson) {
+void checkDiff(const Mapping& mapping, const Mapping& other) {
   mapping.requireComplete();
   other.requireComplete();
   const auto changes = mapping::compare(mapping, other);
-  const std::string text = asJson ? mapping::asJson(changes) : mapping::asText(changes);
-  MUST(asJson ? !text.empty() : text.empty() == changes.empty());
+  MUST(!mapping::asJson(changes).empty() && mapping::asText(changes).empty() == changes.empty());
   MUST(mapping::compare(mapping, mapping).empty());
+}
+
+/// Of the registrations around an OID the innermost one answers: it is the object's own, or the
+/// object is said to be inside another.
+void checkPlaces(const Mapping& mapping) {
+  for (const mapping::ServedObject& object : mapping.objects()) {
+    std::size_t innermost = 0;
+    bool isOwn = false;
+    for (const mapping::Registration& one : mapping.registrations()) {
+      if (!isWithin(object.oid, one.oid) || one.oid.size() <= innermost) continue;
+      innermost = one.oid.size();
+      isOwn = one.table == object.table && (one.table >= 0 || one.objId == object.objId);
+    }
+    MUST(isOwn == (object.doubt != mapping::Doubt::kInside));
+  }
 }
 
 std::unique_ptr<Mapping> load(const std::string& root) {
@@ -103,6 +111,7 @@ std::unique_ptr<Mapping> load(const std::string& root) {
       std::adjacent_find(mapping->objects().begin(), mapping->objects().end(),
                          [](const auto& a, const auto& b) { return a.oid >= b.oid; });
   MUST(listed == mapping->objects().end());
+  checkPlaces(*mapping);
   return mapping;
 }
 
@@ -139,7 +148,6 @@ void check(const std::string& text) {
   std::getline(lines, line);
   const unsigned first = line.empty() ? 0 : static_cast<unsigned char>(line[0]);
   const auto choice = static_cast<Choice>(first % kChoices);
-  const bool asJson = (first & kJsonBit) != 0;
   // More scalars than can be registered; for norvamap, which is slower, more than a table's rows.
   const std::size_t most = choice == kCatalogue ? 260 : 34;
   DataBase dataBases[2];
@@ -156,10 +164,10 @@ void check(const std::string& text) {
     if (choice == kCatalogue) return checkCatalogue();
     const auto mapping = load(root);
     if (choice == kCheck) {
-      checkFindings(*mapping, asJson);
+      checkFindings(*mapping);
     } else if (choice == kDiff) {
       if (number == 1) DataBase::get() = std::move(dataBases[1]);
-      checkDiff(*mapping, *load(root), asJson);
+      checkDiff(*mapping, *load(root));
     } else {
       report(choice, *mapping);
       MUST(decoded(*mapping, text, 1) == decoded(*mapping, text, text.size()));
