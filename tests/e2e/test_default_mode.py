@@ -45,6 +45,7 @@ def unit():
     shipped configuration sends to."""
     with Unit() as world:
         world.start_master()
+        world.ctl("set", "0x0ffa", 3)
         world.launch()
         receiver = world.directory / "receiver.conf"
         receiver.write_text(
@@ -161,7 +162,7 @@ def test_size_of_the_log(unit):
         more.write("\n")
     unit.wait_restarted(before)
     assert log.stat().st_size < 1000
-    assert '"heartbeat"' not in unit.receiver.output()  # due after 5 minutes
+    assert '"heartbeat"' not in unit.receiver.output()  # due after 3 minutes
 
 
 def test_no_program_inherits_the_log(unit):

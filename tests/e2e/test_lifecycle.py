@@ -45,8 +45,7 @@ def ready(world):
 
 
 def test_what_an_earlier_agent_left(ready):
-    """The reply to its request, which the unit has taken, is no answer to the first one of the next
-    agent."""
+    """The late reply to its request is no answer to the first one of the next agent."""
     ready.settings("norvaDeviceTimeout 10")
     ready.start_agent()
     wait_started(ready)

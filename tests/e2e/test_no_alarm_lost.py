@@ -60,8 +60,7 @@ def trouble(world, rng):
         world.start_master(PATIENT_MASTER)
 
 
-@pytest.mark.parametrize("between, backlog", [(None, 1000), (trouble, COUNT)],
-                         ids=["master there", "master in trouble"])
+@pytest.mark.parametrize("between, backlog", [(None, 1000), (trouble, COUNT)])
 def test_ends_lose_nothing_with_the_file(world, between, backlog):
     rng = random.Random(21)
     receiver = start(world, in_file(world), f"norvaBacklog {backlog}")

@@ -56,8 +56,7 @@ TEST_F(BacklogFileTest, KeepsWhatIsNotDroppedInOrderWithItsNumbers) {
   EXPECT_EQ(open(), "");
   EXPECT_EQ(text, "0 notifications were taken over from " + path + "\n");
   EXPECT_FALSE(std::filesystem::exists(path + ".aside") || std::filesystem::exists(path + ".new"));
-  using std::filesystem::perms;
-  EXPECT_EQ(std::filesystem::status(path).permissions(), perms::owner_read | perms::owner_write);
+  EXPECT_EQ(std::filesystem::status(path).permissions(), std::filesystem::perms(0600));
   EXPECT_EQ(printed([this] { EXPECT_EQ(BacklogFile::open(path, 4).file, nullptr); }),
             "norvaBacklogFile " + path +
                 ": another agent uses it, notifications are kept in memory only\n");
