@@ -3,7 +3,7 @@
 import re
 from collections import namedtuple
 
-from world import parse_varbinds, wait_until
+from world import PATIENCE, parse_varbinds, wait_until
 
 PORT = 1162
 ENGINE_ID = "0x80001f8804646173"
@@ -73,7 +73,7 @@ class Receiver:
         self._received += [_decode(record) for record in records if BASE in record]
         return self._received
 
-    def wait(self, count, timeout=10):
+    def wait(self, count, timeout=PATIENCE):
         """Waits until so many were received; all that were."""
         wait_until(lambda: len(self.received()) >= count, timeout, f"{count} notifications")
         return self._received

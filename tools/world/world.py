@@ -31,6 +31,8 @@ CELLS = "SNMP_TABLE_OBJ_TABLE"
 # Objects of every unit that a test describes: without an interval the agent sends heartbeats
 # without a pause.
 QUIET_HEARTBEAT = "0x0ffa unsigned 1 rw 255\n0x0ffb unsigned 1 rw 0\n"
+# Seconds for what comes soon, but on a busy machine.
+PATIENCE = 90
 # No file that a program writes gets larger than this many bytes.
 _FILE_LIMIT = 100_000_000
 
@@ -65,7 +67,7 @@ class WorldError(Failure):
     """The world could not be made, or something expected in it did not come in time."""
 
 
-def wait_until(condition, timeout=10, what="condition"):
+def wait_until(condition, timeout=PATIENCE, what="condition"):
     """What `condition` returns, as soon as that is true. Failing managers' commands are false."""
     deadline = time.monotonic() + timeout
     while True:
@@ -133,7 +135,7 @@ class Process:
             os.kill(self._popen.pid, signal.SIGCONT)  # it may have been stopped, and nsenter with it
         self.wait()
 
-    def wait(self, timeout=10):
+    def wait(self, timeout=PATIENCE):
         """Exit status, negative for a signal."""
         return self._popen.wait(timeout)
 
@@ -225,7 +227,7 @@ class World(Manager):
 
     # Programs inside
 
-    def run(self, *command, timeout=30, **options):
+    def run(self, *command, timeout=PATIENCE, **options):
         """Runs a command to its end; a CompletedProcess with texts."""
         return subprocess.run([*self.enter, *command], env=self.environment, timeout=timeout,
                               capture_output=True, encoding="latin-1", **options)
@@ -346,7 +348,7 @@ class World(Manager):
         self.start_master()
         self.start_agent(**agent)
 
-    def wait_served(self, root=ROOT, timeout=30):
+    def wait_served(self, root=ROOT, timeout=PATIENCE):
         """Waits until the master answers for an object below `root`."""
         def served():
             return self.getnext(root, timeout=1)[0].oid.startswith(root + ".")
@@ -355,7 +357,7 @@ class World(Manager):
     def agent_output(self):
         return self.agent.output()
 
-    def wait_output(self, text, timeout=10, after=0):
+    def wait_output(self, text, timeout=PATIENCE, after=0):
         """Waits until the agent has printed `text`, behind the first `after` characters."""
         wait_until(lambda: text in self.agent_output()[after:], timeout, f"'{text}' printed")
 
