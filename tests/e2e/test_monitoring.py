@@ -13,7 +13,7 @@ from fleet import ALERTMANAGER, Fleet
 from world import SOURCE, scalar_row, wait_until
 
 MONITORING = SOURCE / "monitoring"
-# The numbers of the units; those by v2c are odd.
+# The numbers of the units; those by v3 are even, UNREADABLE sends by v1.
 V2C, V3, UNREADABLE, NOT_UTF8, SILENT, NEWER = range(1, 7)
 
 
@@ -307,5 +307,5 @@ def test_what_goes_wrong(fleet):
     shows(fleet, SILENT, "✕ no answer")
     # What is worst first.
     assert re.findall(r"Site \d+", fleet.tab.text("#fleet"))[:2] == ["Site 5", "Site 4"]
-    for number in (V2C, V3):
+    for number in (V2C, V3, UNREADABLE):
         fleet.tab.waits_for("s ago", selector=card(number))

@@ -55,7 +55,7 @@ def _engine_id(number):
 
 class FleetUnit:
     """A unit of the fleet, number 1 and on, at 127.1.0.NUMBER and so on, port 161. Asked by SNMPv3;
-    it sends notifications by v3 if its number is even, else by v2c."""
+    it sends notifications by v3 if its number is even, else by v2c and, 3, 7 and so on, by v1."""
 
     def __init__(self, fleet, number, build):
         self.number = number
@@ -67,7 +67,7 @@ class FleetUnit:
     def start(self, database=None):
         world = self.world
         sink = (f"trapsess {_SESSION} 127.0.0.1:162" if self.number % 2 == 0
-                else "trap2sink 127.0.0.1:162 public")
+                else f"{'trapsink' if self.number % 4 == 3 else 'trap2sink'} 127.0.0.1:162 public")
         world.start_unit(record=False)
         world.start_master(f"[snmp] clientaddr {self.address}\n[snmp] mibs :\n"
                            f"exactEngineID {_engine_id(self.number)}\n"
