@@ -93,7 +93,7 @@ class MonitoringTrial:
 
     def set_up(self):
         """The guide's commands; a unit's users for the senders. A journal with little room suppresses
-        what comes in a storm, unless a service's own limit is off."""
+        what comes in a storm, unless a service has a limit of its own."""
         self.done("mkdir -p /etc/systemd/journald.conf.d\n"
                   "printf '[Journal]\\nRateLimitBurst=500\\n' > /etc/systemd/journald.conf.d/trial.conf\n"
                   "systemctl restart systemd-journald")
