@@ -105,10 +105,10 @@ RESULTS = """project.finish = lambda *_, **__: None; import test; results = test
 def test_end_of_a_script(tmp_path, rest, number, status, said):
     """With its status; whatever it has started ends with it, and its files are gone."""
     script = subprocess.Popen(["/usr/bin/python3", "-B", "-c", SCRIPT.format(rest)], cwd=SOURCE,
-                              env={**os.environ, "TMPDIR": str(tmp_path)}, text=True,
+                              env={**os.environ, "TMPDIR": str(tmp_path)}, bufsize=0,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    assert script.stdout.readline() == "at work\n"
+    assert script.stdout.readline() == b"at work\n"
     script.send_signal(number)
-    assert script.communicate(timeout=30)[0] == said  # what it has started holds its output
+    assert script.communicate(timeout=90)[0].decode() == said  # what it has started holds its output
     assert script.returncode == status
     assert list(tmp_path.iterdir()) == []

@@ -80,7 +80,7 @@ def test_ends_lose_nothing_with_the_file(world, between, backlog):
     assert "dropped" not in world.agent_output()
 
 
-@pytest.mark.parametrize("backlog", [1000, 0])
+@pytest.mark.parametrize("backlog", [150, 0])
 def test_sigterm_takes_nothing_with_it(world, backlog):
     """Without a file. What the agent has taken leaves with it, but for what it has in hand."""
     receiver = start(world, f"norvaBacklog {backlog}")
