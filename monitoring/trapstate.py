@@ -12,7 +12,8 @@ MAX_UNITS = 5000
 MAX_ALARMS = 1000  # of one unit, ended ones included
 MAX_BYTES = 32 << 20  # of all alarms together, as `_size` counts them
 RECENT = 64  # so many notifications may wait for the master's acknowledgement and be sent again
-MISSING = 256  # so many may be late, as informs are when the receiver is back, in any order
+LATE = 256  # so many may be late or come again, as informs do when the receiver is back, in any order
+LATE_S = 30  # what is late comes close together
 RESTART_S = 900  # the same number 1 again, later than this: a new start that begins as the last did
 
 
@@ -55,7 +56,7 @@ def _number(unit, event):
     if number in unit["missing"]:  # overtaken on its way
         unit["missing"].remove(number)
         unit["lost"] -= 1
-        if not unit["missing"]:
+        if not unit["missing"] and unit["lost"] == unit.get("lost_before", unit["lost"]):
             unit["gap"] = unit["gap_before"]
     elif number > last or unit["time"] == 0:
         if unit["time"]:
@@ -68,7 +69,8 @@ def _number(unit, event):
     unit["recent"][str(number)] = digest
     if number == 1:
         unit["one"] = event.time
-    while len(unit["recent"]) > RECENT:
+    limit = LATE if event.time - unit["time"] <= LATE_S else RECENT
+    while len(unit["recent"]) > limit:
         unit["recent"].pop(next(iter(unit["recent"])))
     return True
 
@@ -77,10 +79,10 @@ def _note_gap(unit, first, number, now):
     """The numbers from `first` to before `number` did not come."""
     if number > first:
         if not unit["missing"]:
-            unit["gap_before"] = unit["gap"]
+            unit.update(gap_before=unit["gap"], lost_before=unit["lost"])
         unit["lost"] += number - first
         unit["gap"] = now
-        unit["missing"] = (unit["missing"] + list(range(max(first, number - MISSING), number)))[-MISSING:]
+        unit["missing"] = (unit["missing"] + list(range(max(first, number - LATE), number)))[-LATE:]
 
 
 def _size(label, alarm):

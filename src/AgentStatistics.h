@@ -15,13 +15,11 @@ namespace norva {
 
 class Counter {
  public:
-  explicit Counter(std::uint32_t count = 0) : _count(count) {}
-
   void add(std::uint32_t count = 1) { _count.fetch_add(count, std::memory_order_relaxed); }
   std::uint32_t value() const { return _count.load(std::memory_order_relaxed); }
 
  private:
-  std::atomic<std::uint32_t> _count;
+  std::atomic<std::uint32_t> _count{0};
 };
 
 struct AgentStatistics {

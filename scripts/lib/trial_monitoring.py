@@ -42,7 +42,7 @@ class MonitoringTrial:
 
     def done(self, command, **options):
         """Runs a command that must not fail; its output."""
-        result = self.machine.run("bash", "-c", f"exec 2>&1\n{command}", **options)
+        result = self.machine.run("bash", "-c", f"exec 2>&1\nset -e\n{command}", **options)
         assert result.returncode == 0, f"{command[-200:]}: {result.stdout.strip()[-600:]}"
         return result.stdout
 
@@ -166,7 +166,7 @@ class MonitoringTrial:
         before = self.metrics("notifications_total")
         state = "/var/lib/norva-trapreader/state.json"
         self.done(f"systemctl stop norva-trapreader\n{self.send(1, [2])}cp {state} /tmp\n"
-                  f"sed 's/\"cursor\": \"/&x/' /tmp/state.json > {state}\n! cmp -s {state} /tmp/state.json\n"
+                  f"sed 's/\"cursor\": \"/&x/' /tmp/state.json > {state}\nif cmp {state} /tmp/state.json; then exit 1; fi\n"
                   "systemctl start norva-trapreader")
         wait_until(lambda: self.metrics("notifications_total") == before + 1, 90, "one more")
 

@@ -3,8 +3,6 @@
 import re
 import time
 
-import pytest
-
 from conftest import refused
 from receiver import V2C_SINK, Receiver
 from world import ROOT, SOURCE, cell_row, empty_schema, scalar_row, wait_until

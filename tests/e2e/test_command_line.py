@@ -84,7 +84,7 @@ import subprocess, sys, tempfile, time
 sys.path.insert(0, "scripts/lib")
 import project
 def work():
-    subprocess.run(["sh", "-c", "setsid sleep 60 &"])
+    subprocess.run(["sh", "-c", "setsid sleep 600 &"])
     tempfile.mkstemp()
     print("at work")
     {}

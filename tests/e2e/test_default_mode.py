@@ -45,7 +45,7 @@ def unit():
     shipped configuration sends to."""
     with Unit() as world:
         world.start_master()
-        world.ctl("set", "0x0ffa", 3)
+        world.ctl("set", "0x0ffa", 10)
         world.launch()
         receiver = world.directory / "receiver.conf"
         receiver.write_text(
@@ -102,14 +102,15 @@ def test_agent_ends_and_its_master_stays(unit):
     def end_master():
         unit.inside("kill $(pgrep -x --runstates D,R,S snmpd)")
         wait_until(lambda: unit.masters() == [], what="end of the master on SIGTERM")
-        unit.path(LOG).write_text(FINDING)  # an old log costs one restart
+        unit.path(LOG).write_text(FINDING)  # costs a restart, unless the new master empties it first
     for between, commands in [
-            (lambda: unit.inside("rmdir /etc/snmp"), ["mkdir /etc/snmp", KILL]),
-            (unit.place_agent_configuration, [KILL]), (end_master, [KILL, KILL, f"rm {LOG}", "sync"])]:
+            (lambda: unit.inside("rmdir /etc/snmp"), [["mkdir /etc/snmp", KILL]]),
+            (unit.place_agent_configuration, [[KILL]]),
+            (end_master, [[KILL, KILL, f"rm {LOG}", "sync"], [KILL]])]:
         left = unit.terminate()
         between()
         unit.launch()
-        assert unit.commands() == commands
+        assert unit.commands() in commands
         assert len(unit.masters()) == 1 and left not in unit.masters()
     assert unit.path("/etc/snmp/snmpAgentX.conf").exists()
 
@@ -162,7 +163,7 @@ def test_size_of_the_log(unit):
         more.write("\n")
     unit.wait_restarted(before)
     assert log.stat().st_size < 1000
-    assert '"heartbeat"' not in unit.receiver.output()  # due after 3 minutes
+    assert '"heartbeat"' not in unit.receiver.output()  # due after 10 minutes
 
 
 def test_no_program_inherits_the_log(unit):

@@ -17,7 +17,7 @@ def test_flood_under_polling(world):
     flood = world.flood(COUNT)
     for part in (1, 2, 3, 4):
         wait_until(lambda: len([event for event in receiver.received() if event.kind == ALARM])
-                   >= part * COUNT // 4, 60, f"part {part} of the flood")
+                   >= part * COUNT // 4, 90, f"part {part} of the flood")
         answers.append(polling.answers())
         memory.append(world.agent.resident())
     assert flood.wait() == 0

@@ -1,7 +1,6 @@
 """Start, loss of the master, output, and the end of the process on SIGTERM."""
 
 import os
-import re
 import signal
 import subprocess
 import time
@@ -221,6 +220,6 @@ def test_sigterm_without_the_help_of_others(ready, tmp_path, state, prefix, stat
 def test_sigterm_before_the_unit_has_answered(world):
     """Which the agent tells. The first process of a container has no default action."""
     world.start_agent(prefix=FIRST_PROCESS, wait=False)
-    world.wait_output("_pComPortAdapter->open() end....\n02 07 ba 80 00 00 00 00 ", timeout=3)
+    world.wait_output("_pComPortAdapter->open() end....\n02 07 ba 80 00 00 00 00 ")
     os.kill(agent_process(world, FIRST_PROCESS), signal.SIGTERM)
     assert world.agent.wait(5) == 128 + signal.SIGTERM

@@ -121,6 +121,7 @@ def test_a_bad_file(world, fault):
     said = fault(world, world.directory / "backlog")
     world.flood(300).wait(90)
     wait_until(lambda: receiver.received()[-1].text4 == "300", 90, "the alarms behind it")
+    assert [event.text4 for event in receiver.received()[-300:]] == [str(number) for number in range(1, 301)]
     assert world.agent_output().count("cut short") <= 1
     assert_right(world)
     world.agent.kill()

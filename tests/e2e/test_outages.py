@@ -106,7 +106,7 @@ def test_silent_unit_costs_a_request_its_time_once(world):
     world.ctl("fault", "silent")
     asked = time.monotonic()
     assert [bound.type for bound in world.get(*SCALARS)] == ["noSuchInstance"] * 10
-    assert 3 <= time.monotonic() - asked < 4
+    assert 3 <= time.monotonic() - asked < 6
     failed = "SnmpAgentX::read_Var  getObjValue ERROR  oid = {:X} !!!!!!!!!!!\n"
     lines = ("called, failed: errno: Connection timed out, error code:110\n"
              "DataManage::getObjValue  readData error!\n"

@@ -145,7 +145,7 @@ def test_what_was_written_is_put_back(restored, refused):
         value for *_, value in MIXED], "each varbind its own value"
 
 
-# Silent at the second of two writes, until it speaks again; at the first one, once.
+# No acknowledgement of the second of two writes, until the unit speaks again; of the first, once.
 @pytest.mark.parametrize("fault, reason, written", [
     (f"silent --on set --object {SECOND_TABLE + 1:#x}", "undoFailed",
      {SECOND_TABLE, SECOND_TABLE + 1}),
@@ -154,7 +154,7 @@ def test_what_was_written_is_put_back(restored, refused):
     (f"oversize 4200 --on set --count 1 --object {SECOND_TABLE + 1:#x}", "commitFailed",
      {SECOND_TABLE, SECOND_TABLE + 1}),
 ])
-def test_unit_silent_in_the_middle(restored, fault, reason, written):
+def test_no_acknowledgement_in_the_middle(restored, fault, reason, written):
     """It is served again afterwards; only what was asked of the unit is put back."""
     before = len(restored.frames())
     restored.ctl("fault", *fault.split())

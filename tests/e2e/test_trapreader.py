@@ -65,9 +65,10 @@ def test_other_lines():
 NEW, CLEAR = "New Alarm", "Clear Alarm"
 ORDERS = {
     "sent again": ([(1, NEW), (2, CLEAR), (1, NEW, 900)], 0, (0, 1, 0)),
-    "all sent again": ([(number, NEW) for number in range(1, 61)] * 2, 1, (0, 60, 0)),
+    "all sent again": ([(number, NEW) for number in range(1, 201)] * 2, 1, (0, 200, 0)),
     "two lost, raised anew": ([(1, NEW), (4, CLEAR), (5, NEW)], 5, (2, 0, 0)),
     "late, in any order": ([(number, NEW) for number in (1, *range(200, 1, -1))], 1, (0, 0, 0)),
+    "late, but not all of them": ([(number, NEW) for number in (1, 400, *range(399, 143, -1))], 1, (142, 0, 0)),
     "overtaken": ([(1, NEW), (3, NEW), (2, CLEAR)], 1, (0, 0, 0)),
     "new start by another 1, after a gap and before one that closes": (
         [(1, NEW), (3, NEW), (1, CLEAR), (3, NEW), (2, NEW)], 3, (1, 0, 1)),
@@ -95,6 +96,7 @@ def test_bounds(monkeypatch):
     monkeypatch.setattr(trapstate, "MAX_UNITS", 2)
     monkeypatch.setattr(trapstate, "MAX_ALARMS", 20)
     monkeypatch.setattr(trapstate, "MAX_BYTES", 12000)
+    monkeypatch.setattr(trapstate, "LATE", 100)
     state = trapstate.new_state()
 
     def alarms(unit):
@@ -114,6 +116,8 @@ def test_bounds(monkeypatch):
     for number in range(200, 203):
         trapstate.fold(state, parse(number, name="b200"))
     assert len(alarms("192.0.2.1")) == 5 and state["size"] <= 5000
+    assert len(state["units"][UNIT]["recent"]) == trapstate.LATE
+    trapstate.fold(state, parse(203, name="b200", when=9000))
     assert len(state["units"][UNIT]["recent"]) == trapstate.RECENT
     assert not trapstate.fold(state, parse(1, unit="192.0.2.9")) and state["ignored"] == 1
     assert trapstate.clear(state, "192.0.2.1", "a1", "7") == 0

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <thread>
 
 #include "Sqlite3.h"
 #include "TestSupport.h"
@@ -143,7 +144,18 @@ TEST_F(SnmpDataBaseTest, ALockedDatabaseIsWaitedForOnceAndTheReasonTold) {
   load(named("'0101'", "'here'"));
   sqlite3* holder = nullptr;
   ASSERT_EQ(sqlite3_open(path.c_str(), &holder), SQLITE_OK);
-  sqlite3_exec(holder, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr);
+  const auto run = [holder](const char* sql) {
+    sqlite3_exec(holder, sql, nullptr, nullptr, nullptr);
+  };
+  run("BEGIN EXCLUSIVE");
+  {
+    const std::jthread writer([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      run("COMMIT");
+    });
+    EXPECT_EQ(printed([&] { catalogue = std::make_unique<SnmpDataBase>(path.c_str()); }), "");
+  }
+  run("BEGIN EXCLUSIVE");
   const auto begin = std::chrono::steady_clock::now();
   EXPECT_EQ(printed([&] { catalogue = std::make_unique<SnmpDataBase>(path.c_str()); }),
             " subsite 0 get SNMP_GENERAL_OBJ_TABLE error\n"
