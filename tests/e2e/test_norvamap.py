@@ -341,7 +341,9 @@ def zabbix(database, *args, name="norvaSnmp unit"):
                for key, item in items.items() if "snmp_oid" in item)
     assert {item["valuemap"]["name"] for item in items.values() if "valuemap" in item} == {
         values["name"] for values in template["valuemaps"]}
-    assert set(re.findall(rf"\(/{name}/(\w[\w.]*(?:\[[^]]*\])?)", text)) <= set(items)
+    asked = set(re.findall(r"\(/([^/]+)/(\w[\w.]*(?:\[[^]]*\])?)",
+                           "".join(re.findall("expression: .*", text))))
+    assert asked and asked <= {(name, key) for key in items}
     assert {(cause["name"], cause["expression"]) for trigger in triggers for cause in trigger.get(
         "dependencies", [])} <= {(trigger["name"], trigger["expression"]) for trigger in triggers}
     uuids = set(re.findall('uuid: "([0-9a-f]{12}4[0-9a-f]{3}[89ab][0-9a-f]{15})"\n', text))
@@ -485,10 +487,11 @@ def test_severities_and_units(world):
         assert shown == [(item := items["norva." + key])["value_type"], item.get("units"), item["delay"][8:-1],
                          *(step["parameters"][0][:9] for step in item.get("preprocessing", []))]
     other, rules, priorities, _ = zabbix(world.make_database(
-        *LOOSE, scalar(0x0301, 11, "Heat"),
+        *LOOSE, scalar(0x0301, 11, "Heat"), scalar(0x0302, 11, "VSWR Alarm"),
         f"DELETE FROM main.{CELLS} WHERE c5 = '.10.2' AND c9 NOT IN ('1', '3')", base=False))
     assert other["norva.heat"]["uuid"] == items["norva.boardTemperature"]["uuid"]  # another name alone
     assert priorities["PA Failure Alarm"] == "HIGH"  # no severity is given
+    assert "VSWR Alarm (0x0302)" in priorities  # its item's key ends in an object id
     assert rules[1]["filter"]["conditions"][0]["value"] == "^(1|3)$" and "filter" not in rules[0]
 
 

@@ -68,10 +68,10 @@ Unit baseUnit(const std::string& unit) {
 }
 
 /// downlinkOutputPower becomes norva_downlink_output_power, managementVLAN norva_management_vlan.
-std::string stemOf(const NamedObject& object) {
+std::string stemOf(const std::string& objectName) {
   std::string name(kPrefix);
   bool wasCapital = true;
-  for (const char c : object.name) {
+  for (const char c : objectName) {
     const bool isCapital = std::isupper(static_cast<unsigned char>(c)) != 0;
     if (isCapital && !wasCapital) name += '_';
     wasCapital = isCapital;
@@ -165,10 +165,15 @@ Share shareOf(const Metric& metric) {
 }
 
 std::string severityOf(const Metric& metric) {
-  const bool isNamed = shareOf(metric) == Share::kMeasured && metric.name.ends_with(kAlarmEnding);
   if (metric.kind == MetricKind::kText) return "";
-  const std::string& annotated = metric.object->annotation.severity;
-  return annotated.empty() && isNamed ? "major" : annotated;
+  const NamedObject& object = *metric.object;
+  const Annotation& annotation = object.annotation;
+  if (!annotation.severity.empty() || shareOf(metric) != Share::kMeasured) {
+    return annotation.severity;
+  }
+  // Where others have the same name, the metric's has an object id at its end.
+  const std::string name = annotation.name.empty() ? identifierOf(object.title) : annotation.name;
+  return nameOf(metric, stemOf(name)).ends_with(kAlarmEnding) ? "major" : "";
 }
 
 std::vector<Metric> metricsOf(const NamedMapping& named) {
@@ -183,12 +188,12 @@ std::vector<Metric> metricsOf(const NamedMapping& named) {
 
   std::map<std::string, int> families;
   for (Metric& metric : metrics) {
-    metric.name = nameOf(metric, stemOf(*metric.object));
+    metric.name = nameOf(metric, stemOf(metric.object->name));
     ++families[familyOf(metric.name)];
   }
   for (Metric& metric : metrics) {
     if (families[familyOf(metric.name)] == 1) continue;
-    metric.name = nameOf(metric, stemOf(*metric.object) + idOf(*metric.object));
+    metric.name = nameOf(metric, stemOf(metric.object->name) + idOf(*metric.object));
   }
   return metrics;
 }
@@ -198,7 +203,8 @@ std::string severityRules(const NamedMapping& named) {
   for (const NamedObject& scalar : named.scalars) {
     if (scalar.annotation.severity.empty()) continue;
     // Notifications have the database's name; the metric has another where there is an annotation.
-    for (const std::string& name : {snake(scalar.title), stemOf(scalar).substr(kPrefix.size())}) {
+    for (const std::string& name :
+         {snake(scalar.title), stemOf(scalar.name).substr(kPrefix.size())}) {
       severities.try_emplace(alarmOf(name), scalar.annotation.severity);
     }
   }

@@ -37,7 +37,8 @@ enum class Share { kMeasured, kConfigured, kTexts };
 Share shareOf(const Metric& metric);
 
 /// How bad it is when the object is not 0, as monitoring/rules.yml has it: as annotated, else major
-/// for a measured one whose name ends in `_alarm`; empty for what is no alarm.
+/// for a measured one whose name ends in `_alarm`, before an object id that tells it from another
+/// of the same name; empty for what is no alarm.
 std::string severityOf(const Metric& metric);
 
 /// One for each scalar and column, in their order, but for clocks, whose label would change with
