@@ -1,5 +1,6 @@
 """Whether a real Zabbix takes the templates of norvamap, and what it then shows of a unit."""
 
+import re
 import time
 
 from project import SOURCE, Failure
@@ -58,6 +59,10 @@ class Host:
                                   output=["key_", "name", "lastvalue", "lastclock", "delay", "state"])
         return {item["key_"]: item for item in found}
 
+    def numbers(self):
+        """Of its items by key: what is deleted and made again has another."""
+        return {key: item["itemid"] for key, item in self.items().items()}
+
     def problems(self):
         """(name, severity) of what is raised."""
         return {(found["name"], int(found["severity"]))
@@ -80,11 +85,13 @@ class Host:
         print(f"  {name}: " + (f"PROBLEM, severity {severity}" if raised else "resolved"))
 
 
+def template_of(world, tool, arguments):
+    return world.inside(f"{tool} zabbix {arguments}").encode("latin-1").decode()
+
+
 def imports(zabbix, world, tool):
     """The template of the sample, twice, and one of odd names; the sample's number."""
-    def template_of(arguments):
-        return world.inside(f"{tool} zabbix {arguments}").encode("latin-1").decode()
-    text = template_of(f"{world.database} --names {SOURCE}/data/names.yaml")
+    text = template_of(world, tool, f"{world.database} --names {SOURCE}/data/names.yaml")
     require(zabbix.import_template(text) is True, "the import is refused")
     template = contents(zabbix, "norvaSnmp unit")
     zabbix.import_template(text)
@@ -95,7 +102,7 @@ def imports(zabbix, world, tool):
     rows += [cell_row(0x1000 + row, row=row, access=1) for row in (1, 2)]
     rows.append(f"UPDATE {CELLS} SET c8 = 'RU ' || c9 || ' Alarm'")
     database = world.make_database(*empty_schema(), *rows, base=False)
-    zabbix.import_template(template_of(f"{database} --template Odd"))
+    zabbix.import_template(template_of(world, tool, f"{database} --template Odd"))
     odd = contents(zabbix, "Odd")[1]
     shown = {name for *_, name in odd["item"]}
     require(shown >= set(ODD.values()), f"odd names are shown as {shown}")
@@ -139,6 +146,23 @@ def count(zabbix, host, world, template):
     print(f"  {len(items)} items, one for each object; {load:.0f} objects a minute")
 
 
+def without_agent(zabbix, host, world, tool):
+    """Then all items and their history stay. It comes back with a mapping that has lost a row, as the
+    template has, and a scalar, which the template still has."""
+    items = host.numbers()
+    world.agent.kill()
+    host.wait_problem("The unit gives no values", 5)
+    require(host.numbers() == items, f"{len(items)} items, without the agent {len(host.numbers())}")
+    fewer = world.make_database(f"DELETE FROM {CELLS} WHERE ancestorNode = '.10.1' AND row = '3'")
+    zabbix.import_template(template_of(world, tool, f"{fewer} --names {SOURCE}/data/names.yaml"))
+    world.start_agent(database=world.make_database(f"DELETE FROM {SCALARS} WHERE objId = '030D'", base=fewer))
+    host.wait_problem("The unit gives no values", 5, raised=False)
+    host.wait_problem("Values of the unit are missing", 2)
+    left = {key: item for key, item in items.items() if not re.fullmatch(r"norva\.remoteUnit\w*\[3\]", key)}
+    wait_until(lambda: host.numbers() == left, 90, "no other items than those of row 3 go")
+    print(f"  {len(items) - len(left)} items go with a row")
+
+
 def check(directory):
     """`directory`: of the build."""
     begun = time.monotonic()
@@ -149,15 +173,12 @@ def check(directory):
             unit.start()
             for name in ("0x0600", "0x1002"):
                 world.ctl("set", name, SITE)
-            template = imports(zabbix, world, directory / "tools/norvamap/norvamap")
+            tool = directory / "tools/norvamap/norvamap"
+            template = imports(zabbix, world, tool)
             host = Host(zabbix, unit, template)
             look(host, world)
             count(zabbix, host, world, template)
-            world.agent.kill()
-            host.wait_problem("The unit gives no values", 5)
-            world.start_agent(database=world.make_database(f"DELETE FROM {SCALARS} WHERE objId = '030D'"))
-            host.wait_problem("The unit gives no values", 5, raised=False)
-            host.wait_problem("Values of the unit are missing", 2)
+            without_agent(zabbix, host, world, tool)
             world.master.kill()
             host.wait_problem("The unit does not answer", 5)
     print(f"  {time.monotonic() - begun:.0f} s")

@@ -47,7 +47,8 @@ constexpr const char* kMacros[][3] = {
     {kSettings, "2m", "How often what managers can write is"},
     {kTexts, "10m", "How often texts are"},
     {kRows, "10m", "How often the rows of tables are looked for"},
-    {kSilence, "3m", "How long there may be no answer, or no values"},
+    {kSilence, "3m",
+     "How long there may be no answer, or no values; longer than the intervals STATES and VALUES"},
 };
 
 /// What is found of each row.
@@ -315,7 +316,9 @@ class Template {
   /// The rows of a table and what there is of each.
   Json rule(const NamedTable& table) {
     const std::string node = oidText(table.table->oid).substr(1);
-    Json steps = Json::array();
+    // Without the agent there are no rows: their items and what they have stored stay.
+    Json steps = Json::array({step("NOT_MATCHES_REGEX", "^\\[\\]$")});
+    steps.back()["error_handler"] = "DISCARD_VALUE";
     std::string walked = kRow + ("," + node) + ".1.1";
     if (const NamedObject* names = nameColumn(table)) {
       steps.push_back(step(
@@ -330,6 +333,7 @@ class Template {
                  {"snmp_oid", "discovery[" + walked + ']'},
                  {"key", "norva." + table.name + ".rows"},
                  {"delay", kRows},
+                 {"lifetime", "0"},  // a lost row's items would be asked for, without values
                  {"description", withoutMacros(table.annotation.description, kMaxDescription)}};
     steps.push_back(step("DISCARD_UNCHANGED_HEARTBEAT", "1h"));
     rule["preprocessing"] = steps;
