@@ -10,6 +10,7 @@ import time
 
 import pytest
 
+from conftest import wait_started
 from receiver import V2C_SINK
 from test_outages import FIRST, SCALARS, assert_right, start as serve
 from world import ALARM_OBJECT, WorldError, wait_until
@@ -30,6 +31,7 @@ def in_file(world):
 
 def end(world, number):
     """The agent ends and is started again."""
+    wait_started(world)
     world.agent.signal(number)
     assert world.agent.wait(5) == -signal.SIGKILL
     world.start_agent(wait=False)
